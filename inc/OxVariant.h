@@ -1,0 +1,367 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <type_traits>
+#include <utility>
+
+#include "OxExport.h"
+
+namespace oxil {
+
+/**
+ * The kinds of value that a Variant holds.
+ *
+ * The numbers are fixed: log messages show them, and serialized type lists store them, one byte
+ * each.
+ */
+enum VariantType : std::int32_t {
+    VARIANT_TYPE_NONE = 0,       ///< no value
+    VARIANT_TYPE_INT = 1,        ///< signed 32-bit integer
+    VARIANT_TYPE_UINT = 2,       ///< unsigned 32-bit integer
+    VARIANT_TYPE_LONG = 3,       ///< signed `long` of the device: 32 bits
+    VARIANT_TYPE_ULONG = 4,      ///< unsigned `long` of the device: 32 bits
+    VARIANT_TYPE_LONGLONG = 5,   ///< signed 64-bit integer
+    VARIANT_TYPE_ULONGLONG = 6,  ///< unsigned 64-bit integer
+    VARIANT_TYPE_FLOAT = 7,      ///< IEEE 754 single
+    VARIANT_TYPE_DOUBLE = 8,     ///< IEEE 754 double
+    VARIANT_TYPE_BOOL = 9,       ///< one byte, 0 or 1
+    VARIANT_TYPE_STRING = 10     ///< `std::string`, of any length and with any bytes
+};
+
+/**
+ * One tagged value: nothing, a number of one of eight kinds, a boolean or a text.
+ *
+ * The kind is chosen at construction and changes only by assignment. Conversions are strict: what
+ * isConvertible() refuses is logged at error priority and answered with a zero value. Integers
+ * widen only within their signedness and never narrow; text is never parsed (see NumberParser for
+ * that).
+ *
+ * A host where `long` has 64 bits holds VARIANT_TYPE_LONG and VARIANT_TYPE_ULONG in 32 bits, as the
+ * device does: `Variant(1L << 32)` holds 0 on both sides.
+ *
+ * @par Threads
+ * No shared state, no locks. One instance belongs to one thread at a time.
+ *
+ * @par Exceptions
+ * None of its own. Copying or making a text may throw `std::bad_alloc`; what was to be replaced is
+ * then as it was.
+ */
+class OXIL_API Variant {
+    template <typename T>
+    static constexpr bool __isRefused()
+    {
+        return (std::is_pointer_v<T> && !std::is_convertible_v<T, const char*>) ||
+               std::is_member_pointer_v<T>;
+    }
+
+public:
+    /** Makes a value of kind VARIANT_TYPE_NONE. */
+    Variant() noexcept : __type(VARIANT_TYPE_NONE) {}
+
+    /** Makes a value of kind VARIANT_TYPE_INT. */
+    Variant(int value) noexcept : __type(VARIANT_TYPE_INT), __number(value) {}
+
+    /** Makes a value of kind VARIANT_TYPE_UINT. */
+    Variant(unsigned int value) noexcept : __type(VARIANT_TYPE_UINT), __number(value) {}
+
+    /** Makes a value of kind VARIANT_TYPE_LONG. @param value  its low 32 bits are kept */
+    Variant(long value) noexcept
+        : __type(VARIANT_TYPE_LONG), __number(static_cast<std::int32_t>(value))
+    {
+    }
+
+    /** Makes a value of kind VARIANT_TYPE_ULONG. @param value  its low 32 bits are kept */
+    Variant(unsigned long value) noexcept
+        : __type(VARIANT_TYPE_ULONG), __number(static_cast<std::uint32_t>(value))
+    {
+    }
+
+    /** Makes a value of kind VARIANT_TYPE_LONGLONG. */
+    Variant(long long value) noexcept : __type(VARIANT_TYPE_LONGLONG), __number(value) {}
+
+    /** Makes a value of kind VARIANT_TYPE_ULONGLONG. */
+    Variant(unsigned long long value) noexcept : __type(VARIANT_TYPE_ULONGLONG), __number(value) {}
+
+    /** Makes a value of kind VARIANT_TYPE_FLOAT. */
+    Variant(float value) noexcept : __type(VARIANT_TYPE_FLOAT), __number(value) {}
+
+    /** Makes a value of kind VARIANT_TYPE_DOUBLE. */
+    Variant(double value) noexcept : __type(VARIANT_TYPE_DOUBLE), __number(value) {}
+
+    /** Makes a value of kind VARIANT_TYPE_BOOL. */
+    Variant(bool value) noexcept : __type(VARIANT_TYPE_BOOL), __number(value) {}
+
+    /** Makes a value of kind VARIANT_TYPE_STRING with a copy of @p text, NUL bytes included. */
+    Variant(const std::string& text) : __type(VARIANT_TYPE_STRING), __text(text) {}
+
+    /** The same, taking over @p text. */
+    Variant(std::string&& text) noexcept : __type(VARIANT_TYPE_STRING), __text(std::move(text)) {}
+
+    /**
+     * Makes a value of kind VARIANT_TYPE_STRING from a NUL-terminated text.
+     *
+     * @throws std::logic_error  if @p text is null (from `std::string`)
+     */
+    Variant(const char* text) : Variant(std::string(text)) {}
+
+    /** Refused: any other pointer would silently become a boolean. */
+    template <typename Pointer, typename = std::enable_if_t<__isRefused<Pointer>()>>
+    Variant(Pointer) = delete;
+
+    /** Copies kind and value. */
+    Variant(const Variant& other) : Variant() { __copy(other); }
+
+    /** Takes over kind and value. @p other keeps its kind; what text it holds is unspecified. */
+    Variant(Variant&& other) noexcept : __type(other.__type), __number(other.__number)
+    {
+        if (__type == VARIANT_TYPE_STRING) {
+            __text = std::move(other.__text);
+        }
+    }
+
+    /** Releases the text. */
+    ~Variant() = default;
+
+    /** Replaces kind and value; assigning an object to itself does nothing. */
+    Variant& operator=(const Variant& other)
+    {
+        if (this != &other) {
+            __copy(other);
+        }
+        return *this;
+    }
+
+    /** Takes over kind and value. @p other keeps its kind; what text it holds is unspecified. */
+    Variant& operator=(Variant&& other) noexcept
+    {
+        if (this != &other) {
+            __type = other.__type;
+            if (__type == VARIANT_TYPE_STRING) {
+                __text = std::move(other.__text);
+            } else {
+                __number = other.__number;
+            }
+        }
+        return *this;
+    }
+
+    /** The copy step of construction and assignment; meant for the class itself. */
+    void __copy(const Variant& other)
+    {
+        // The kind follows the text, which may not fit into memory.
+        if (other.__type == VARIANT_TYPE_STRING) {
+            __text = other.__text;
+        } else {
+            __number = other.__number;
+        }
+        __type = other.__type;
+    }
+
+    /** The kind. */
+    VariantType getType() const noexcept { return __type; }
+
+    /** The kind's name: "NONE", "INT", "UINT", "LONG", "ULONG", "LONGLONG", "ULONGLONG", "FLOAT",
+     *  "DOUBLE", "BOOL" or "STRING". */
+    std::string getTypeName() const;
+
+    /** Whether the kind is VARIANT_TYPE_NONE. A text of length 0 is not empty in this sense. */
+    bool empty() const noexcept { return __type == VARIANT_TYPE_NONE; }
+
+    /**
+     * Whether the conversion function for @p target will carry out the conversion.
+     *
+     * | from       | to                                                                  |
+     * |------------|---------------------------------------------------------------------|
+     * | NONE       | NONE, STRING                                                        |
+     * | INT        | INT, LONG, LONGLONG, FLOAT, DOUBLE, BOOL, STRING                    |
+     * | UINT       | UINT, ULONG, ULONGLONG, FLOAT, DOUBLE, BOOL, STRING                 |
+     * | LONG       | LONG, LONGLONG, FLOAT, DOUBLE, BOOL, STRING                         |
+     * | ULONG      | ULONG, ULONGLONG, FLOAT, DOUBLE, BOOL, STRING                       |
+     * | LONGLONG   | LONGLONG, DOUBLE, BOOL, STRING                                      |
+     * | ULONGLONG  | ULONGLONG, DOUBLE, BOOL, STRING                                     |
+     * | FLOAT      | FLOAT, DOUBLE, BOOL, STRING                                         |
+     * | DOUBLE     | DOUBLE, BOOL, STRING                                                |
+     * | BOOL       | everything but NONE                                                 |
+     * | STRING     | STRING                                                              |
+     *
+     * @param target  one of the eleven kinds; the answer for any other number means nothing
+     */
+    bool isConvertible(VariantType target) const noexcept;
+
+    /** Bytes of the value: 4, 8 or 1 by kind (LONG and ULONG take 4 everywhere), the length of a
+     *  text without terminator, -1 for VARIANT_TYPE_NONE. */
+    int getValueSize() const noexcept
+    {
+        return __type == VARIANT_TYPE_STRING ? static_cast<int>(__text.length())
+                                             : __getNumberSize(__type);
+    }
+
+    /** @return the value of INT, 0 or 1 of BOOL; else 0 after logging "Invalid conversion (%d) to
+     *  INT" with the kind's number */
+    int toInt() const;
+
+    /** @return the value of UINT, 0 or 1 of BOOL; else 0 after logging "Invalid conversion (%d) to
+     *  UINT" with the kind's number */
+    unsigned int toUInt() const;
+
+    /** @return the value of INT or LONG, 0 or 1 of BOOL; else 0 after logging "Invalid conversion
+     *  (%d) to LONG" with the kind's number */
+    long toLong() const;
+
+    /** @return the value of UINT or ULONG, 0 or 1 of BOOL; else 0 after logging "Invalid conversion
+     *  (%d) to ULONG" with the kind's number */
+    unsigned long toULong() const;
+
+    /** @return the value of INT, LONG or LONGLONG, 0 or 1 of BOOL; else 0 after logging "Invalid
+     *  conversion (%d) to LONGLONG" with the kind's number */
+    long long toLongLong() const;
+
+    /** @return the value of UINT, ULONG or ULONGLONG, 0 or 1 of BOOL; else 0 after logging "Invalid
+     *  conversion (%d) to ULONGLONG" with the kind's number */
+    unsigned long long toULongLong() const;
+
+    /** @return the value of INT, UINT, LONG or ULONG rounded to single precision, of FLOAT as it
+     *  is, 0 or 1 of BOOL; else 0 after logging "Invalid conversion (%d) to FLOAT" with the kind's
+     *  number (64-bit integers and DOUBLE are refused) */
+    float toFloat() const;
+
+    /** @return the value of any number (64-bit integers rounded to double precision), 0 or 1 of
+     *  BOOL; else 0 after logging "Invalid conversion (%d) to Double" with the kind's number */
+    double toDouble() const;
+
+    /** @return whether the number is not zero (so a NaN is true), or the boolean itself; false
+     *  after logging "Invalid conversion (%d) to BOOL" with the kind's number for NONE and STRING
+     */
+    bool toBool() const;
+
+    /**
+     * The value as text; every kind has one.
+     *
+     * NONE gives "null", integers their decimal digits, BOOL "1" or "0", FLOAT and DOUBLE six
+     * decimals as `printf("%f")` writes them (with the decimal point of the process's
+     * `LC_NUMERIC`, and cut to 255 characters), STRING a copy of the text, whatever its length.
+     */
+    std::string toString() const;
+
+    /**
+     * Writes the value's bytes in host order, without checking the space.
+     *
+     * A number or boolean takes getValueSize() bytes. A text is written up to its first NUL byte,
+     * with a terminating NUL behind it.
+     *
+     * @param destination  getValueSize() bytes, one more for a text; any alignment
+     * @return the bytes taken (for a text its length + 1); STATUS_FAILURE after logging
+     *         "destination is nullptr", or "Invalid type (%d)." for VARIANT_TYPE_NONE
+     */
+    int toRaw(void* destination) const;
+
+    /**
+     * Writes the value's bytes in host order into at most @p size bytes.
+     *
+     * A text is cut to @p size - 1 characters and always terminated; because a buffer of exactly
+     * the text's length is accepted, such a buffer loses the last character.
+     *
+     * @param destination  any alignment
+     * @param size         bytes available
+     * @return 4, 8 or 1 for a number or boolean; @p size itself for a text, however short it is;
+     *         STATUS_FAILURE after logging "destination is nullptr", deliberately also when
+     *         @p size is less than getValueSize(), or "Invalid type (%d)." for VARIANT_TYPE_NONE
+     */
+    int toRaw(void* destination, int size) const;
+
+    /** Bytes of a number or boolean of this kind, -1 for any other kind. */
+    static constexpr int __getNumberSize(VariantType type) noexcept
+    {
+        switch (type) {
+            case VARIANT_TYPE_INT:
+            case VARIANT_TYPE_UINT:
+            case VARIANT_TYPE_LONG:
+            case VARIANT_TYPE_ULONG:
+            case VARIANT_TYPE_FLOAT:
+                return 4;
+            case VARIANT_TYPE_LONGLONG:
+            case VARIANT_TYPE_ULONGLONG:
+            case VARIANT_TYPE_DOUBLE:
+                return 8;
+            case VARIANT_TYPE_BOOL:
+                return 1;
+            default:
+                return -1;
+        }
+    }
+
+    friend bool operator==(const Variant& left, const Variant& right) noexcept;
+
+private:
+    // One member is in use, chosen by the kind. LONG and ULONG share those of INT and UINT.
+    union Number {
+        Number() noexcept : asULongLong(0) {}
+        Number(std::int32_t value) noexcept : asInt(value) {}
+        Number(std::uint32_t value) noexcept : asUInt(value) {}
+        Number(long long value) noexcept : asLongLong(value) {}
+        Number(unsigned long long value) noexcept : asULongLong(value) {}
+        Number(float value) noexcept : asFloat(value) {}
+        Number(double value) noexcept : asDouble(value) {}
+        Number(bool value) noexcept : asBool(value) {}
+
+        std::int32_t asInt;
+        std::uint32_t asUInt;
+        long long asLongLong;
+        unsigned long long asULongLong;
+        float asFloat;
+        double asDouble;
+        bool asBool;
+    };
+
+    int __copyNumber(void* destination) const noexcept;
+
+    VariantType __type;
+    Number __number;
+    std::string __text;  // of no meaning unless the kind is STRING
+};
+
+/**
+ * Whether both are of the same kind and hold the same value.
+ *
+ * Never converts: `Variant(1)`, `Variant(1L)` and `Variant(1u)` all differ. Floating point compares
+ * as IEEE 754 does (NaN differs from itself, 0.0 equals -0.0), texts byte by byte, NUL bytes
+ * included. Two values of kind NONE are equal.
+ */
+inline bool operator==(const Variant& left, const Variant& right) noexcept
+{
+    if (left.__type != right.__type) {
+        return false;
+    }
+    switch (left.__type) {
+        case VARIANT_TYPE_NONE:
+            return true;
+        case VARIANT_TYPE_INT:
+        case VARIANT_TYPE_LONG:
+            return left.__number.asInt == right.__number.asInt;
+        case VARIANT_TYPE_UINT:
+        case VARIANT_TYPE_ULONG:
+            return left.__number.asUInt == right.__number.asUInt;
+        case VARIANT_TYPE_LONGLONG:
+            return left.__number.asLongLong == right.__number.asLongLong;
+        case VARIANT_TYPE_ULONGLONG:
+            return left.__number.asULongLong == right.__number.asULongLong;
+        case VARIANT_TYPE_FLOAT:
+            return left.__number.asFloat == right.__number.asFloat;
+        case VARIANT_TYPE_DOUBLE:
+            return left.__number.asDouble == right.__number.asDouble;
+        case VARIANT_TYPE_BOOL:
+            return left.__number.asBool == right.__number.asBool;
+        case VARIANT_TYPE_STRING:
+            return left.__text == right.__text;
+    }
+    return false;
+}
+
+/** The negation of `operator==`. */
+inline bool operator!=(const Variant& left, const Variant& right) noexcept
+{
+    return !(left == right);
+}
+
+}  // namespace oxil

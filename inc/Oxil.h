@@ -1,0 +1,9 @@
+#pragma once
+
+/**
+ * @file
+ * Every public header.
+ */
+
+#include "OxStatus.h"
+#include "OxVariant.h"

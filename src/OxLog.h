@@ -1,0 +1,39 @@
+#pragma once
+
+// Without the attribute for formats, because the check is made where the message is written.
+extern "C" int __dlog_print(int logId, int priority, const char* tag, const char* format, ...);
+
+namespace oxil::internal {
+
+inline constexpr int LOG_ID_MAIN = 0;
+inline constexpr int LOG_PRIORITY_INFO = 4;
+inline constexpr int LOG_PRIORITY_ERROR = 6;
+
+[[gnu::format(printf, 1, 2)]] inline void checkFormat(const char*, ...) {}
+
+// Out of the callers' hot paths; one instance for each list of argument types.
+template <typename... Args>
+[[gnu::cold, gnu::noinline]] void logPrint(int priority, const char* file, const char* function,
+                                           int line, const char* format, Args... args)
+{
+    __dlog_print(LOG_ID_MAIN, priority, "OX", format, file, function, line, args...);
+}
+
+}  // namespace oxil::internal
+
+/**
+ * Logs a message with file, function and line in front.
+ *
+ * Not for use in a lambda or a helper on behalf of a member: the function named is the one that the
+ * line stands in.
+ */
+#define OX_LOG(priority, ...)                                                   \
+    do {                                                                        \
+        if (false) {                                                            \
+            ::oxil::internal::checkFormat(__VA_ARGS__);                         \
+        }                                                                       \
+        ::oxil::internal::logPrint(priority, __FILE_NAME__, __func__, __LINE__, \
+                                   "%s: %s(%d) > " __VA_ARGS__);                \
+    } while (false)
+
+#define OX_ERROR(...) OX_LOG(::oxil::internal::LOG_PRIORITY_ERROR, __VA_ARGS__)

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <gmock/gmock.h>
+
+#include <string>
+#include <vector>
+
+namespace oxil::test {
+
+/** One call of the platform's logger. */
+struct LogLine {
+    int logId = -1;
+    int priority = -1;
+    std::string tag;
+    bool framed = false;   ///< whether the format begins with the frame "%s: %s(%d) > "
+    std::string file;      ///< first field of the frame
+    std::string function;  ///< second field of the frame
+    int line = 0;          ///< third field of the frame
+    std::string message;   ///< what follows the frame
+};
+
+void PrintTo(const LogLine& line, std::ostream* stream);
+
+/**
+ * Collects what is logged while it lives. Captures nest; the innermost one gets the line.
+ *
+ * What is logged while none lives fails the running test: quiet paths are quiet without saying so.
+ */
+class LogCapture {
+public:
+    LogCapture();
+    ~LogCapture();
+
+    LogCapture(const LogCapture&) = delete;
+    LogCapture& operator=(const LogCapture&) = delete;
+
+    const std::vector<LogLine>& lines() const { return __lines; }
+    void clear() { __lines.clear(); }
+    void add(const LogLine& line) { __lines.push_back(line); }
+
+private:
+    LogCapture* __outer;
+    std::vector<LogLine> __lines;
+};
+
+/**
+ * Matches an error line of the library: main buffer, error priority, tag "OX", the frame with the
+ * base name of a library file and a line number, this function and exactly this message.
+ */
+testing::Matcher<const LogLine&> Logged(const std::string& function, const std::string& message);
+
+/** The same, and the file's base name is this one. */
+testing::Matcher<const LogLine&> LoggedIn(const std::string& file, const std::string& function,
+                                          const std::string& message);
+
+}  // namespace oxil::test
