@@ -5,5 +5,10 @@
  * Every public header.
  */
 
+#include "OxIBidirectionalIterator.h"
+#include "OxKeyValue.h"
+#include "OxKeyValues.h"
+#include "OxSerializedData.h"
+#include "OxSerializer.h"
 #include "OxStatus.h"
 #include "OxVariant.h"

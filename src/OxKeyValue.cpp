@@ -1,0 +1,143 @@
+#include "OxKeyValue.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "OxLog.h"
+#include "OxSerializedData.h"
+#include "OxStatus.h"
+#include "OxTextSlot.h"
+
+namespace oxil {
+namespace {
+
+constexpr int SLOT_SIZE = static_cast<int>(internal::TEXT_SLOT_SIZE);
+
+/** What the value takes behind the key; -1 for one that can't be stored. */
+int getValueSpace(const Variant& value) noexcept
+{
+    return value.getType() == VARIANT_TYPE_STRING ? SLOT_SIZE : value.getValueSize();
+}
+
+}  // namespace
+
+KeyValue::KeyValue(const SerializedData& data)
+{
+    deserialize(data);
+}
+
+void KeyValue::set(const std::string& key, const Variant& value)
+{
+    if (key.empty()) {
+        OX_ERROR("Invalid parameter");
+        return;
+    }
+    __key = key;
+    __value = value;
+}
+
+void KeyValue::setKey(const std::string& key)
+{
+    if (key.empty()) {
+        OX_ERROR("Invalid parameter");
+        return;
+    }
+    __key = key;
+}
+
+int KeyValue::setSerializedDataInfo(int block, SerializedData& data) const
+{
+    int r = data.addType(block, VARIANT_TYPE_STRING);
+    if (r != STATUS_SUCCESS) {
+        OX_ERROR("r (%d).", r);
+        return r;
+    }
+    r = data.addType(block, __value.getType());
+    if (r != STATUS_SUCCESS) {
+        OX_ERROR("r (%d).", r);
+        return r;
+    }
+    return STATUS_SUCCESS;
+}
+
+int KeyValue::setSerializedDataInfo(SerializedData& data) const
+{
+    return setSerializedDataInfo(0, data);
+}
+
+int KeyValue::copySerializedData(void* destination) const
+{
+    if (destination == nullptr) {
+        OX_ERROR("data is nullptr.");
+        return STATUS_FAILURE;
+    }
+    internal::copyTextSlot(destination, __key);
+    return __value.toRaw(static_cast<char*>(destination) + SLOT_SIZE, getValueSpace(__value)) +
+           SLOT_SIZE;
+}
+
+int KeyValue::copySerializedData(void* destination, int size) const
+{
+    if (destination == nullptr) {
+        OX_ERROR("data is nullptr.");
+        return STATUS_FAILURE;
+    }
+    if (size < 1) {
+        OX_ERROR("Invalid size( %d)", size);
+        return STATUS_FAILURE;
+    }
+    const int needed = getValueSpace(__value) + SLOT_SIZE;
+    if (size < needed) {
+        OX_ERROR("Invalid checkSize (%d) size( %d)", needed, size);
+        return STATUS_FAILURE;
+    }
+    return copySerializedData(destination);
+}
+
+int KeyValue::serialize(SerializedData& data) const
+{
+    setSerializedDataInfo(data);
+
+    const int size = data.getDataSize();
+    if (size < 1) {
+        OX_ERROR("Invalid data size (%d).", size);
+        return STATUS_INVALID_STATE;
+    }
+    // A description that was refused may be smaller than what is written all the same.
+    void* buffer = std::malloc(std::max(static_cast<std::size_t>(size), __getSpace()));
+    if (buffer == nullptr) {
+        OX_ERROR("Memory allocation failed.");
+        return STATUS_OUT_OF_MEMORY;
+    }
+    copySerializedData(buffer);
+    data.setData(buffer, TRANSFER_OWNERSHIP);
+    return STATUS_SUCCESS;
+}
+
+int KeyValue::deserialize(const SerializedData& data, int block)
+{
+    const std::vector<Variant>* values = data.getValues(block);
+    if (values == nullptr) {
+        OX_ERROR("values is nullptr.");
+        return STATUS_INVALID_STATE;
+    }
+    if (values->empty() || values->size() % 2 != 0) {
+        OX_ERROR("Invalid key-value pair.");
+        return STATUS_INVALID_STATE;
+    }
+    set((*values)[0].toString(), (*values)[1]);
+    return STATUS_SUCCESS;
+}
+
+int KeyValue::deserialize(const SerializedData& data)
+{
+    return deserialize(data, 0);
+}
+
+/** Bytes that copySerializedData() may write. */
+std::size_t KeyValue::__getSpace() const noexcept
+{
+    return static_cast<std::size_t>(SLOT_SIZE + std::max(getValueSpace(__value), 0));
+}
+
+}  // namespace oxil

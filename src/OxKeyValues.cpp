@@ -1,0 +1,431 @@
+#include "OxKeyValues.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <utility>
+
+#include "OxKeyIndex.h"
+#include "OxLog.h"
+#include "OxSerializedData.h"
+#include "OxStatus.h"
+#include "OxTextSlot.h"
+
+namespace oxil {
+namespace {
+
+// Up to here a walk over the keys is as fast as a hash look-up, and costs no memory.
+constexpr std::size_t LARGEST_UNINDEXED = 16;
+
+constexpr int ABSENT = -1;
+
+}  // namespace
+
+KeyValues::KeyValues() noexcept = default;
+
+KeyValues::KeyValues(const SerializedData& data)
+{
+    deserialize(data);
+}
+
+KeyValues::KeyValues(const KeyValues& other)
+    : __entries(other.__entries),
+      __index(other.__index ? std::make_unique<internal::KeyIndex>(*other.__index) : nullptr)
+{
+}
+
+KeyValues::KeyValues(KeyValues&& other) noexcept = default;
+
+KeyValues::~KeyValues() = default;
+
+KeyValues& KeyValues::operator=(const KeyValues& other)
+{
+    if (this != &other) {
+        *this = KeyValues(other);
+    }
+    return *this;
+}
+
+KeyValues& KeyValues::operator=(KeyValues&& other) noexcept
+{
+    if (this != &other) {
+        __entries = std::move(other.__entries);
+        __index = std::move(other.__index);
+        other.__entries.clear();
+    }
+    return *this;
+}
+
+bool KeyValues::operator==(const KeyValues& other) const noexcept
+{
+    return __entries == other.__entries;
+}
+
+bool KeyValues::operator!=(const KeyValues& other) const noexcept
+{
+    return !(*this == other);
+}
+
+int KeyValues::getIndex(const std::string& key) const
+{
+    if (key.empty()) {
+        OX_ERROR("Invalid parameter");
+        return -1;
+    }
+    const int index = __find(key);
+    return index != ABSENT ? index : getCount();
+}
+
+KeyValue KeyValues::getKeyValue(const std::string& key) const
+{
+    if (key.empty()) {
+        OX_ERROR("Invalid parameter");
+        return KeyValue();
+    }
+    const int index = __find(key);
+    if (index == ABSENT) {
+        OX_ERROR("Invalid key (%s)", key.c_str());
+        return KeyValue();
+    }
+    return __at(index);
+}
+
+Variant KeyValues::getValue(const std::string& key) const
+{
+    if (key.empty()) {
+        OX_ERROR("Invalid parameter");
+        return Variant();
+    }
+    const int index = __find(key);
+    return index != ABSENT ? __at(index).__value : getKeyValue(key).__value;
+}
+
+KeyValue KeyValues::getKeyValue(int index) const
+{
+    if (index >= getCount()) {
+        OX_ERROR("Invalid parameter : index(%d).", index);
+        return KeyValue();
+    }
+    return __entries.at(static_cast<std::size_t>(index));
+}
+
+std::string KeyValues::getKey(int index) const
+{
+    if (index >= getCount()) {
+        OX_ERROR("Invalid parameter : index(%d).", index);
+        return std::string();
+    }
+    return __entries.at(static_cast<std::size_t>(index)).__key;
+}
+
+Variant KeyValues::getValue(int index) const
+{
+    if (index >= getCount()) {
+        OX_ERROR("Invalid parameter : index(%d).", index);
+        return Variant();
+    }
+    return __entries.at(static_cast<std::size_t>(index)).__value;
+}
+
+std::vector<std::string> KeyValues::getKeys() const
+{
+    std::vector<std::string> keys;
+    keys.reserve(__entries.size());
+    for (const KeyValue& entry : __entries) {
+        keys.push_back(entry.__key);
+    }
+    return keys;
+}
+
+std::vector<Variant> KeyValues::getValues() const
+{
+    std::vector<Variant> values;
+    values.reserve(__entries.size());
+    for (const KeyValue& entry : __entries) {
+        values.push_back(entry.__value);
+    }
+    return values;
+}
+
+bool KeyValues::isIncluded(const KeyValue& entry) const
+{
+    const int index = entry.__key.empty() ? ABSENT : __find(entry.__key);
+    return index != ABSENT ? __at(index) == entry : getKeyValue(entry.__key) == entry;
+}
+
+bool KeyValues::isIncluded(const std::string& key, const Variant& value) const
+{
+    return isIncluded(KeyValue(key, value));
+}
+
+int KeyValues::add(const KeyValue& entry)
+{
+    if (__find(entry.__key) != ABSENT) {
+        OX_ERROR("Key(%s) already exist.", entry.__key.c_str());
+        return STATUS_ALREADY_EXISTS;
+    }
+    __append(KeyValue(entry));
+    return STATUS_SUCCESS;
+}
+
+int KeyValues::add(KeyValue&& entry)
+{
+    if (__find(entry.__key) != ABSENT) {
+        OX_ERROR("Key(%s) already exist.", entry.__key.c_str());
+        return STATUS_ALREADY_EXISTS;
+    }
+    __append(std::move(entry));
+    return STATUS_SUCCESS;
+}
+
+int KeyValues::add(const std::string& key, const Variant& value)
+{
+    if (key.empty()) {
+        OX_ERROR("Invalid parameter.");
+        return STATUS_INVALID_PARAMETER;
+    }
+    return add(KeyValue(key, value));
+}
+
+int KeyValues::update(const KeyValue& entry)
+{
+    const int index = getIndex(entry.__key);
+    if (index != ABSENT && index != getCount()) {
+        __at(index).__value = entry.__value;
+        return STATUS_SUCCESS;
+    }
+
+    // An update is a removal and an insertion at the same place, and this is how the removal of an
+    // entry that is not there fails.
+    const int r = remove(index);
+    OX_ERROR("Failed to remove (%s).", entry.__key.c_str());
+    return r;
+}
+
+int KeyValues::update(const std::string& key, const Variant& value)
+{
+    const int index = key.empty() ? ABSENT : __find(key);
+    if (index != ABSENT) {
+        __at(index).__value = value;
+        return STATUS_SUCCESS;
+    }
+    return update(getKeyValue(key));
+}
+
+int KeyValues::update(int index, const Variant& value)
+{
+    if (index >= getCount()) {
+        return update(getKeyValue(index));
+    }
+    KeyValue& entry = __entries.at(static_cast<std::size_t>(index));
+    if (entry.__key.empty()) {
+        return update(entry);
+    }
+    entry.__value = value;
+    return STATUS_SUCCESS;
+}
+
+int KeyValues::remove(const std::string& key)
+{
+    if (key.empty()) {
+        OX_ERROR("Invalid parameter.");
+        return STATUS_INVALID_PARAMETER;
+    }
+    const int index = __find(key);
+    if (index != ABSENT) {
+        __erase(index);
+    }
+    return STATUS_SUCCESS;
+}
+
+int KeyValues::remove(const KeyValue& entry)
+{
+    return remove(entry.__key);
+}
+
+int KeyValues::remove(int index)
+{
+    if (index < 0 || index >= getCount()) {
+        OX_ERROR("Invalid parameter : index(%d).", index);
+        return STATUS_INVALID_PARAMETER;
+    }
+    __erase(index);
+    return STATUS_SUCCESS;
+}
+
+int KeyValues::setSerializedDataInfo(int block, SerializedData& data) const
+{
+    for (const KeyValue& entry : __entries) {
+        const int r = entry.setSerializedDataInfo(block, data);
+        if (r != STATUS_SUCCESS) {
+            OX_ERROR("r (%d).", r);
+            return r;
+        }
+    }
+    return STATUS_SUCCESS;
+}
+
+int KeyValues::setSerializedDataInfo(SerializedData& data) const
+{
+    return setSerializedDataInfo(0, data);
+}
+
+int KeyValues::copySerializedData(void* destination) const
+{
+    if (destination == nullptr) {
+        OX_ERROR("data is nullptr.");
+        return STATUS_FAILURE;
+    }
+    int offset = 0;
+    for (const KeyValue& entry : __entries) {
+        offset += entry.copySerializedData(static_cast<char*>(destination) + offset);
+    }
+    return offset;
+}
+
+int KeyValues::copySerializedData(void* destination, int size) const
+{
+    if (destination == nullptr) {
+        OX_ERROR("data is nullptr.");
+        return STATUS_FAILURE;
+    }
+    if (size < 1) {
+        OX_ERROR("Invalid size( %d)", size);
+        return STATUS_FAILURE;
+    }
+    int offset = 0;
+    for (const KeyValue& entry : __entries) {
+        const int copied = entry.copySerializedData(static_cast<char*>(destination) + offset);
+        offset += copied;
+        if (offset > size) {
+            OX_ERROR("Invalid copySize (%d) size( %d)", copied, size);
+            return STATUS_FAILURE;
+        }
+    }
+    return offset;
+}
+
+int KeyValues::serialize(SerializedData& data) const
+{
+    const int r = setSerializedDataInfo(data);
+
+    const int size = data.getDataSize();
+    if (size < 1) {
+        OX_ERROR("Invalid data size (%d).", size);
+        return STATUS_INVALID_STATE;
+    }
+    // A description that was refused midway is smaller than what is written all the same.
+    std::size_t space = static_cast<std::size_t>(size);
+    if (r != STATUS_SUCCESS) {
+        space = std::max(space, __getSpace());
+    }
+    void* buffer = std::malloc(space);
+    if (buffer == nullptr) {
+        OX_ERROR("Memory allocation failed.");
+        return STATUS_OUT_OF_MEMORY;
+    }
+    copySerializedData(buffer);
+    data.setData(buffer, TRANSFER_OWNERSHIP);
+    return STATUS_SUCCESS;
+}
+
+int KeyValues::deserialize(const SerializedData& data, int block)
+{
+    const std::vector<Variant>* values = data.getValues(block);
+    if (values == nullptr) {
+        OX_ERROR("values is nullptr.");
+        return STATUS_INVALID_PARAMETER;
+    }
+    return deserialize(values->begin(), values->end());
+}
+
+int KeyValues::deserialize(const SerializedData& data)
+{
+    return deserialize(data, 0);
+}
+
+int KeyValues::deserialize(const std::vector<Variant>::const_iterator& first,
+                           const std::vector<Variant>::const_iterator& last)
+{
+    const auto count = last - first;
+    if (count % 2 != 0) {
+        OX_ERROR("Invalid key-value pair.");
+        return STATUS_INVALID_PARAMETER;
+    }
+    if (__entries.empty()) {
+        __entries.reserve(static_cast<std::size_t>(count / 2));
+    }
+    for (auto value = first; value != last; value += 2) {
+        std::string key = value[0].toString();
+        if (key.empty()) {
+            add(key, value[1]);
+        } else {
+            add(KeyValue(std::move(key), Variant(value[1])));
+        }
+    }
+    return STATUS_SUCCESS;
+}
+
+KeyValue& KeyValues::__at(int index) noexcept
+{
+    return __entries[static_cast<std::size_t>(index)];
+}
+
+const KeyValue& KeyValues::__at(int index) const noexcept
+{
+    return __entries[static_cast<std::size_t>(index)];
+}
+
+/** The position of a key, the empty one included, or ABSENT. */
+int KeyValues::__find(const std::string& key) const noexcept
+{
+    if (__index != nullptr) {
+        return __index->find(internal::KeyIndex::hash(key),
+                             [&](int position) { return __at(position).__key == key; });
+    }
+    for (std::size_t i = 0; i < __entries.size(); ++i) {
+        if (__entries[i].__key == key) {
+            return static_cast<int>(i);
+        }
+    }
+    return ABSENT;
+}
+
+/** Appends an entry whose key is not there yet. When memory runs out nothing has changed. */
+void KeyValues::__append(KeyValue&& entry)
+{
+    if (__index == nullptr && __entries.size() >= LARGEST_UNINDEXED) {
+        auto index = std::make_unique<internal::KeyIndex>();
+        for (int i = 0; i < getCount(); ++i) {
+            index->reserveOne();
+            index->insert(internal::KeyIndex::hash(__at(i).__key), i);
+        }
+        __index = std::move(index);
+    }
+    if (__index != nullptr) {
+        __index->reserveOne();
+    }
+    __entries.push_back(std::move(entry));
+    if (__index != nullptr) {
+        __index->insert(internal::KeyIndex::hash(__entries.back().__key), getCount() - 1);
+    }
+}
+
+void KeyValues::__erase(int index)
+{
+    if (__index != nullptr) {
+        __index->remove(internal::KeyIndex::hash(__at(index).__key), index);
+    }
+    __entries.erase(__entries.begin() + index);
+}
+
+/** Bytes that copySerializedData() may write. */
+std::size_t KeyValues::__getSpace() const noexcept
+{
+    std::size_t space = 0;
+    for (const KeyValue& entry : __entries) {
+        space += entry.__getSpace();
+    }
+    return space;
+}
+
+}  // namespace oxil

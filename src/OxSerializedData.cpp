@@ -1,0 +1,464 @@
+#include "OxSerializedData.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include "OxLog.h"
+#include "OxStatus.h"
+#include "OxTextSlot.h"
+
+namespace oxil {
+namespace {
+
+// A repeat count is not checked before decoding, so it must not decide alone how much memory is
+// asked for in advance.
+constexpr long long MOST_RESERVED_VALUES = 65536;
+
+constexpr int TEXT_SIZE = static_cast<int>(internal::TEXT_SLOT_SIZE);
+
+// Sums and products of an unchecked description wrap around instead of overflowing.
+int add(int left, int right)
+{
+    return static_cast<int>(static_cast<unsigned int>(left) + static_cast<unsigned int>(right));
+}
+
+int multiply(int left, int right)
+{
+    return static_cast<int>(static_cast<unsigned int>(left) * static_cast<unsigned int>(right));
+}
+
+/** The number in the first @p size bytes at a place, with the bytes that are missing zero. */
+template <typename Number>
+Number read(const void* place, int size)
+{
+    // Reading on would tear the values apart, and the description is beyond repair.
+    if (size > static_cast<int>(sizeof(Number))) {
+        std::abort();
+    }
+    Number number = 0;
+    std::memcpy(&number, place, static_cast<std::size_t>(size));
+    return number;
+}
+
+/** Appends the value of a known kind that stands at a place; false for an unknown kind. */
+bool decode(int type, const void* place, int size, std::vector<Variant>& values)
+{
+    switch (type) {
+        case VARIANT_TYPE_INT:
+            values.emplace_back(static_cast<int>(read<std::int32_t>(place, size)));
+            return true;
+        case VARIANT_TYPE_UINT:
+            values.emplace_back(static_cast<unsigned int>(read<std::uint32_t>(place, size)));
+            return true;
+        case VARIANT_TYPE_LONG:
+            values.emplace_back(static_cast<long>(read<std::int32_t>(place, size)));
+            return true;
+        case VARIANT_TYPE_ULONG:
+            values.emplace_back(static_cast<unsigned long>(read<std::uint32_t>(place, size)));
+            return true;
+        case VARIANT_TYPE_LONGLONG:
+            values.emplace_back(read<long long>(place, size));
+            return true;
+        case VARIANT_TYPE_ULONGLONG:
+            values.emplace_back(read<unsigned long long>(place, size));
+            return true;
+        case VARIANT_TYPE_FLOAT:
+            values.emplace_back(read<float>(place, size));
+            return true;
+        case VARIANT_TYPE_DOUBLE:
+            values.emplace_back(read<double>(place, size));
+            return true;
+        case VARIANT_TYPE_BOOL:
+            values.emplace_back(read<std::uint8_t>(place, size) != 0);
+            return true;
+        case VARIANT_TYPE_STRING:
+            values.emplace_back(internal::readTextSlot(place));
+            return true;
+        default:
+            return false;
+    }
+}
+
+}  // namespace
+
+SerializedData::SerializedData() : SerializedData(1) {}
+
+SerializedData::SerializedData(int blockCount)
+    : __info(new (std::nothrow) SerializationInfo()),
+      __release(std::free),
+      __data(nullptr),
+      __ownsData(false),
+      __remained(false),
+      __contextId(0)
+{
+    if (__info == nullptr) {
+        OX_ERROR("Memory allocation failed.");
+        return;
+    }
+    if (blockCount > MAX_BLOCK_COUNT - 1) {
+        OX_ERROR("Invalid block count (%d).", blockCount);
+        return;
+    }
+    __info->blockCount = blockCount;
+}
+
+SerializedData::SerializedData(const SerializationInfo& info)
+    : __info(new (std::nothrow) SerializationInfo(info)),
+      __release(std::free),
+      __data(nullptr),
+      __ownsData(false),
+      __remained(false),
+      __contextId(0)
+{
+    if (__info == nullptr) {
+        OX_ERROR("Memory allocation failed.");
+    }
+}
+
+SerializedData::~SerializedData()
+{
+    for (std::vector<Variant>& values : __values) {
+        std::vector<Variant>().swap(values);
+    }
+    if (__ownsData) {
+        __release(__data);
+    }
+    delete __info;
+}
+
+int SerializedData::validate(const SerializationInfo& info, std::size_t size)
+{
+    if (info.blockCount < 0 || info.blockCount > MAX_BLOCK_COUNT) {
+        OX_ERROR("Invalid block count (%d).", info.blockCount);
+        return STATUS_INVALID_PARAMETER;
+    }
+
+    // Everything has to fit an int, because that is what the getters count in. Nothing overflows
+    // here: a block's bytes are known to fit an int before they are multiplied by the repetitions.
+    const long long available =
+        static_cast<long long>(std::min(size, static_cast<std::size_t>(INT_MAX)));
+    long long start = 0;
+    for (int block = 0; block < info.blockCount; ++block) {
+        const int typeCount = info.typeCount[block];
+        if (typeCount < 0 || typeCount > MAX_TYPE_COUNT) {
+            OX_ERROR("Invalid type count (%d).", typeCount);
+            return STATUS_INVALID_PARAMETER;
+        }
+
+        long long end = 0;    // of the entries so far, in one repetition
+        long long reach = 0;  // where reading them may end: a text is read whatever its size
+        for (int i = 0; i < typeCount; ++i) {
+            const auto type = static_cast<VariantType>(info.types[block][i]);
+            const int typeSize = info.typeSizes[block][i];
+            const int widest =
+                type == VARIANT_TYPE_STRING ? INT_MAX : Variant::__getNumberSize(type);
+            if (widest < 0) {
+                OX_ERROR("Invalid type (%d).", type);
+                return STATUS_INVALID_PARAMETER;
+            }
+            if (typeSize < 1 || typeSize > widest) {
+                OX_ERROR("Invalid type size (%d).", typeSize);
+                return STATUS_INVALID_PARAMETER;
+            }
+            if (type == VARIANT_TYPE_STRING) {
+                reach = std::max(reach, end + TEXT_SIZE - 1);
+            }
+            end += typeSize;
+        }
+        reach = std::max(reach, end);
+
+        if (info.dataSize[block] != end) {
+            OX_ERROR("Invalid data size (%d).", info.dataSize[block]);
+            return STATUS_INVALID_PARAMETER;
+        }
+        const long long repeatCount = std::max(info.repeatCount[block], 1);
+        if (start + end * (repeatCount - 1) + reach > available) {
+            OX_ERROR("Data is too short (%d).", block);
+            return STATUS_INVALID_PARAMETER;
+        }
+        start += end * repeatCount;
+    }
+    return STATUS_SUCCESS;
+}
+
+void SerializedData::setBlockCount(int count)
+{
+    if (count < 1) {
+        OX_ERROR("Invalid parameter (%d).", count);
+        return;
+    }
+    if (count > MAX_BLOCK_COUNT) {
+        OX_ERROR("Invalid block count (%d).", count);
+        return;
+    }
+    __info->blockCount = count;
+}
+
+int SerializedData::getBlockCount() const
+{
+    return __info->blockCount;
+}
+
+int SerializedData::addType(int block, VariantType type, int size)
+{
+    if (size < 1) {
+        OX_ERROR("Invalid parameter (%d).", size);
+        return STATUS_INVALID_PARAMETER;
+    }
+    if (!__isValidBlock(block)) {
+        OX_ERROR("Invalid parameter (%d).", block);
+        return STATUS_INVALID_PARAMETER;
+    }
+    const int count = __info->typeCount[block];
+    if (count < 0 || count >= MAX_TYPE_COUNT) {
+        OX_ERROR("Max exceeded (%d).", count);
+        return STATUS_CAPACITY_EXCEEDED;
+    }
+    __info->types[block][count] = static_cast<std::uint8_t>(type);
+    __info->typeSizes[block][count] = size;
+    __info->dataSize[block] = add(__info->dataSize[block], size);
+    __info->typeCount[block] = count + 1;
+    return STATUS_SUCCESS;
+}
+
+int SerializedData::addType(int block, VariantType type)
+{
+    if (!__isValidBlock(block)) {
+        OX_ERROR("Invalid parameter (%d).", block);
+        return STATUS_INVALID_PARAMETER;
+    }
+    return addType(block, type, __getTypeSize(type));
+}
+
+int SerializedData::addType(VariantType type, int size)
+{
+    if (size < 1) {
+        OX_ERROR("Invalid parameter (%d).", size);
+        return STATUS_INVALID_PARAMETER;
+    }
+    return addType(0, type, size);
+}
+
+int SerializedData::addType(VariantType type)
+{
+    return addType(0, type, __getTypeSize(type));
+}
+
+void SerializedData::setRepeatCount(int block, int count)
+{
+    if (!__isValidBlock(block)) {
+        OX_ERROR("Invalid parameter (%d).", block);
+        return;
+    }
+    __info->repeatCount[block] = count;
+}
+
+int SerializedData::getRepeatCount(int block) const
+{
+    if (!__isValidBlock(block)) {
+        OX_ERROR("Invalid parameter (%d).", block);
+        return STATUS_FAILURE;
+    }
+    return __info->repeatCount[block];
+}
+
+int SerializedData::getTypeCount(int block) const
+{
+    if (!__isValidBlock(block)) {
+        OX_ERROR("Invalid parameter (%d).", block);
+        return STATUS_FAILURE;
+    }
+    return __info->typeCount[block];
+}
+
+int SerializedData::getTypeCount() const
+{
+    return getTypeCount(0);
+}
+
+int SerializedData::getDataSize(int block) const
+{
+    if (!__isValidBlock(block)) {
+        OX_ERROR("Invalid parameter (%d).", block);
+        return STATUS_FAILURE;
+    }
+    return multiply(__info->dataSize[block], std::max(__info->repeatCount[block], 1));
+}
+
+int SerializedData::getDataSize() const
+{
+    return getDataSize(0);
+}
+
+int SerializedData::getTotalDataSize() const
+{
+    return __getOffset(std::min(__info->blockCount, MAX_BLOCK_COUNT));
+}
+
+int SerializedData::setData(const void* data)
+{
+    if (data == nullptr) {
+        OX_ERROR("Invalid parameter.");
+        return STATUS_INVALID_PARAMETER;
+    }
+    __replaceData(const_cast<void*>(data), false);
+    return STATUS_SUCCESS;
+}
+
+int SerializedData::setData(void* data, TransferOwnership)
+{
+    if (data == nullptr) {
+        OX_ERROR("Invalid parameter.");
+        return STATUS_INVALID_PARAMETER;
+    }
+    __replaceData(data, true);
+    return STATUS_SUCCESS;
+}
+
+void* SerializedData::getData() const
+{
+    return __data;
+}
+
+void* SerializedData::getData(int block) const
+{
+    if (!__isValidBlock(block)) {
+        OX_ERROR("Invalid parameter (%d).", block);
+        return nullptr;
+    }
+    const int offset = __getOffset(block);
+    // As numbers: there may be no data area to point into.
+    void* start = reinterpret_cast<void*>(reinterpret_cast<std::uintptr_t>(__data) +
+                                          static_cast<std::uintptr_t>(offset));
+    if (start == nullptr) {
+        OX_ERROR("Invalid ptr offset (%d).", offset);
+    }
+    return start;
+}
+
+int SerializedData::setSerializationInfo(const SerializationInfo& info)
+{
+    *__info = info;
+    return STATUS_SUCCESS;
+}
+
+const SerializationInfo& SerializedData::getSerializationInfo() const
+{
+    return *__info;
+}
+
+int SerializedData::__getTypeSize(VariantType type) const
+{
+    return type == VARIANT_TYPE_STRING ? TEXT_SIZE : Variant::__getNumberSize(type);
+}
+
+void SerializedData::setRemained(bool remained)
+{
+    __remained = remained;
+}
+
+bool SerializedData::isRemained() const
+{
+    return __remained;
+}
+
+void SerializedData::setContextId(unsigned int contextId)
+{
+    __contextId = contextId;
+}
+
+unsigned int SerializedData::getContextId() const
+{
+    return __contextId;
+}
+
+const std::vector<Variant>* SerializedData::getValues(int block) const
+{
+    if (!__isValidBlock(block)) {
+        OX_ERROR("Invalid parameter (%d).", block);
+        return nullptr;
+    }
+    std::vector<Variant>& values = __values[block];
+    if (!values.empty()) {
+        return &values;
+    }
+    if (__data == nullptr) {
+        OX_ERROR("__data is nullptr.");
+        return nullptr;
+    }
+    const void* start = getData(block);
+    if (start == nullptr) {
+        OX_ERROR("basePtr is nullptr.");
+        return nullptr;
+    }
+    const int typeCount = getTypeCount(block);
+    if (typeCount > MAX_TYPE_COUNT) {
+        OX_ERROR("Max exceeded (%d).", typeCount);
+        return nullptr;
+    }
+
+    const std::uint8_t* types = __info->types[block];
+    const std::int32_t* sizes = __info->typeSizes[block];
+    const long long total =
+        static_cast<long long>(typeCount) * std::max(__info->repeatCount[block], 1);
+    if (total > 0) {
+        values.reserve(static_cast<std::size_t>(std::min(total, MOST_RESERVED_VALUES)));
+    }
+
+    // A number, because only a number can come out as null by going on.
+    std::uintptr_t place = reinterpret_cast<std::uintptr_t>(start);
+    int k = 0;
+    for (long long i = 0; i < total; ++i) {
+        const int size = sizes[k];
+        if (size < 1) {
+            OX_ERROR("Invalid copySize (%d).", size);
+            return nullptr;
+        }
+        if (decode(types[k], reinterpret_cast<const void*>(place), size, values)) {
+            place += static_cast<std::uintptr_t>(size);
+        } else {
+            OX_ERROR("Invalid type (%d).", types[k]);
+        }
+        if (place == 0 && i + 1 < total) {
+            OX_ERROR("ptr is nullptr.");
+            return nullptr;
+        }
+        k = k + 1 < typeCount ? k + 1 : 0;
+    }
+    return &values;
+}
+
+const std::vector<Variant>* SerializedData::getValues() const
+{
+    return getValues(0);
+}
+
+bool SerializedData::__isValidBlock(int block) const
+{
+    return block >= 0 && block < __info->blockCount && block < MAX_BLOCK_COUNT;
+}
+
+/** Where a block starts in the data area: behind all the blocks before it. */
+int SerializedData::__getOffset(int block) const
+{
+    int offset = 0;
+    for (int i = 0; i < block; ++i) {
+        offset = add(offset, getDataSize(i));
+    }
+    return offset;
+}
+
+void SerializedData::__replaceData(void* data, bool owned)
+{
+    void* previous = __data;
+    __data = data;
+    __ownsData = owned;
+    if (previous != nullptr) {
+        __release(previous);
+    }
+}
+
+}  // namespace oxil

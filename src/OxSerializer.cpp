@@ -1,0 +1,651 @@
+#include "OxSerializer.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <utility>
+
+#include "OxLog.h"
+#include "OxStatus.h"
+#include "OxTextSlot.h"
+
+namespace oxil {
+namespace {
+
+/** Writes payloads one behind the other; the buffer has room for all of them. */
+class Writer {
+public:
+    explicit Writer(void* buffer) : __buffer(static_cast<char*>(buffer)) {}
+
+    void text(const std::string& text)
+    {
+        internal::copyTextSlot(__place(), text);
+        __advance(static_cast<int>(internal::TEXT_SLOT_SIZE));
+    }
+
+    void values(const std::vector<Variant>& values)
+    {
+        for (const Variant& value : values) {
+            const int space = value.getType() == VARIANT_TYPE_STRING
+                                  ? static_cast<int>(internal::TEXT_SLOT_SIZE)
+                                  : value.getValueSize();
+            __advance(value.toRaw(__place(), space));
+        }
+    }
+
+    void count(int count)
+    {
+        const std::int32_t number = count;
+        std::memcpy(__place(), &number, sizeof number);
+        __advance(sizeof number);
+    }
+
+    template <typename Entries>
+    void entries(const Entries& entries)
+    {
+        __advance(entries.copySerializedData(__place()));
+    }
+
+private:
+    char* __place() const { return __buffer + __offset; }
+
+    // A text that is too long steps back by one; many of them must not step out of the buffer.
+    void __advance(int size) { __offset = std::max(__offset + size, 0); }
+
+    char* __buffer;
+    int __offset = 0;
+};
+
+// ---- Lists of records. Each kind is walked with forEach(records, visit): visit takes a record and
+// returns a status, and the walk ends at the first one that is not STATUS_SUCCESS.
+
+template <typename Visit>
+int forEach(const std::vector<KeyValues>& records, const Visit& visit)
+{
+    for (const KeyValues& record : records) {
+        const int r = visit(record);
+        if (r != STATUS_SUCCESS) {
+            return r;
+        }
+    }
+    return STATUS_SUCCESS;
+}
+
+template <typename Visit>
+int forEach(const std::vector<KeyValues*>& records, const Visit& visit)
+{
+    for (const KeyValues* record : records) {
+        const int r = record != nullptr ? visit(*record) : STATUS_SUCCESS;
+        if (r != STATUS_SUCCESS) {
+            return r;
+        }
+    }
+    return STATUS_SUCCESS;
+}
+
+/** Throws std::out_of_range if there is no record. */
+template <typename Record>
+void requireFirst(const std::vector<Record>& records)
+{
+    static_cast<void>(records.at(0));
+}
+
+/** At most so many records from the place where the iterator was at first. */
+struct Sequence {
+    Sequence(IBidirectionalIterator<KeyValues*>* records, int most)
+        : iterator(records), start(records->getPosition()), count(most)
+    {
+    }
+
+    IBidirectionalIterator<KeyValues*>* iterator;
+    int start;
+    int count;
+};
+
+/** Fails with STATUS_INVALID_STATE, as no visit does, if it can't go back to the start. */
+template <typename Visit>
+int forEach(const Sequence& records, const Visit& visit)
+{
+    if (records.iterator->moveTo(records.start) != 0) {
+        return STATUS_INVALID_STATE;
+    }
+    for (int taken = 0; !records.iterator->isEnd() && taken < records.count; ++taken) {
+        const KeyValues* record = records.iterator->next();
+        const int r = record != nullptr ? visit(*record) : STATUS_SUCCESS;
+        if (r != STATUS_SUCCESS) {
+            return r;
+        }
+    }
+    return STATUS_SUCCESS;
+}
+
+/** An iterator without records gives an empty payload. */
+void requireFirst(const Sequence&) {}
+
+bool append(std::vector<KeyValues>& records, KeyValues&& record)
+{
+    records.push_back(std::move(record));
+    return true;
+}
+
+/** False if there is no memory for the record. */
+bool append(std::vector<KeyValues*>& records, KeyValues&& record)
+{
+    std::unique_ptr<KeyValues> copy(new (std::nothrow) KeyValues(std::move(record)));
+    if (copy == nullptr) {
+        return false;
+    }
+    records.push_back(copy.get());
+    copy.release();
+    return true;
+}
+
+// ---- Blocks of one role
+
+int describe(int block, const std::vector<Variant>& values, SerializedData& data)
+{
+    for (const Variant& value : values) {
+        const int r = data.addType(block, value.getType());
+        if (r != STATUS_SUCCESS) {
+            return r;
+        }
+    }
+    return STATUS_SUCCESS;
+}
+
+/** A method name in a block, and its parameters in the next. */
+int describeCall(int block, const std::vector<Variant>& params, SerializedData& data)
+{
+    const int r = data.addType(block, VARIANT_TYPE_STRING);
+    return r != STATUS_SUCCESS ? r : describe(block + 1, params, data);
+}
+
+/** False if the block can't be decoded or is not one text. */
+bool readText(const SerializedData& data, int block, std::string& text)
+{
+    const std::vector<Variant>* values = data.getValues(block);
+    if (values == nullptr || values->size() != 1) {
+        return false;
+    }
+    text = values->front().toString();
+    return true;
+}
+
+/** False if the block can't be decoded. */
+bool readValues(const SerializedData& data, int block, std::vector<Variant>& output)
+{
+    const std::vector<Variant>* values = data.getValues(block);
+    if (values == nullptr) {
+        return false;
+    }
+    output = *values;
+    return true;
+}
+
+/** False if the block can't be decoded. */
+bool readNames(const SerializedData& data, int block, std::vector<std::string>& names)
+{
+    const std::vector<Variant>* values = data.getValues(block);
+    if (values == nullptr) {
+        return false;
+    }
+    for (const Variant& value : *values) {
+        names.push_back(value.toString());
+    }
+    return true;
+}
+
+// ---- The steps that several members share. They are named after these members, because what they
+// log names the function.
+
+namespace steps {
+
+/**
+ * Describes, allocates, writes and hands over.
+ *
+ * @param describe  int(): adds the type entries
+ * @param space     bytes that are written, where they can be more than what is described; looked at
+ *                  after describe
+ * @param write     int(Writer&): writes the data
+ */
+template <typename Describe, typename Write>
+int serialize(SerializedData& data, int blockCount, const Describe& describe,
+              const std::size_t& space, const Write& write)
+{
+    data.setBlockCount(blockCount);
+
+    int r = describe();
+    if (r == STATUS_INVALID_STATE) {
+        OX_ERROR("Invalid state.");
+        return r;
+    }
+    if (r != STATUS_SUCCESS) {
+        OX_ERROR("r (%d).", r);
+        return r;
+    }
+
+    // At least one byte: an empty payload succeeds also where malloc(0) gives a null pointer.
+    const std::size_t described = static_cast<std::size_t>(data.getTotalDataSize());
+    std::unique_ptr<void, void (*)(void*)> buffer(
+        std::malloc(std::max({described, space, std::size_t(1)})), std::free);
+    if (buffer == nullptr) {
+        OX_ERROR("Memory allocation failed.");
+        return STATUS_OUT_OF_MEMORY;
+    }
+
+    Writer writer(buffer.get());
+    r = write(writer);
+    if (r != STATUS_SUCCESS) {
+        OX_ERROR("Invalid state.");
+        return r;
+    }
+    return data.setData(buffer.release(), TRANSFER_OWNERSHIP);
+}
+
+template <typename Describe, typename Write>
+int serialize(SerializedData& data, int blockCount, const Describe& describe, const Write& write)
+{
+    constexpr std::size_t AS_DESCRIBED = 0;
+    return serialize(data, blockCount, describe, AS_DESCRIBED, [&](Writer& writer) {
+        write(writer);
+        return STATUS_SUCCESS;
+    });
+}
+
+template <typename Records>
+int serializeList(const Records& records, SerializedData& data)
+{
+    constexpr std::size_t AS_DESCRIBED = 0;
+    return serialize(
+        data, 2,
+        [&] {
+            return forEach(records, [&](const KeyValues& record) {
+                const int r = data.addType(0, VARIANT_TYPE_INT);
+                return r != STATUS_SUCCESS ? r : record.setSerializedDataInfo(1, data);
+            });
+        },
+        AS_DESCRIBED,
+        [&](Writer& writer) {
+            const int r = forEach(records, [&](const KeyValues& record) {
+                writer.count(record.getCount());
+                return STATUS_SUCCESS;
+            });
+            return r != STATUS_SUCCESS ? r : forEach(records, [&](const KeyValues& record) {
+                writer.entries(record);
+                return STATUS_SUCCESS;
+            });
+        });
+}
+
+template <typename Records>
+int serializeRepeated(const Records& records, SerializedData& data)
+{
+    std::size_t space = 0;  // records of another shape than the first may take more
+    return serialize(
+        data, 1,
+        [&] {
+            requireFirst(records);
+            int count = 0;
+            const int r = forEach(records, [&](const KeyValues& record) {
+                space += record.__getSpace();
+                return ++count == 1 ? record.setSerializedDataInfo(0, data) : STATUS_SUCCESS;
+            });
+            if (r == STATUS_SUCCESS) {
+                data.setRepeatCount(0, count);
+            }
+            return r;
+        },
+        space,
+        [&](Writer& writer) {
+            return forEach(records, [&](const KeyValues& record) {
+                writer.entries(record);
+                return STATUS_SUCCESS;
+            });
+        });
+}
+
+template <typename Records>
+int deserialize(const SerializedData& data, Records& records)
+{
+    if (data.getBlockCount() != 2) {
+        OX_ERROR("Invalid block count (%d).", data.getBlockCount());
+        return STATUS_INVALID_PARAMETER;
+    }
+    const std::vector<Variant>* counts = data.getValues(0);
+    const std::vector<Variant>* values = counts != nullptr ? data.getValues(1) : nullptr;
+    if (values == nullptr) {
+        OX_ERROR("values is nullptr.");
+        return STATUS_INVALID_PARAMETER;
+    }
+
+    if (records.empty()) {
+        records.reserve(counts->size());
+    }
+    auto position = values->begin();
+    for (const Variant& value : *counts) {
+        const int count = value.toInt();
+        if (count <= 0) {
+            continue;
+        }
+        if (count > (values->end() - position) / 2) {
+            OX_ERROR("Invalid state.");
+            return STATUS_INVALID_PARAMETER;
+        }
+        const auto end = position + 2 * count;
+        KeyValues record;
+        record.deserialize(position, end);
+        if (!append(records, std::move(record))) {
+            OX_ERROR("Memory allocation failed.");
+            return STATUS_OUT_OF_MEMORY;
+        }
+        position = end;
+    }
+    return STATUS_SUCCESS;
+}
+
+template <typename Records>
+int deserialize(const SerializedData& data, Records& records, Repeatable)
+{
+    if (data.getBlockCount() != 1) {
+        OX_ERROR("Invalid block count (%d).", data.getBlockCount());
+        return STATUS_INVALID_PARAMETER;
+    }
+    const std::vector<Variant>* values = data.getValues(0);
+    if (values == nullptr) {
+        OX_ERROR("values is nullptr.");
+        return STATUS_INVALID_PARAMETER;
+    }
+    if (values->empty()) {
+        return STATUS_SUCCESS;
+    }
+
+    const std::ptrdiff_t typeCount = data.getTypeCount();
+    if (records.empty()) {
+        records.reserve(values->size() / static_cast<std::size_t>(typeCount));
+    }
+    for (auto position = values->begin(); position != values->end();) {
+        // The last run is short where entries of unknown kinds were skipped.
+        const auto end = position + std::min(typeCount, values->end() - position);
+        KeyValues record;
+        const int r = record.deserialize(position, end);
+        if (r != STATUS_SUCCESS) {
+            OX_ERROR("Invalid state.");
+            return r;
+        }
+        if (!append(records, std::move(record))) {
+            OX_ERROR("Memory allocation failed.");
+            return STATUS_OUT_OF_MEMORY;
+        }
+        position = end;
+    }
+    return STATUS_SUCCESS;
+}
+
+}  // namespace steps
+}  // namespace
+
+int Serializer::serialize(const KeyValue& entry, SerializedData& data)
+{
+    return entry.serialize(data);
+}
+
+int Serializer::serialize(const KeyValues& record, SerializedData& data)
+{
+    return record.serialize(data);
+}
+
+int Serializer::serialize(const std::string& key, const Variant& value, SerializedData& data)
+{
+    return KeyValue(key, value).serialize(data);
+}
+
+int Serializer::serialize(const KeyValues& record, const KeyValue& extra, SerializedData& data)
+{
+    return steps::serialize(
+        data, 2,
+        [&] {
+            const int r = record.setSerializedDataInfo(0, data);
+            return r != STATUS_SUCCESS ? r : extra.setSerializedDataInfo(1, data);
+        },
+        [&](Writer& writer) {
+            writer.entries(record);
+            writer.entries(extra);
+        });
+}
+
+int Serializer::serialize(const KeyValues& record, const std::string& method,
+                          const std::vector<Variant>& params, SerializedData& data)
+{
+    return steps::serialize(
+        data, 3,
+        [&] {
+            const int r = record.setSerializedDataInfo(0, data);
+            return r != STATUS_SUCCESS ? r : describeCall(1, params, data);
+        },
+        [&](Writer& writer) {
+            writer.entries(record);
+            writer.text(method);
+            writer.values(params);
+        });
+}
+
+int Serializer::serialize(const std::string& method, const std::vector<Variant>& params,
+                          SerializedData& data)
+{
+    return steps::serialize(
+        data, 2, [&] { return describeCall(0, params, data); },
+        [&](Writer& writer) {
+            writer.text(method);
+            writer.values(params);
+        });
+}
+
+int Serializer::serialize(const std::string& method, const std::vector<Variant>& params,
+                          const std::string& extra, SerializedData& data)
+{
+    return steps::serialize(
+        data, 3,
+        [&] {
+            const int r = describeCall(0, params, data);
+            return r != STATUS_SUCCESS ? r : data.addType(2, VARIANT_TYPE_STRING);
+        },
+        [&](Writer& writer) {
+            writer.text(method);
+            writer.values(params);
+            writer.text(extra);
+        });
+}
+
+int Serializer::serialize(const std::vector<std::string>& names, const std::string& method,
+                          const std::vector<Variant>& params, const std::string& extra,
+                          SerializedData& data)
+{
+    return steps::serialize(
+        data, 4,
+        [&] {
+            int r = STATUS_SUCCESS;
+            for (std::size_t i = 0; i < names.size() && r == STATUS_SUCCESS; ++i) {
+                r = data.addType(0, VARIANT_TYPE_STRING);
+            }
+            if (r == STATUS_SUCCESS) {
+                r = describeCall(1, params, data);
+            }
+            return r != STATUS_SUCCESS ? r : data.addType(3, VARIANT_TYPE_STRING);
+        },
+        [&](Writer& writer) {
+            for (const std::string& name : names) {
+                writer.text(name);
+            }
+            writer.text(method);
+            writer.values(params);
+            writer.text(extra);
+        });
+}
+
+int Serializer::serialize(const std::vector<KeyValues>& records, SerializedData& data)
+{
+    return steps::serializeList(records, data);
+}
+
+int Serializer::serialize(const std::vector<KeyValues*>& records, SerializedData& data)
+{
+    return steps::serializeList(records, data);
+}
+
+int Serializer::serialize(const std::vector<KeyValues>& records, SerializedData& data, Repeatable)
+{
+    return steps::serializeRepeated(records, data);
+}
+
+int Serializer::serialize(const std::vector<KeyValues*>& records, SerializedData& data, Repeatable)
+{
+    return steps::serializeRepeated(records, data);
+}
+
+int Serializer::serialize(IBidirectionalIterator<KeyValues*>* iterator, int count,
+                          SerializedData& data)
+{
+    if (iterator == nullptr) {
+        OX_ERROR("Invalid parameter.");
+        return STATUS_INVALID_PARAMETER;
+    }
+    return steps::serializeList(Sequence(iterator, count), data);
+}
+
+int Serializer::serialize(IBidirectionalIterator<KeyValues*>* iterator, int count,
+                          SerializedData& data, Repeatable)
+{
+    if (iterator == nullptr) {
+        OX_ERROR("Invalid parameter.");
+        return STATUS_INVALID_PARAMETER;
+    }
+    return steps::serializeRepeated(Sequence(iterator, count), data);
+}
+
+int Serializer::deserialize(const SerializedData& data, KeyValue& entry)
+{
+    return entry.deserialize(data);
+}
+
+int Serializer::deserialize(const SerializedData& data, KeyValues& record)
+{
+    return record.deserialize(data);
+}
+
+int Serializer::deserialize(const SerializedData& data, std::string& key, Variant& value)
+{
+    const KeyValue entry(data);
+    key = entry.getKey();
+    value = entry.getValue();
+    return STATUS_SUCCESS;
+}
+
+int Serializer::deserialize(const SerializedData& data, KeyValues& record, KeyValue& extra)
+{
+    if (data.getBlockCount() != 2) {
+        OX_ERROR("Invalid block count (%d).", data.getBlockCount());
+        return STATUS_INVALID_PARAMETER;
+    }
+    int r = record.deserialize(data, 0);
+    if (r == STATUS_SUCCESS) {
+        r = extra.deserialize(data, 1);
+    }
+    if (r != STATUS_SUCCESS) {
+        OX_ERROR("Invalid state.");
+    }
+    return r;
+}
+
+int Serializer::deserialize(const SerializedData& data, KeyValues& record, std::string& method,
+                            std::vector<Variant>& params)
+{
+    if (data.getBlockCount() != 3) {
+        OX_ERROR("Invalid block count (%d).", data.getBlockCount());
+        return STATUS_INVALID_PARAMETER;
+    }
+    const int r = record.deserialize(data, 0);
+    if (r != STATUS_SUCCESS) {
+        OX_ERROR("Invalid state.");
+        return r;
+    }
+    if (!readText(data, 1, method) || !readValues(data, 2, params)) {
+        OX_ERROR("values is nullptr.");
+        return STATUS_INVALID_PARAMETER;
+    }
+    return STATUS_SUCCESS;
+}
+
+int Serializer::deserialize(const SerializedData& data, std::string& method,
+                            std::vector<Variant>& params)
+{
+    if (data.getBlockCount() != 2) {
+        OX_ERROR("Invalid block count (%d).", data.getBlockCount());
+        return STATUS_INVALID_PARAMETER;
+    }
+    if (!readText(data, 0, method) || !readValues(data, 1, params)) {
+        OX_ERROR("values is nullptr.");
+        return STATUS_INVALID_PARAMETER;
+    }
+    return STATUS_SUCCESS;
+}
+
+int Serializer::deserialize(const SerializedData& data, std::string& method,
+                            std::vector<Variant>& params, std::string& extra)
+{
+    if (data.getBlockCount() != 3) {
+        OX_ERROR("Invalid block count (%d).", data.getBlockCount());
+        return STATUS_INVALID_PARAMETER;
+    }
+    if (!readText(data, 0, method) || !readValues(data, 1, params) || !readText(data, 2, extra)) {
+        OX_ERROR("values is nullptr.");
+        return STATUS_INVALID_PARAMETER;
+    }
+    return STATUS_SUCCESS;
+}
+
+int Serializer::deserialize(const SerializedData& data, std::vector<std::string>& names,
+                            std::string& method, std::vector<Variant>& params, std::string& extra)
+{
+    if (data.getBlockCount() != 4) {
+        OX_ERROR("Invalid block count (%d).", data.getBlockCount());
+        return STATUS_INVALID_PARAMETER;
+    }
+    if (!readNames(data, 0, names) || !readText(data, 1, method) || !readValues(data, 2, params) ||
+        !readText(data, 3, extra)) {
+        OX_ERROR("values is nullptr.");
+        return STATUS_INVALID_PARAMETER;
+    }
+    return STATUS_SUCCESS;
+}
+
+int Serializer::deserialize(const SerializedData& data, std::vector<KeyValues>& records)
+{
+    return steps::deserialize(data, records);
+}
+
+int Serializer::deserialize(const SerializedData& data, std::vector<KeyValues*>& records)
+{
+    return steps::deserialize(data, records);
+}
+
+int Serializer::deserialize(const SerializedData& data, std::vector<KeyValues>& records,
+                            Repeatable repeatable)
+{
+    return steps::deserialize(data, records, repeatable);
+}
+
+int Serializer::deserialize(const SerializedData& data, std::vector<KeyValues*>& records,
+                            Repeatable repeatable)
+{
+    return steps::deserialize(data, records, repeatable);
+}
+
+int Serializer::getSerializableCount(const KeyValues& record)
+{
+    return MAX_TYPE_COUNT / (2 * record.getCount());
+}
+
+}  // namespace oxil

@@ -1,0 +1,594 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <memory>
+#include <ostream>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "GoldenEncoder.h"
+#include "OxSerializer.h"
+#include "OxStatus.h"
+
+namespace oxil::test {
+
+void PrintTo(const GoldenPayload& payload, std::ostream* stream)
+{
+    *stream << payload.name;
+}
+
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+// ---- A payload in the library's own types
+// --------------------------------------------------------
+
+struct Payload {
+    std::vector<KeyValues> records;
+    KeyValue entry;
+    std::vector<std::string> names;
+    std::string method;
+    std::vector<Variant> params;
+    std::string text;
+};
+
+Variant variantOf(const GoldenValue& value)
+{
+    const auto integer = [&] { return std::get<std::int64_t>(value.content); };
+    const auto natural = [&] { return std::get<std::uint64_t>(value.content); };
+    const auto floating = [&] { return std::get<double>(value.content); };
+
+    switch (value.kind) {
+        case GoldenKind::Int:
+            return Variant(static_cast<int>(integer()));
+        case GoldenKind::UInt:
+            return Variant(static_cast<unsigned int>(natural()));
+        case GoldenKind::Long:
+            return Variant(static_cast<long>(integer()));
+        case GoldenKind::ULong:
+            return Variant(static_cast<unsigned long>(natural()));
+        case GoldenKind::LongLong:
+            return Variant(static_cast<long long>(integer()));
+        case GoldenKind::ULongLong:
+            return Variant(static_cast<unsigned long long>(natural()));
+        case GoldenKind::Float:
+            return Variant(static_cast<float>(floating()));
+        case GoldenKind::Double:
+            return Variant(floating());
+        case GoldenKind::Bool:
+            return Variant(natural() != 0);
+        case GoldenKind::Text:
+            return Variant(std::get<std::string>(value.content));
+    }
+    return Variant();
+}
+
+KeyValue entryOf(const GoldenEntry& entry)
+{
+    return KeyValue(entry.key, variantOf(entry.value));
+}
+
+Payload payloadOf(const GoldenPayload& golden)
+{
+    Payload payload;
+    for (const GoldenRecord& entries : golden.records) {
+        payload.records.emplace_back();
+        for (const GoldenEntry& entry : entries) {
+            EXPECT_EQ(payload.records.back().add(entryOf(entry)), STATUS_SUCCESS);
+        }
+    }
+    payload.entry = entryOf(golden.entry);
+    payload.names = golden.names;
+    payload.method = golden.method;
+    for (const GoldenValue& value : golden.params) {
+        payload.params.push_back(variantOf(value));
+    }
+    payload.text = golden.text;
+    return payload;
+}
+
+// Which parts of a payload a layout carries.
+bool hasEntry(GoldenLayout layout)
+{
+    return layout == GoldenLayout::Entry || layout == GoldenLayout::RecordAndEntry;
+}
+
+bool hasMethod(GoldenLayout layout)
+{
+    return layout == GoldenLayout::RecordAndMethod || layout == GoldenLayout::Method ||
+           layout == GoldenLayout::MethodAndText || layout == GoldenLayout::NamesMethodAndText;
+}
+
+bool hasText(GoldenLayout layout)
+{
+    return layout == GoldenLayout::MethodAndText || layout == GoldenLayout::NamesMethodAndText;
+}
+
+// Texts of all values, because 0.0 equals -0.0.
+std::vector<std::string> textsOf(const std::vector<Variant>& values)
+{
+    std::vector<std::string> texts;
+    for (const Variant& value : values) {
+        texts.push_back(value.toString());
+    }
+    return texts;
+}
+
+void expectEqual(const GoldenPayload& golden, const Payload& actual)
+{
+    Payload expected = payloadOf(golden);
+    const auto isEmpty = [](const KeyValues& record) { return record.getCount() == 0; };
+    expected.records.erase(
+        std::remove_if(expected.records.begin(), expected.records.end(), isEmpty),
+        expected.records.end());
+
+    ASSERT_EQ(actual.records.size(), expected.records.size());
+    for (std::size_t i = 0; i < expected.records.size(); ++i) {
+        EXPECT_TRUE(actual.records[i] == expected.records[i]) << "record " << i;
+        EXPECT_EQ(textsOf(actual.records[i].getValues()), textsOf(expected.records[i].getValues()));
+    }
+    if (hasEntry(golden.layout)) {
+        EXPECT_TRUE(actual.entry == expected.entry);
+    }
+    if (hasMethod(golden.layout)) {
+        EXPECT_EQ(actual.names, expected.names);
+        EXPECT_EQ(actual.method, expected.method);
+        EXPECT_TRUE(actual.params == expected.params);
+        EXPECT_EQ(textsOf(actual.params), textsOf(expected.params));
+    }
+    if (hasText(golden.layout)) {
+        EXPECT_EQ(actual.text, expected.text);
+    }
+}
+
+// ---- Every way through the Serializer
+// ------------------------------------------------------------
+
+class ListIterator : public IBidirectionalIterator<KeyValues*> {
+public:
+    explicit ListIterator(const std::vector<KeyValues*>& records) : __records(records) {}
+
+    int moveTo(int position) override
+    {
+        __next = static_cast<std::size_t>(position);
+        return 0;
+    }
+    KeyValues* next() override { return __records.at(__next++); }
+    int getPosition() override { return static_cast<int>(__next); }
+    bool isEnd() override { return __next == __records.size(); }
+
+private:
+    std::vector<KeyValues*> __records;
+    std::size_t __next = 0;
+};
+
+using Pack = std::function<int(Payload&, SerializedData&)>;
+using Unpack = std::function<int(const SerializedData&, Payload&)>;
+
+std::vector<KeyValues*> pointersTo(std::vector<KeyValues>& records)
+{
+    std::vector<KeyValues*> pointers;
+    for (KeyValues& record : records) {
+        pointers.push_back(&record);
+    }
+    return pointers;
+}
+
+std::vector<Pack> packsOf(GoldenLayout layout)
+{
+    switch (layout) {
+        case GoldenLayout::Entry:
+            return {[](Payload& in, SerializedData& data) {
+                        return Serializer::serialize(in.entry, data);
+                    },
+                    [](Payload& in, SerializedData& data) {
+                        return Serializer::serialize(in.entry.getKey(), in.entry.getValue(), data);
+                    }};
+        case GoldenLayout::Record:
+            return {[](Payload& in, SerializedData& data) {
+                return Serializer::serialize(in.records.at(0), data);
+            }};
+        case GoldenLayout::RecordAndEntry:
+            return {[](Payload& in, SerializedData& data) {
+                return Serializer::serialize(in.records.at(0), in.entry, data);
+            }};
+        case GoldenLayout::RecordAndMethod:
+            return {[](Payload& in, SerializedData& data) {
+                return Serializer::serialize(in.records.at(0), in.method, in.params, data);
+            }};
+        case GoldenLayout::Method:
+            return {[](Payload& in, SerializedData& data) {
+                return Serializer::serialize(in.method, in.params, data);
+            }};
+        case GoldenLayout::MethodAndText:
+            return {[](Payload& in, SerializedData& data) {
+                return Serializer::serialize(in.method, in.params, in.text, data);
+            }};
+        case GoldenLayout::NamesMethodAndText:
+            return {[](Payload& in, SerializedData& data) {
+                return Serializer::serialize(in.names, in.method, in.params, in.text, data);
+            }};
+        case GoldenLayout::List:
+            return {[](Payload& in, SerializedData& data) {
+                        return Serializer::serialize(in.records, data);
+                    },
+                    [](Payload& in, SerializedData& data) {
+                        return Serializer::serialize(pointersTo(in.records), data);
+                    },
+                    [](Payload& in, SerializedData& data) {
+                        ListIterator iterator(pointersTo(in.records));
+                        return Serializer::serialize(&iterator, 1000, data);
+                    }};
+        case GoldenLayout::RepeatedList:
+            return {[](Payload& in, SerializedData& data) {
+                        return Serializer::serialize(in.records, data, REPEATABLE);
+                    },
+                    [](Payload& in, SerializedData& data) {
+                        return Serializer::serialize(pointersTo(in.records), data, REPEATABLE);
+                    },
+                    [](Payload& in, SerializedData& data) {
+                        ListIterator iterator(pointersTo(in.records));
+                        return Serializer::serialize(&iterator, 1000, data, REPEATABLE);
+                    }};
+    }
+    return {};
+}
+
+void adopt(const std::vector<KeyValues*>& pointers, std::vector<KeyValues>& records)
+{
+    for (KeyValues* const pointer : pointers) {
+        records.push_back(*std::unique_ptr<KeyValues>(pointer));
+    }
+}
+
+std::vector<Unpack> unpacksOf(GoldenLayout layout)
+{
+    switch (layout) {
+        case GoldenLayout::Entry:
+            return {[](const SerializedData& data, Payload& out) {
+                        return Serializer::deserialize(data, out.entry);
+                    },
+                    [](const SerializedData& data, Payload& out) {
+                        std::string key;
+                        Variant value;
+                        const int result = Serializer::deserialize(data, key, value);
+                        out.entry = KeyValue(key, value);
+                        return result;
+                    }};
+        case GoldenLayout::Record:
+            return {[](const SerializedData& data, Payload& out) {
+                out.records.resize(1);
+                return Serializer::deserialize(data, out.records[0]);
+            }};
+        case GoldenLayout::RecordAndEntry:
+            return {[](const SerializedData& data, Payload& out) {
+                out.records.resize(1);
+                return Serializer::deserialize(data, out.records[0], out.entry);
+            }};
+        case GoldenLayout::RecordAndMethod:
+            return {[](const SerializedData& data, Payload& out) {
+                out.records.resize(1);
+                return Serializer::deserialize(data, out.records[0], out.method, out.params);
+            }};
+        case GoldenLayout::Method:
+            return {[](const SerializedData& data, Payload& out) {
+                return Serializer::deserialize(data, out.method, out.params);
+            }};
+        case GoldenLayout::MethodAndText:
+            return {[](const SerializedData& data, Payload& out) {
+                return Serializer::deserialize(data, out.method, out.params, out.text);
+            }};
+        case GoldenLayout::NamesMethodAndText:
+            return {[](const SerializedData& data, Payload& out) {
+                return Serializer::deserialize(data, out.names, out.method, out.params, out.text);
+            }};
+        case GoldenLayout::List:
+            return {[](const SerializedData& data, Payload& out) {
+                        return Serializer::deserialize(data, out.records);
+                    },
+                    [](const SerializedData& data, Payload& out) {
+                        std::vector<KeyValues*> pointers;
+                        const int result = Serializer::deserialize(data, pointers);
+                        adopt(pointers, out.records);
+                        return result;
+                    }};
+        case GoldenLayout::RepeatedList:
+            return {[](const SerializedData& data, Payload& out) {
+                        return Serializer::deserialize(data, out.records, REPEATABLE);
+                    },
+                    [](const SerializedData& data, Payload& out) {
+                        std::vector<KeyValues*> pointers;
+                        const int result = Serializer::deserialize(data, pointers, REPEATABLE);
+                        adopt(pointers, out.records);
+                        return result;
+                    }};
+    }
+    return {};
+}
+
+// ---- Files and bytes
+// -----------------------------------------------------------------------------
+
+const std::filesystem::path DIRECTORY = OXIL_TEST_DATA;
+
+Bytes read(const std::string& name)
+{
+    std::ifstream file(DIRECTORY / name, std::ios::binary);
+    EXPECT_TRUE(file.is_open()) << name;
+
+    Bytes bytes;
+    for (std::istreambuf_iterator<char> i(file); i != std::istreambuf_iterator<char>(); ++i) {
+        bytes.push_back(static_cast<std::uint8_t>(*i));
+    }
+    return bytes;
+}
+
+Bytes copyOf(const void* memory, std::size_t size)
+{
+    Bytes bytes(size);
+    if (size > 0) {
+        std::memcpy(bytes.data(), memory, size);
+    }
+    return bytes;
+}
+
+// Says where the bytes differ instead of printing them all.
+testing::AssertionResult sameBytes(const Bytes& actual, const Bytes& expected,
+                                   const std::vector<bool>& specified)
+{
+    if (actual.size() != expected.size()) {
+        return testing::AssertionFailure()
+               << actual.size() << " bytes instead of " << expected.size();
+    }
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        if (specified.at(i) && actual[i] != expected[i]) {
+            return testing::AssertionFailure() << "byte " << i << " is " << int{actual[i]}
+                                               << " instead of " << int{expected[i]};
+        }
+    }
+    return testing::AssertionSuccess();
+}
+
+testing::AssertionResult sameBytes(const Bytes& actual, const Bytes& expected)
+{
+    return sameBytes(actual, expected, std::vector<bool>(expected.size(), true));
+}
+
+// ---- The tests
+// -----------------------------------------------------------------------------------
+
+class GoldenFilesTest : public testing::TestWithParam<GoldenPayload> {
+protected:
+    const GoldenPayload& golden() const { return GetParam(); }
+    const Bytes info = read(golden().name + ".info");
+    const Bytes data = read(golden().name + ".data");
+};
+
+TEST_P(GoldenFilesTest, HoldWhatTheEncoderWrites)
+{
+    const GoldenBytes bytes = encode(golden());
+
+    EXPECT_TRUE(sameBytes(info, bytes.info));
+    EXPECT_TRUE(sameBytes(data, bytes.data));
+}
+
+TEST_P(GoldenFilesTest, HoldWhatTheLibraryWrites)
+{
+    const std::vector<bool> specified = encode(golden()).specified;
+    const std::vector<Pack> packs = packsOf(golden().layout);
+
+    for (std::size_t i = 0; i < packs.size(); ++i) {
+        SCOPED_TRACE("overload " + std::to_string(i));
+        Payload payload = payloadOf(golden());
+        SerializedData packed;
+
+        ASSERT_EQ(packs[i](payload, packed), STATUS_SUCCESS);
+
+        ASSERT_GE(packed.getTotalDataSize(), 0);
+        const auto size = static_cast<std::size_t>(packed.getTotalDataSize());
+        const SerializationInfo& description = packed.getSerializationInfo();
+        EXPECT_TRUE(sameBytes(copyOf(&description, sizeof description), info));
+        EXPECT_TRUE(sameBytes(copyOf(packed.getData(), size), data, specified));
+    }
+}
+
+TEST_P(GoldenFilesTest, AreReadBackByTheLibrary)
+{
+    SerializationInfo description;
+    ASSERT_EQ(info.size(), sizeof description);
+    std::memcpy(&description, info.data(), sizeof description);
+    EXPECT_EQ(SerializedData::validate(description, data.size()), STATUS_SUCCESS);
+
+    // Of exact size, so that a sanitizer sees a read beyond the end; never null.
+    const std::unique_ptr<std::uint8_t[]> area(new std::uint8_t[data.size()]);
+    std::copy(data.begin(), data.end(), area.get());
+
+    const std::vector<Unpack> unpacks = unpacksOf(golden().layout);
+    for (std::size_t i = 0; i < unpacks.size(); ++i) {
+        SCOPED_TRACE("overload " + std::to_string(i));
+        SerializedData received(description);
+        ASSERT_EQ(received.setData(static_cast<const void*>(area.get())), STATUS_SUCCESS);
+        EXPECT_EQ(received.getTotalDataSize(), static_cast<int>(data.size()));
+        Payload payload;
+
+        EXPECT_EQ(unpacks[i](received, payload), STATUS_SUCCESS);
+
+        expectEqual(golden(), payload);
+    }
+}
+
+std::string nameOf(const testing::TestParamInfo<GoldenPayload>& info)
+{
+    std::string name = info.param.name;
+    std::replace(name.begin(), name.end(), '-', '_');
+    return name;
+}
+
+INSTANTIATE_TEST_SUITE_P(Payloads, GoldenFilesTest, testing::ValuesIn(goldenPayloads()), nameOf);
+
+TEST(GoldenEncoderTest, WritesARecordAsAPersonWould)
+{
+    GoldenPayload payload;
+    payload.layout = GoldenLayout::Record;
+    payload.records = {{{"id", {GoldenKind::Int, std::int64_t{7}}},
+                        {"name", {GoldenKind::Text, std::string("ok")}}}};
+
+    const GoldenBytes bytes = encode(payload);
+
+    Bytes description(50064);
+    description[0] = 1;      // block count
+    description[4] = 4;      // type count of block 0
+    description[24] = 0x04;  // data size of block 0: 772
+    description[25] = 0x03;
+    description[64] = 10;  // types: text, int, text, text
+    description[65] = 1;
+    description[66] = 10;
+    description[67] = 10;
+    description[10065] = 1;  // sizes: 256, 4, 256, 256
+    description[10068] = 4;
+    description[10073] = 1;
+    description[10077] = 1;
+    EXPECT_TRUE(sameBytes(bytes.info, description));
+
+    Bytes data(772);
+    std::vector<bool> specified(772, false);
+    const auto write = [&](std::size_t offset, const Bytes& written) {
+        for (std::size_t i = 0; i < written.size(); ++i) {
+            data[offset + i] = written[i];
+            specified[offset + i] = true;
+        }
+    };
+    write(0, {0x69, 0x64, 0x00});
+    write(256, {0x07, 0x00, 0x00, 0x00});
+    write(260, {0x6e, 0x61, 0x6d, 0x65, 0x00});
+    write(516, {0x6f, 0x6b, 0x00});
+    EXPECT_TRUE(sameBytes(bytes.data, data));
+    EXPECT_EQ(bytes.specified, specified);
+}
+
+TEST(GoldenEncoderTest, StartsEveryBlockWhereItsListsAre)
+{
+    GoldenPayload payload;
+    payload.layout = GoldenLayout::NamesMethodAndText;
+    payload.names = {"n"};
+    payload.params = {{GoldenKind::Bool, std::uint64_t{1}}};
+
+    const GoldenBytes bytes = encode(payload);
+
+    Bytes description(50064);
+    description[0] = 4;
+    for (const std::size_t block : {0u, 1u, 3u}) {
+        description[4 + 4 * block] = 1;
+        description[24 + 4 * block + 1] = 1;
+        description[64 + 2000 * block] = 10;
+        description[10064 + 8000 * block + 1] = 1;
+    }
+    description[12] = 1;
+    description[32] = 1;
+    description[4064] = 9;
+    description[26064] = 1;
+    EXPECT_TRUE(sameBytes(bytes.info, description));
+    EXPECT_EQ(bytes.data.size(), 769u);
+    EXPECT_EQ(bytes.data[512], 1);
+}
+
+TEST(GoldenEncoderTest, DescribesARepeatedListOnceAndCountsIt)
+{
+    GoldenPayload payload;
+    payload.layout = GoldenLayout::RepeatedList;
+    payload.records.resize(258, {{"k", {GoldenKind::Bool, std::uint64_t{1}}}});
+
+    const GoldenBytes bytes = encode(payload);
+
+    Bytes description(50064);
+    description[0] = 1;
+    description[4] = 2;
+    description[24] = 1;  // 257 bytes
+    description[25] = 1;
+    description[44] = 2;  // 258 times
+    description[45] = 1;
+    description[64] = 10;
+    description[65] = 9;
+    description[10065] = 1;
+    description[10068] = 1;
+    EXPECT_TRUE(sameBytes(bytes.info, description));
+    EXPECT_EQ(bytes.data.size(), 258u * 257u);
+}
+
+TEST(GoldenEncoderTest, WritesEachKindLittleEndian)
+{
+    struct Row {
+        GoldenValue value;
+        Bytes bytes;
+    };
+    const auto number = [](std::int64_t value) { return value; };
+    const auto natural = [](std::uint64_t value) { return value; };
+    const std::vector<Row> rows = {
+        {{GoldenKind::Int, number(-2)}, {0xfe, 0xff, 0xff, 0xff}},
+        {{GoldenKind::UInt, natural(0x01020304)}, {0x04, 0x03, 0x02, 0x01}},
+        {{GoldenKind::Long, number(-2147483647 - 1)}, {0x00, 0x00, 0x00, 0x80}},
+        {{GoldenKind::ULong, natural(0x80000001)}, {0x01, 0x00, 0x00, 0x80}},
+        {{GoldenKind::LongLong, number(-2)}, {0xfe, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff}},
+        {{GoldenKind::ULongLong, natural(0x0102030405060708)}, {8, 7, 6, 5, 4, 3, 2, 1}},
+        {{GoldenKind::Float, 1.5}, {0x00, 0x00, 0xc0, 0x3f}},
+        {{GoldenKind::Float, -0.0}, {0x00, 0x00, 0x00, 0x80}},
+        {{GoldenKind::Float, 0x1p-149}, {0x01, 0x00, 0x00, 0x00}},
+        {{GoldenKind::Float, 0x1p-126}, {0x00, 0x00, 0x80, 0x00}},
+        {{GoldenKind::Float, -0x1.fffffep127}, {0xff, 0xff, 0x7f, 0xff}},
+        {{GoldenKind::Float, HUGE_VAL}, {0x00, 0x00, 0x80, 0x7f}},
+        {{GoldenKind::Double, 0.1}, {0x9a, 0x99, 0x99, 0x99, 0x99, 0x99, 0xb9, 0x3f}},
+        {{GoldenKind::Double, 0.0}, {0, 0, 0, 0, 0, 0, 0, 0}},
+        {{GoldenKind::Double, 0x1p-1074}, {1, 0, 0, 0, 0, 0, 0, 0}},
+        {{GoldenKind::Double, -0x1p-1022}, {0, 0, 0, 0, 0, 0, 0x10, 0x80}},
+        {{GoldenKind::Double, 0x1.fffffffffffffp1023},
+         {0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xef, 0x7f}},
+        {{GoldenKind::Double, -HUGE_VAL}, {0, 0, 0, 0, 0, 0, 0xf0, 0xff}},
+        {{GoldenKind::Bool, natural(1)}, {0x01}},
+        {{GoldenKind::Bool, natural(0)}, {0x00}},
+    };
+
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        SCOPED_TRACE("row " + std::to_string(i));
+        GoldenPayload payload;
+        payload.layout = GoldenLayout::Method;
+        payload.params = {rows[i].value};
+
+        const GoldenBytes bytes = encode(payload);
+
+        ASSERT_EQ(bytes.info[64 + 2000], static_cast<std::uint8_t>(rows[i].value.kind));
+        EXPECT_EQ(bytes.info[10064 + 8000], rows[i].bytes.size());
+        EXPECT_TRUE(sameBytes(Bytes(bytes.data.begin() + 256, bytes.data.end()), rows[i].bytes));
+    }
+}
+
+TEST(GoldenFilesDirectoryTest, HoldsNoFilesOfPayloadsThatAreGone)
+{
+    std::set<std::string> known;
+    for (const GoldenPayload& payload : goldenPayloads()) {
+        known.insert(payload.name + ".info");
+        known.insert(payload.name + ".data");
+    }
+
+    std::set<std::string> present;
+    for (const auto& file : std::filesystem::directory_iterator(DIRECTORY)) {
+        const std::string extension = file.path().extension().string();
+        if (extension == ".info" || extension == ".data") {
+            present.insert(file.path().filename().string());
+        }
+    }
+
+    EXPECT_EQ(present, known);
+}
+
+}  // namespace
+}  // namespace oxil::test
