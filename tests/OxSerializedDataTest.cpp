@@ -1330,8 +1330,7 @@ TEST(ValidateTest, TheDataSizeHasToBeTheSumOfTheEntrySizes)
 /** Refused however much data is there, because the getters count in `int`. */
 void expectTooLarge(const SerializationInfo& info, const std::string& message)
 {
-    for (const std::size_t size :
-         {std::size_t{0}, std::size_t{1} << 31, std::numeric_limits<std::size_t>::max()}) {
+    for (const std::size_t size : {std::size_t{1} << 31, std::numeric_limits<std::size_t>::max()}) {
         SCOPED_TRACE(size);
         expectRefused(info, size, message);
     }

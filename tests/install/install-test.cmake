@@ -1,0 +1,41 @@
+# Uses the library as its users do: from an installation through CMake and through pkg-config, and as
+# a subdirectory of another project.
+#
+# cmake -DBUILD=... -DSOURCE=... -DWORK=... -DCXX=... [-DFLAGS=...] -P install-test.cmake
+
+function(run)
+  execute_process(COMMAND ${ARGV} COMMAND_ERROR_IS_FATAL ANY)
+endfunction()
+
+function(run_consumer program)
+  execute_process(COMMAND ${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${WORK}/prefix/lib ${program}
+    OUTPUT_VARIABLE output COMMAND_ERROR_IS_FATAL ANY)
+  if(NOT output MATCHES "^answer = 42\ncaptured: OxKeyValues.cpp: getKeyValue.* > Invalid key .question.\n$")
+    message(FATAL_ERROR "${program} printed:\n${output}")
+  endif()
+endfunction()
+
+file(REMOVE_RECURSE ${WORK})
+set(consumer ${SOURCE}/tests/install/consumer)
+
+run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${WORK}/prefix)
+
+run(${CMAKE_COMMAND} -G Ninja -S ${consumer} -B ${WORK}/package
+  -DCMAKE_PREFIX_PATH=${WORK}/prefix -DCMAKE_CXX_COMPILER=${CXX} -DCMAKE_CXX_FLAGS=${FLAGS})
+run(${CMAKE_COMMAND} --build ${WORK}/package)
+run_consumer(${WORK}/package/consumer)
+
+run(${CMAKE_COMMAND} -G Ninja -S ${consumer} -B ${WORK}/subdirectory
+  -DOXIL_SOURCE_DIR=${SOURCE} -DCMAKE_CXX_COMPILER=${CXX} -DCMAKE_CXX_FLAGS=${FLAGS})
+run(${CMAKE_COMMAND} --build ${WORK}/subdirectory)
+run_consumer(${WORK}/subdirectory/consumer)
+
+# The package file names the prefix that the tree was configured for; pkg-config may be told another.
+execute_process(
+  COMMAND ${CMAKE_COMMAND} -E env PKG_CONFIG_PATH=${WORK}/prefix/lib/pkgconfig
+    pkg-config --define-variable=prefix=${WORK}/prefix --cflags --libs oxil
+  OUTPUT_VARIABLE flags OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+separate_arguments(flags)
+separate_arguments(own_flags UNIX_COMMAND "${FLAGS}")
+run(${CXX} -std=c++17 ${own_flags} ${consumer}/main.cpp ${flags} -o ${WORK}/plain)
+run_consumer(${WORK}/plain)
