@@ -107,7 +107,7 @@ std::vector<int> sizesOf(const SerializedData& data, int block)
     return std::vector<int>(info.typeSizes[block], info.typeSizes[block] + info.typeCount[block]);
 }
 
-/** A block that has no room for @p room more entries and one. */
+/** Adds entries until @p room more would fill the block's type list. */
 void fillBlock(SerializedData& data, int block, int room)
 {
     while (data.getTypeCount(block) < MAX_TYPE_COUNT - room) {
@@ -130,8 +130,7 @@ void describeValues(SerializedData& data, int block, const std::vector<Variant>&
     ASSERT_EQ(data.setData(bytes.data()), STATUS_SUCCESS);
 }
 
-// ---- Describing
-// ----------------------------------------------------------------------------------
+// ---- Describing ---------------------------------------------------------------------------------
 
 TEST(RecordSerializationTest, AnEntryIsDescribedAsATextSlotAndItsValue)
 {
@@ -240,8 +239,7 @@ TEST(RecordSerializationTest, AFullTypeListEndsTheDescription)
     EXPECT_EQ(record.setSerializedDataInfo(data), STATUS_SUCCESS);
 }
 
-// ---- Copying an entry
-// ----------------------------------------------------------------------------
+// ---- Copying an entry ---------------------------------------------------------------------------
 
 TEST(RecordSerializationTest, AnEntryIsCopiedAsKeySlotAndValue)
 {
@@ -385,8 +383,7 @@ TEST(RecordSerializationTest, ThereHasToBeSpaceToCopyTo)
     expectUnusableSpaceRefused(KeyValues(), "OxKeyValues.cpp");
 }
 
-// ---- Copying a record
-// ----------------------------------------------------------------------------
+// ---- Copying a record ---------------------------------------------------------------------------
 
 TEST(RecordSerializationTest, ARecordIsCopiedWithoutGapsOrPadding)
 {
@@ -484,8 +481,7 @@ TEST(RecordSerializationTest, WhatFollowsAnOverLongTextLands257BytesEarly)
                             Logged("copySerializedData", "Invalid copySize (255) size( 254)")));
 }
 
-// ---- Serializing
-// ---------------------------------------------------------------------------------
+// ---- Serializing --------------------------------------------------------------------------------
 
 TEST(RecordSerializationTest, TheSerializedFormIsFixedToTheByte)
 {
@@ -525,7 +521,7 @@ TEST(RecordSerializationTest, EveryKindComesBackAsItWas)
 {
     KeyValues record;
     for (const Sample& sample : samples()) {
-        // The shortest numbers first, so that the rest stands at odd places.
+        // A byte before each, so that many stand at odd places.
         ASSERT_EQ(record.add("odd" + std::to_string(record.getCount()), Variant(true)),
                   STATUS_SUCCESS);
         ASSERT_EQ(record.add("key" + std::to_string(record.getCount()), sample.value),
@@ -801,8 +797,7 @@ TEST(RecordSerializationTest, AnOverLongTextSpoilsWhatFollowsIt)
     EXPECT_THAT(log.lines(), ElementsAre(Logged("add", "Invalid parameter.")));
 }
 
-// ---- Deserializing an entry
-// ----------------------------------------------------------------------
+// ---- Deserializing an entry ---------------------------------------------------------------------
 
 TEST(RecordSerializationTest, AnEntryTakesTheFirstTwoValuesOfItsBlock)
 {
@@ -935,8 +930,7 @@ TEST(RecordSerializationTest, WhatCannotBeReadMakesAnEmptyEntryOrRecord)
                             LoggedIn("OxKeyValues.cpp", "deserialize", "values is nullptr.")));
 }
 
-// ---- Deserializing a record
-// ----------------------------------------------------------------------
+// ---- Deserializing a record ---------------------------------------------------------------------
 
 TEST(RecordSerializationTest, ARecordAddsTheEntriesOfABlockInOrder)
 {

@@ -15,7 +15,7 @@ constexpr std::string_view FRAME = "%s: %s(%d) > ";
 std::mutex mutex;
 LogCapture* innermost = nullptr;
 
-std::string formatted(const char* format, va_list arguments)
+[[gnu::format(printf, 1, 0)]] std::string formatted(const char* format, va_list arguments)
 {
     va_list copy;
     va_copy(copy, arguments);
@@ -72,9 +72,8 @@ testing::Matcher<const LogLine&> LoggedIn(const std::string& file, const std::st
 }  // namespace oxil::test
 
 // Stands before the platform's logger, because a definition in the executable wins.
-extern "C" __attribute__((visibility("default"))) int __dlog_print(int logId, int priority,
-                                                                   const char* tag,
-                                                                   const char* format, ...)
+extern "C" __attribute__((visibility("default"), format(printf, 4, 5))) int __dlog_print(
+    int logId, int priority, const char* tag, const char* format, ...)
 {
     using namespace oxil::test;
 
