@@ -171,10 +171,11 @@ public:
     /** The same for block 0. */
     int deserialize(const SerializedData& data);
 
+    /** Bytes that copySerializedData() may write; meant for the library itself. */
+    std::size_t __getSpace() const noexcept;
+
 private:
     friend class KeyValues;  // compares and hands on keys and values without copies
-
-    std::size_t __getSpace() const noexcept;
 
     std::string __key;
     Variant __value;

@@ -306,19 +306,16 @@ int KeyValues::copySerializedData(void* destination, int size) const
 
 int KeyValues::serialize(SerializedData& data) const
 {
-    const int r = setSerializedDataInfo(data);
+    setSerializedDataInfo(data);
 
     const int size = data.getDataSize();
     if (size < 1) {
         OX_ERROR("Invalid data size (%d).", size);
         return STATUS_INVALID_STATE;
     }
-    // A description that was refused midway is smaller than what is written all the same.
-    std::size_t space = static_cast<std::size_t>(size);
-    if (r != STATUS_SUCCESS) {
-        space = std::max(space, __getSpace());
-    }
-    void* buffer = std::malloc(space);
+    // A description that was refused, or added to one of a stranger, may promise less than what is
+    // written.
+    void* buffer = std::malloc(std::max(static_cast<std::size_t>(size), __getSpace()));
     if (buffer == nullptr) {
         OX_ERROR("Memory allocation failed.");
         return STATUS_OUT_OF_MEMORY;

@@ -1,6 +1,7 @@
 #include "OxSerializer.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -15,15 +16,25 @@
 namespace oxil {
 namespace {
 
-/** Writes payloads one behind the other; the buffer has room for all of them. */
+/**
+ * Writes payloads one behind the other, and stops at the end of the buffer.
+ *
+ * What is written fits what was described, unless the target was described by a stranger before, or
+ * an iterator yields other records than it did.
+ */
 class Writer {
 public:
-    explicit Writer(void* buffer) : __buffer(static_cast<char*>(buffer)) {}
+    Writer(void* buffer, std::size_t size) : __buffer(static_cast<char*>(buffer)), __size(size) {}
+
+    /** Whether everything has found room so far. */
+    bool isComplete() const { return __complete; }
 
     void text(const std::string& text)
     {
-        internal::copyTextSlot(__place(), text);
-        __advance(static_cast<int>(internal::TEXT_SLOT_SIZE));
+        if (__fits(internal::TEXT_SLOT_SIZE)) {
+            internal::copyTextSlot(__place(), text);
+            __advance(static_cast<int>(internal::TEXT_SLOT_SIZE));
+        }
     }
 
     void values(const std::vector<Variant>& values)
@@ -32,31 +43,52 @@ public:
             const int space = value.getType() == VARIANT_TYPE_STRING
                                   ? static_cast<int>(internal::TEXT_SLOT_SIZE)
                                   : value.getValueSize();
-            __advance(value.toRaw(__place(), space));
+            if (__fits(static_cast<std::size_t>(space))) {
+                __advance(value.toRaw(__place(), space));
+            }
         }
     }
 
     void count(int count)
     {
         const std::int32_t number = count;
-        std::memcpy(__place(), &number, sizeof number);
-        __advance(sizeof number);
+        if (__fits(sizeof number)) {
+            std::memcpy(__place(), &number, sizeof number);
+            __advance(sizeof number);
+        }
     }
 
     template <typename Entries>
     void entries(const Entries& entries)
     {
-        __advance(entries.copySerializedData(__place()));
+        if (__fits(entries.__getSpace())) {
+            __advance(entries.copySerializedData(__place()));
+        }
     }
 
 private:
     char* __place() const { return __buffer + __offset; }
 
+    bool __fits(std::size_t size)
+    {
+        __complete = __complete && size <= __size - __offset;
+        return __complete;
+    }
+
     // A text that is too long steps back by one; many of them must not step out of the buffer.
-    void __advance(int size) { __offset = std::max(__offset + size, 0); }
+    void __advance(int size)
+    {
+        if (size >= 0) {
+            __offset += static_cast<std::size_t>(size);
+        } else if (__offset > 0) {
+            --__offset;
+        }
+    }
 
     char* __buffer;
-    int __offset = 0;
+    std::size_t __size;
+    std::size_t __offset = 0;
+    bool __complete = true;
 };
 
 // ---- Lists of records. Each kind is walked with forEach(records, visit): visit takes a record and
@@ -213,7 +245,7 @@ namespace steps {
  */
 template <typename Describe, typename Write>
 int serialize(SerializedData& data, int blockCount, const Describe& describe,
-              const std::size_t& space, const Write& write)
+              const long long& space, const Write& write)
 {
     data.setBlockCount(blockCount);
 
@@ -227,20 +259,21 @@ int serialize(SerializedData& data, int blockCount, const Describe& describe,
         return r;
     }
 
-    // At least one byte: an empty payload succeeds also where malloc(0) gives a null pointer.
-    const std::size_t described = static_cast<std::size_t>(data.getTotalDataSize());
+    // At least one byte: an empty payload succeeds also where malloc(0) gives a null pointer. What
+    // doesn't fit an int can't be described, and no memory is asked for it.
+    const long long size = std::max({static_cast<long long>(data.getTotalDataSize()), space, 1LL});
     std::unique_ptr<void, void (*)(void*)> buffer(
-        std::malloc(std::max({described, space, std::size_t(1)})), std::free);
+        size <= INT_MAX ? std::malloc(static_cast<std::size_t>(size)) : nullptr, std::free);
     if (buffer == nullptr) {
         OX_ERROR("Memory allocation failed.");
         return STATUS_OUT_OF_MEMORY;
     }
 
-    Writer writer(buffer.get());
+    Writer writer(buffer.get(), static_cast<std::size_t>(size));
     r = write(writer);
-    if (r != STATUS_SUCCESS) {
+    if (r != STATUS_SUCCESS || !writer.isComplete()) {
         OX_ERROR("Invalid state.");
-        return r;
+        return STATUS_INVALID_STATE;
     }
     return data.setData(buffer.release(), TRANSFER_OWNERSHIP);
 }
@@ -248,7 +281,7 @@ int serialize(SerializedData& data, int blockCount, const Describe& describe,
 template <typename Describe, typename Write>
 int serialize(SerializedData& data, int blockCount, const Describe& describe, const Write& write)
 {
-    constexpr std::size_t AS_DESCRIBED = 0;
+    constexpr long long AS_DESCRIBED = 0;
     return serialize(data, blockCount, describe, AS_DESCRIBED, [&](Writer& writer) {
         write(writer);
         return STATUS_SUCCESS;
@@ -258,7 +291,7 @@ int serialize(SerializedData& data, int blockCount, const Describe& describe, co
 template <typename Records>
 int serializeList(const Records& records, SerializedData& data)
 {
-    constexpr std::size_t AS_DESCRIBED = 0;
+    constexpr long long AS_DESCRIBED = 0;
     return serialize(
         data, 2,
         [&] {
@@ -283,14 +316,14 @@ int serializeList(const Records& records, SerializedData& data)
 template <typename Records>
 int serializeRepeated(const Records& records, SerializedData& data)
 {
-    std::size_t space = 0;  // records of another shape than the first may take more
+    long long space = 0;  // records of another shape than the first may take more
     return serialize(
         data, 1,
         [&] {
             requireFirst(records);
             int count = 0;
             const int r = forEach(records, [&](const KeyValues& record) {
-                space += record.__getSpace();
+                space += static_cast<long long>(record.__getSpace());
                 return ++count == 1 ? record.setSerializedDataInfo(0, data) : STATUS_SUCCESS;
             });
             if (r == STATUS_SUCCESS) {
@@ -363,6 +396,10 @@ int deserialize(const SerializedData& data, Records& records, Repeatable)
     }
 
     const std::ptrdiff_t typeCount = data.getTypeCount();
+    if (typeCount < 1) {
+        // The values were decoded by an earlier description.
+        return STATUS_SUCCESS;
+    }
     if (records.empty()) {
         records.reserve(values->size() / static_cast<std::size_t>(typeCount));
     }
