@@ -30,7 +30,8 @@ public:
     /** Makes an entry with an empty key and a value of kind VARIANT_TYPE_NONE. */
     KeyValue() noexcept = default;
 
-    /** Makes an entry with this key, unchecked, and a value of kind VARIANT_TYPE_NONE. */
+    /** Makes an entry with this key, unchecked, and a value of kind VARIANT_TYPE_NONE. A literal
+     * could mean a key or a value: write `KeyValue(std::string("name"))`. */
     explicit KeyValue(const std::string& key) : __key(key) {}
 
     /** Makes an entry with an empty key and a copy of @p value. */

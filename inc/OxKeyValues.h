@@ -39,7 +39,7 @@ class SerializedData;
  * @par Exceptions
  * `std::out_of_range` from the position getters and from update(int, const Variant&) for a negative
  * position, deliberately; only remove(int) refuses those with a code. `std::bad_alloc` when memory
- * runs out; the record is then as it was.
+ * runs out; the record is then as it was, but for deserialize(), which keeps what it added before.
  */
 class OXIL_API KeyValues {
 public:

@@ -108,10 +108,10 @@ public:
      *
      * @param info  the description received
      * @param size  bytes of data received
-     * @return STATUS_SUCCESS; STATUS_INVALID_PARAMETER after logging the first thing found:
-     *         "Invalid block count (%d).", "Invalid type count (%d).", "Invalid type (%d).",
-     *         "Invalid type size (%d).", "Invalid data size (%d)." or "Data is too short (%d)."
-     * with the block
+     * @return STATUS_SUCCESS; STATUS_INVALID_PARAMETER after logging the first thing found, with
+     * the value that is wrong: "Invalid block count (%d).", "Invalid type count (%d).", "Invalid
+     * type (%d).", "Invalid type size (%d)." or "Invalid data size (%d).", or, with the number of
+     * the block, "Data is too short (%d)."
      */
     static int validate(const SerializationInfo& info, std::size_t size);
 
