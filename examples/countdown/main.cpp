@@ -1,0 +1,50 @@
+// Runs countdown.lua, which uses timers, waiting loops and the log, and the same from C++.
+//
+// Prints (the lines of the script come through the platform's log):
+//   3
+//   2
+//   1
+//   lift-off
+
+#include <cstdio>
+
+#include <Oxil.h>
+
+int main(int argc, char** argv)
+{
+    //! [countdown]
+    oxil::WaitingLoop loop;
+    oxil::Timer timer;
+    int left = 3;
+    timer.start(
+        10,
+        [&] {
+            std::printf("%d\n", left);
+            if (--left == 0) {
+                timer.cancel();
+                loop.quit();
+            }
+        },
+        oxil::REPEATABLE);
+    loop.run();
+    //! [countdown]
+
+    //! [wait]
+    // Gives up after a second; true after a few questions here.
+    int questions = 0;
+    loop.run(10, [&] { return ++questions == 3; });
+    //! [wait]
+    std::printf("lift-off\n");
+
+    //! [script]
+    oxil::LuaScript script(argc > 1 ? argv[1] : "countdown.lua");
+    if (script.load() != oxil::STATUS_SUCCESS) {
+        return 1;
+    }
+    int ticks = 0;
+    std::string last;
+    script.callMethod("countDown", std::tie(ticks, last), 3, "lift-off");
+    std::printf("%d ticks, then %s\n", ticks, last.c_str());
+    //! [script]
+    return ticks == 3 && last == "lift-off" ? 0 : 1;
+}

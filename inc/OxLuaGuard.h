@@ -1,0 +1,75 @@
+#pragma once
+
+#include <exception>
+#include <type_traits>
+
+#include "OxExport.h"
+
+struct lua_State;
+
+namespace oxil {
+
+/**
+ * Keeps C++ exceptions and Lua errors apart in a native function.
+ *
+ * Lua is C: an exception must not pass through its frames (on the device that ends the process),
+ * and a Lua error leaves a function by `longjmp`, past all destructors. So a native function that
+ * calls C++ does it inside run(), and turns a failure into a Lua error with raise() when nothing
+ * with a destructor is alive any more:
+ *
+ *     int find(lua_State* state)
+ *     {
+ *         const char* name = luaL_checkstring(state, 1);  // may raise: nothing to destroy yet
+ *         int place = 0;
+ *
+ *         oxil::LuaGuard guard(state);
+ *         if (!guard.run([&] { place = shelf->find(std::string(name)); })) {
+ *             return guard.raise();
+ *         }
+ *         lua_pushinteger(state, place);
+ *         return 1;
+ *     }
+ *
+ * The script sees an ordinary Lua error with the exception's text and may handle it. If that very
+ * error gets as far as LuaScript::load() or Script::callMethod(), they throw the exception itself
+ * to their caller, after everything that they do for any Lua error.
+ */
+class OXIL_API LuaGuard {
+public:
+    /** @param state  the state that the native function was called with */
+    explicit LuaGuard(lua_State* state) noexcept : __state(state), __reason() {}
+
+    /**
+     * Calls a function that may throw.
+     *
+     * @param function  must call nothing that raises a Lua error
+     * @return false if it threw; raise() is to be called then
+     */
+    template <typename Function>
+    bool run(const Function& function) noexcept
+    {
+        try {
+            function();
+            return true;
+        } catch (const std::exception& exception) {
+            __keep(exception.what());
+        } catch (...) {
+            __keep("unknown exception");
+        }
+        return false;
+    }
+
+    /** Raises the Lua error for the exception that run() met. Does not return; the type is for
+     *  `return guard.raise();`. */
+    int raise();
+
+private:
+    void __keep(const char* reason) noexcept;
+
+    lua_State* __state;
+    char __reason[256];
+};
+
+static_assert(std::is_trivially_destructible_v<LuaGuard>, "a Lua error may leave it behind");
+
+}  // namespace oxil

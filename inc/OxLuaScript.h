@@ -1,0 +1,116 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "OxExport.h"
+#include "OxScript.h"
+
+struct lua_State;
+
+namespace oxil {
+
+class BaseLuaApi;
+class LuaApi;
+
+/**
+ * A Lua 5.1 script in a Lua state of its own.
+ *
+ * load() makes the state, opens the standard libraries, registers the tables of BaseLuaApi and of
+ * the added LuaApi objects, and runs the file. callMethod() then calls its global functions.
+ *
+ * @par Errors in Lua functions
+ * callMethod() does not report them: it returns STATUS_SUCCESS, logs nothing, and leaves the error
+ * message on the Lua stack in place of the results. A typed call reads that message, or what it
+ * converts to, as its last result. Without results nothing ever removes it.
+ *
+ * Without memory left for a value, Lua ends the process where no call is protected: while the
+ * standard libraries are opened and while parameters are handed over.
+ *
+ * @par Exceptions
+ * What a native function threw inside its LuaGuard comes out of load() and callMethod(), unless the
+ * script handled the error. A failed typed call leaves the message on the Lua stack then too.
+ *
+ * @par Threads
+ * Scripts are made, loaded, called and destroyed on the main-loop thread.
+ *
+ * @par Lifetime
+ * A script must not be destroyed or loaded again from one of its own Lua functions.
+ */
+class OXIL_API LuaScript : public Script {
+public:
+    /** Makes a script with an empty path, which can't be loaded. */
+    LuaScript();
+
+    /** Makes a script for a file. Logs "Memory allocation failed" if there is no memory for the
+     *  built-in tables; every load() then logs "Invalid state." and goes without any tables. */
+    explicit LuaScript(const std::string& filePath);
+
+    /** Closes the state. The added LuaApi objects are neither unloaded nor deleted; timers and
+     *  loops that the script made live on. */
+    ~LuaScript() override;
+
+    /**
+     * Adds native functions; they are registered by load(), or at once if it came before.
+     *
+     * @param api  stays the caller's, and has to live as long as it is added; may be added twice
+     * @return STATUS_SUCCESS, also if registering at once failed; STATUS_INVALID_PARAMETER after
+     *         logging "Invalid parameter." for null
+     */
+    int addLuaApi(LuaApi* api);
+
+    /**
+     * Takes native functions out and unloads them. Their global table stays in the state.
+     *
+     * @return STATUS_SUCCESS; STATUS_INVALID_PARAMETER after logging "Invalid parameter." for null;
+     *         STATUS_NOT_FOUND after logging "Invalid state." if it was not added; what
+     *         LuaApi::unload() returned after logging "%d" with it, taken out all the same
+     */
+    int removeLuaApi(LuaApi* api);
+
+    /** The Lua state, null before load() and after a failed one. */
+    lua_State* getLuaState() const;
+
+    /**
+     * The script that a Lua state belongs to.
+     *
+     * @return null after logging "Invalid state" if there is none. The state of a coroutine is not
+     *         the script's state.
+     */
+    static LuaScript* getLuaScript(lua_State* state);
+
+    /**
+     * What load() does. Loading again replaces the state.
+     *
+     * @return STATUS_SUCCESS; STATUS_INVALID_STATE after logging "Invalid state." when there is no
+     *         memory for a state, or "filePath(%s) (%d) (%s)." with the path, always 1, and Lua's
+     *         message, when the file can't be read, is no Lua, or fails; there is no state then
+     */
+    int onLoading() override;
+
+    int onMethodCalling(const std::string& methodName) override;
+    int onMethodCalled(const std::string& methodName) override;
+    int onMethodParameterAdded(const std::string& value) override;
+    int onMethodParameterAdded(bool value) override;
+    int onMethodParameterAdded(int value) override;
+    int onMethodParameterAdded(float value) override;
+    int onGetReturnValue(bool& value) const override;
+    int onGetReturnValue(int& value) const override;
+    int onGetReturnValue(float& value) const override;
+    int onGetReturnValue(std::string& value) const override;
+    void onReturnValueEvaluateBegin() override;
+    void onReturnValueEvaluateEnd() override;
+
+private:
+    int __loadLuaApi();
+    int __nextReturnIndex() const;
+
+    std::unique_ptr<lua_State, void (*)(lua_State*)> __luaState;
+    BaseLuaApi* __baseApi;
+    std::vector<LuaApi*> __luaApis;
+    mutable int __returnIndex;
+    bool __apisLoaded;
+};
+
+}  // namespace oxil

@@ -1,0 +1,128 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+
+#include "OxExport.h"
+
+struct _GMainLoop;
+
+namespace oxil {
+
+class Timer;
+
+/**
+ * Blocks the caller in place until something happens, while the main loop goes on dispatching.
+ *
+ * Two modes, which may be active at the same time:
+ * - run() blocks in a nested `GMainLoop`, without using the processor, until quit();
+ * - wait() iterates the default main context until go(). It never sleeps: it keeps one processor
+ *   busy, deliberately, and is meant for short waits.
+ *
+ * Either can be given a time-out, or a predicate that is asked again and again. Whichever of the
+ * two timers comes to its end ends both modes: a run that times out also releases a pending wait,
+ * and the other way round.
+ *
+ * @par Nesting
+ * Code that is dispatched inside may run and wait again, on this loop or others. Nested loops end
+ * from the innermost one outwards, whatever the order in which they are told to end.
+ *
+ * @par Threads
+ * All members are called on the thread that runs the default main context.
+ *
+ * @par Example
+ * @snippet countdown/main.cpp wait
+ */
+class OXIL_API WaitingLoop {
+public:
+    /** Makes an idle loop. Without memory for its timers the loop can't time out, see run(int). */
+    WaitingLoop();
+
+    /**
+     * Lets go of the main loop and the timers.
+     *
+     * Code dispatched inside may destroy the loop it runs in. A wait() ends then. A run() does not:
+     * nobody is left to end it, so say quit() first.
+     */
+    ~WaitingLoop();
+
+    WaitingLoop(const WaitingLoop&) = delete;
+    WaitingLoop& operator=(const WaitingLoop&) = delete;
+
+    /** Blocks until quit(). Returns 0. */
+    int run();
+
+    /**
+     * Blocks until quit() or until @p interval milliseconds have passed.
+     *
+     * A time-out that can't be armed for want of memory is logged as "Invalid state." under the
+     * name __startRunTimer; only quit() ends the run then.
+     *
+     * @param interval  milliseconds; -1 and only -1 means no time-out, 0 the next iteration
+     * @return 0
+     */
+    int run(int interval);
+
+    /**
+     * Blocks until quit() or until the predicate, asked every @p interval milliseconds, is true.
+     *
+     * @param interval   milliseconds between two questions; with -1 it is never asked
+     * @param predicate  copied and kept until the next run; its own state lasts from one question
+     *                   to the next. An empty one makes this run(int). It must not throw: the
+     *                   process ends if it does.
+     * @return 0
+     */
+    int run(int interval, const std::function<bool()>& predicate);
+
+    /** Keeps iterating until go(). Returns 0. */
+    int wait();
+
+    /** Keeps iterating until go() or until @p interval milliseconds have passed, as run(int) with
+     *  __startWaitTimer. Returns 0. */
+    int wait(int interval);
+
+    /** Keeps iterating until go() or until the predicate, asked every @p interval milliseconds, is
+     *  true, as run(int, const std::function<bool()>&). Returns 0. */
+    int wait(int interval, const std::function<bool()>& predicate);
+
+    /**
+     * Ends run mode.
+     *
+     * Cancels the time-out of the run and, while waiting, that of the wait as well, which then ends
+     * only by go(). Does nothing that shows on an idle loop.
+     */
+    void quit();
+
+    /**
+     * Ends wait mode.
+     *
+     * Cancels the time-out of the wait and, while running, that of the run as well, which then ends
+     * only by quit(): a `go()` while only running turns `run(60)` into `run()`.
+     */
+    void go();
+
+    /** Whether run mode is active: from the start of run() to quit(). */
+    bool isRunning() const;
+
+    /** Whether wait mode is active: from the start of wait() to go(). */
+    bool isWaiting() const;
+
+private:
+    int __startRunTimer(int interval, const std::function<bool()>& predicate);
+    int __startWaitTimer(int interval, const std::function<bool()>& predicate);
+    void __cancelTimer() const;
+    void __runTimerExpired() noexcept;
+    void __waitTimerExpired() noexcept;
+    void __end();
+
+    std::function<bool()> __runPredicate;
+    std::function<bool()> __waitPredicate;
+    Timer* __runTimer;
+    Timer* __waitTimer;
+    std::unique_ptr<_GMainLoop, std::function<void(_GMainLoop*)>> __mainLoop;
+    bool __running;
+    bool __waiting;
+    const int __noTimeout;
+};
+
+}  // namespace oxil

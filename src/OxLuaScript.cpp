@@ -1,0 +1,334 @@
+#include "OxLuaScript.h"
+
+#include <pthread.h>
+
+#include <algorithm>
+#include <limits>
+#include <new>
+#include <unordered_map>
+
+#include "OxBaseLuaApi.h"
+#include "OxLog.h"
+#include "OxLua.h"
+#include "OxLuaApi.h"
+#include "OxLuaStack.h"
+#include "OxProtectedCall.h"
+#include "OxStatus.h"
+
+namespace oxil {
+namespace {
+
+using Registry = std::unordered_map<lua_State*, LuaScript*>;
+
+Registry* registry = nullptr;  // lives until the process ends
+pthread_once_t registryOnce = PTHREAD_ONCE_INIT;
+
+void __initInstance()
+{
+    constexpr std::size_t BUCKETS = 10;
+
+    registry = new (std::nothrow) Registry(BUCKETS);
+    if (registry == nullptr) {
+        OX_ERROR("Memory allocation failed");
+    }
+}
+
+/** Null if there was no memory for it. */
+Registry* getRegistry()
+{
+    pthread_once(&registryOnce, __initInstance);
+    return registry;
+}
+
+/** Argument: the name, as light userdata. Result: the global of that name. */
+int getGlobal(lua_State* state)
+{
+    lua_getfield(state, LUA_GLOBALSINDEX, static_cast<const char*>(lua_touserdata(state, 1)));
+    return 1;
+}
+
+/** Raises the error that is its upvalue. */
+int raise(lua_State* state)
+{
+    lua_pushvalue(state, lua_upvalueindex(1));
+    return lua_error(state);
+}
+
+/** Throws what the error on top of the stack was raised for, if that was an exception. */
+void rethrow(const internal::ProtectedCall& call, lua_State* state)
+{
+    const std::exception_ptr exception = call.getException(state);
+    if (exception != nullptr) {
+        std::rethrow_exception(exception);
+    }
+}
+
+}  // namespace
+
+LuaScript::LuaScript() : LuaScript("") {}
+
+LuaScript::LuaScript(const std::string& filePath)
+    : Script(filePath),
+      __luaState(nullptr, lua_close),
+      __baseApi(new (std::nothrow) BaseLuaApi()),
+      __returnIndex(1),
+      __apisLoaded(false)
+{
+    if (__baseApi == nullptr) {
+        OX_ERROR("Memory allocation failed");
+    }
+}
+
+LuaScript::~LuaScript()
+{
+    // Entries of earlier states go as well: a timer left over from one of them finds no script
+    // instead of a destroyed one.
+    if (registry != nullptr) {
+        for (auto entry = registry->begin(); entry != registry->end();) {
+            entry = entry->second == this ? registry->erase(entry) : std::next(entry);
+        }
+    }
+    std::vector<LuaApi*>().swap(__luaApis);
+    delete __baseApi;
+    __luaState.reset();
+}
+
+int LuaScript::addLuaApi(LuaApi* api)
+{
+    if (api == nullptr) {
+        OX_ERROR("Invalid parameter.");
+        return STATUS_INVALID_PARAMETER;
+    }
+    if (__apisLoaded) {
+        api->load(this);
+    }
+    __luaApis.push_back(api);
+    return STATUS_SUCCESS;
+}
+
+int LuaScript::removeLuaApi(LuaApi* api)
+{
+    if (api == nullptr) {
+        OX_ERROR("Invalid parameter.");
+        return STATUS_INVALID_PARAMETER;
+    }
+    const auto place = std::find(__luaApis.begin(), __luaApis.end(), api);
+    if (place == __luaApis.end()) {
+        OX_ERROR("Invalid state.");
+        return STATUS_NOT_FOUND;
+    }
+    __luaApis.erase(place);
+
+    if (__apisLoaded) {
+        const int r = api->unload();
+        if (r != STATUS_SUCCESS) {
+            OX_ERROR("%d", r);
+            return r;
+        }
+    }
+    return STATUS_SUCCESS;
+}
+
+lua_State* LuaScript::getLuaState() const
+{
+    return __luaState.get();
+}
+
+LuaScript* LuaScript::getLuaScript(lua_State* state)
+{
+    Registry* scripts = getRegistry();
+    // An unknown state gets an entry of its own, with no script.
+    LuaScript* script = scripts != nullptr ? (*scripts)[state] : nullptr;
+    if (script == nullptr) {
+        OX_ERROR("Invalid state");
+    }
+    return script;
+}
+
+int LuaScript::onLoading()
+{
+    lua_State* state = luaL_newstate();
+    if (state == nullptr) {
+        OX_ERROR("Invalid state.");
+        return STATUS_INVALID_STATE;
+    }
+    luaL_openlibs(state);
+    __luaState.reset(state);
+    if (Registry* scripts = getRegistry()) {
+        (*scripts)[state] = this;
+    }
+    __loadLuaApi();
+
+    const std::string filePath = getFilePath();
+    const internal::ProtectedCall call;
+    if (luaL_loadfile(state, filePath.c_str()) == 0 && lua_pcall(state, 0, LUA_MULTRET, 0) == 0) {
+        return STATUS_SUCCESS;
+    }
+
+    const char* message = lua_tostring(state, -1);
+    OX_ERROR("filePath(%s) (%d) (%s).", filePath.c_str(), 1,
+             message != nullptr ? message : "(null)");
+    const std::exception_ptr exception = call.getException(state);
+    __luaState.reset();
+    if (exception != nullptr) {
+        std::rethrow_exception(exception);
+    }
+    return STATUS_INVALID_STATE;
+}
+
+int LuaScript::onMethodCalling(const std::string& methodName)
+{
+    lua_State* state = __luaState.get();
+    if (state == nullptr || !internal::reserveLuaStack(state, 2)) {
+        return STATUS_INVALID_STATE;
+    }
+    if (lua_getmetatable(state, LUA_GLOBALSINDEX) == 0) {
+        lua_getfield(state, LUA_GLOBALSINDEX, methodName.c_str());
+        return STATUS_SUCCESS;
+    }
+    // A script that watches its globals may raise an error for an unknown one. That ends the
+    // process outside a protected call, so it is kept for the call to raise.
+    lua_pop(state, 1);
+    const internal::ProtectedCall call;
+    lua_pushcfunction(state, getGlobal);
+    lua_pushlightuserdata(state, const_cast<char*>(methodName.c_str()));
+    if (lua_pcall(state, 1, 1, 0) != 0) {
+        rethrow(call, state);
+        lua_pushcclosure(state, raise, 1);
+    }
+    return STATUS_SUCCESS;
+}
+
+int LuaScript::onMethodCalled(const std::string&)
+{
+    lua_State* state = __luaState.get();
+    if (state == nullptr || !internal::reserveLuaStack(state, std::max(getReturnCount(), 1))) {
+        return STATUS_INVALID_STATE;
+    }
+    const internal::ProtectedCall call;
+    if (lua_pcall(state, getParameterCount(), getReturnCount(), 0) != 0) {
+        // The message stays where the results would be, and nothing is reported.
+        rethrow(call, state);
+    }
+    return STATUS_SUCCESS;
+}
+
+int LuaScript::onMethodParameterAdded(const std::string& value)
+{
+    if (__luaState == nullptr || !internal::reserveLuaStack(__luaState.get(), 1)) {
+        return STATUS_INVALID_STATE;
+    }
+    lua_pushstring(__luaState.get(), value.c_str());
+    return STATUS_SUCCESS;
+}
+
+int LuaScript::onMethodParameterAdded(bool value)
+{
+    if (__luaState == nullptr || !internal::reserveLuaStack(__luaState.get(), 1)) {
+        return STATUS_INVALID_STATE;
+    }
+    lua_pushboolean(__luaState.get(), value);
+    return STATUS_SUCCESS;
+}
+
+int LuaScript::onMethodParameterAdded(int value)
+{
+    if (__luaState == nullptr || !internal::reserveLuaStack(__luaState.get(), 1)) {
+        return STATUS_INVALID_STATE;
+    }
+    lua_pushinteger(__luaState.get(), value);
+    return STATUS_SUCCESS;
+}
+
+int LuaScript::onMethodParameterAdded(float value)
+{
+    if (__luaState == nullptr || !internal::reserveLuaStack(__luaState.get(), 1)) {
+        return STATUS_INVALID_STATE;
+    }
+    lua_pushnumber(__luaState.get(), static_cast<lua_Number>(value));
+    return STATUS_SUCCESS;
+}
+
+int LuaScript::onGetReturnValue(bool& value) const
+{
+    const int index = __nextReturnIndex();
+    value = index != 0 && lua_toboolean(__luaState.get(), index) != 0;
+    return STATUS_SUCCESS;
+}
+
+int LuaScript::onGetReturnValue(int& value) const
+{
+    const int index = __nextReturnIndex();
+    value = index != 0 ? internal::toInt(lua_tointeger(__luaState.get(), index)) : 0;
+    return STATUS_SUCCESS;
+}
+
+int LuaScript::onGetReturnValue(float& value) const
+{
+    const int index = __nextReturnIndex();
+    value = index != 0 ? static_cast<float>(lua_tonumber(__luaState.get(), index)) : 0.0f;
+    return STATUS_SUCCESS;
+}
+
+int LuaScript::onGetReturnValue(std::string& value) const
+{
+    const int index = __nextReturnIndex();
+    const char* text = index != 0 ? lua_tostring(__luaState.get(), index) : nullptr;
+    value = text != nullptr ? text : "";
+    return STATUS_SUCCESS;
+}
+
+void LuaScript::onReturnValueEvaluateBegin()
+{
+    if (getReturnCount() <= 0) {
+        OX_ERROR("retCount (%d)", getReturnCount());
+        return;
+    }
+    __returnIndex = -getReturnCount();
+}
+
+void LuaScript::onReturnValueEvaluateEnd()
+{
+    if (getReturnCount() <= 0) {
+        OX_ERROR("retCount (%d)", getReturnCount());
+        return;
+    }
+    if (__luaState != nullptr) {
+        // A failed call left one message, however many results were asked for.
+        const int count = std::min(getReturnCount(), lua_gettop(__luaState.get()));
+        lua_settop(__luaState.get(), -count - 1);
+    }
+}
+
+int LuaScript::__loadLuaApi()
+{
+    if (__baseApi == nullptr) {
+        OX_ERROR("Invalid state.");
+        return STATUS_INVALID_STATE;
+    }
+    int r = __baseApi->load(this);
+    if (r != STATUS_SUCCESS) {
+        OX_ERROR("Invalid state. (%d)", r);
+        return r;
+    }
+    for (std::size_t i = 0; i < __luaApis.size(); ++i) {  // which may add more
+        LuaApi* api = __luaApis[i];
+        r = api->load(this);
+        if (r != STATUS_SUCCESS) {
+            OX_ERROR("Invalid state. luaApi (%p)", static_cast<void*>(api));
+        }
+    }
+    __apisLoaded = true;
+    return r;
+}
+
+/** The stack index of the next result, 0 if there is no such value on the stack. */
+int LuaScript::__nextReturnIndex() const
+{
+    const int index = __returnIndex++;
+    const bool there =
+        __luaState != nullptr && (index > 0 || -index <= lua_gettop(__luaState.get()));
+    return there ? index : 0;
+}
+
+}  // namespace oxil

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <exception>
+#include <string>
+
+#include "OxLua.h"
+
+namespace oxil::internal {
+
+/**
+ * A protected call into Lua, and the exception that a native function met inside it.
+ *
+ * Calls nest; an exception belongs to the innermost one. It comes back out only if the error that
+ * it was raised as is the one that ended the call: a script may have handled it, and failed later
+ * for another reason.
+ */
+class ProtectedCall {
+public:
+    ProtectedCall() noexcept;
+    ~ProtectedCall();
+
+    ProtectedCall(const ProtectedCall&) = delete;
+    ProtectedCall& operator=(const ProtectedCall&) = delete;
+
+    /** Keeps the current exception for the innermost call, if there is one. */
+    static void keep() noexcept;
+
+    /** Tells the innermost call the message of the Lua error that its exception is raised as. */
+    static void raising(const char* message) noexcept;
+
+    /** The exception that the error on top of the stack was raised as, or none. */
+    std::exception_ptr getException(lua_State* state) const;
+
+private:
+    std::exception_ptr __exception;
+    std::string __message;
+    ProtectedCall* __outer;
+};
+
+}  // namespace oxil::internal

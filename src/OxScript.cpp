@@ -1,0 +1,219 @@
+#include "OxScript.h"
+
+#include "OxLog.h"
+#include "OxStatus.h"
+
+namespace oxil {
+
+Script::Script() : __returnCount(0), __parameterCount(0) {}
+
+Script::Script(const std::string& filePath)
+    : __filePath(filePath), __returnCount(0), __parameterCount(0)
+{
+}
+
+Script::~Script() = default;
+
+int Script::onMethodCalling(const std::string&)
+{
+    return 0;
+}
+
+int Script::onMethodCalled(const std::string&)
+{
+    return 0;
+}
+
+int Script::onMethodParameterAdded(const std::string&)
+{
+    return 0;
+}
+
+int Script::onMethodParameterAdded(bool)
+{
+    return 0;
+}
+
+int Script::onMethodParameterAdded(int)
+{
+    return 0;
+}
+
+int Script::onMethodParameterAdded(float)
+{
+    return 0;
+}
+
+int Script::onGetReturnValue(bool&) const
+{
+    return 0;
+}
+
+int Script::onGetReturnValue(int&) const
+{
+    return 0;
+}
+
+int Script::onGetReturnValue(float&) const
+{
+    return 0;
+}
+
+int Script::onGetReturnValue(std::string&) const
+{
+    return 0;
+}
+
+void Script::onReturnValueEvaluateBegin() {}
+
+void Script::onReturnValueEvaluateEnd() {}
+
+int Script::load()
+{
+    return onLoading();
+}
+
+int Script::callMethod(const std::string& methodName, int returnCount)
+{
+    if (methodName.empty()) {
+        OX_ERROR("Invalid parameter.");
+        return STATUS_INVALID_PARAMETER;
+    }
+    if (returnCount < 0) {
+        OX_ERROR("Invalid parameter.");
+        return STATUS_INVALID_PARAMETER;
+    }
+    __parameterCount = 0;
+    __methodName = methodName;
+    __returnCount = returnCount;
+
+    if (onMethodCalling(__methodName) != 0) {
+        OX_ERROR("Invalid state.");
+        return STATUS_INVALID_STATE;
+    }
+    if (onMethodCalled(__methodName) != 0) {
+        OX_ERROR("Invalid state.");
+        return STATUS_INVALID_STATE;
+    }
+    return STATUS_SUCCESS;
+}
+
+int Script::callMethod(const std::string& methodName)
+{
+    if (methodName.empty()) {
+        OX_ERROR("Invalid parameter.");
+        return STATUS_INVALID_PARAMETER;
+    }
+    const int r = callMethod(methodName, 0);
+    if (r != STATUS_SUCCESS) {
+        OX_ERROR("(%d)", r);
+    }
+    return r;
+}
+
+int Script::callMethod(const std::string& methodName, std::initializer_list<Parameter> parameters,
+                       std::initializer_list<Result> results)
+{
+    if (methodName.empty()) {
+        OX_ERROR("Invalid parameter.");
+        return STATUS_INVALID_PARAMETER;
+    }
+    const int returnCount = static_cast<int>(results.size());
+    const int parameterCount = static_cast<int>(parameters.size());
+    __parameterCount = 0;
+    __methodName = methodName;
+    __returnCount = returnCount;
+
+    if (onMethodCalling(__methodName) != 0) {
+        OX_ERROR("Invalid state.");
+        return STATUS_INVALID_STATE;
+    }
+    for (const Parameter& parameter : parameters) {
+        if (parameter.addTo(*this) != 0) {
+            OX_ERROR("Invalid state.");
+            return STATUS_INVALID_STATE;
+        }
+        ++__parameterCount;
+    }
+    const int called = onMethodCalled(__methodName);
+
+    // The function may have led to other calls, which left their own bookkeeping behind.
+    __parameterCount = parameterCount;
+    __methodName = methodName;
+    __returnCount = returnCount;
+
+    if (called != 0) {
+        OX_ERROR("Invalid state.");
+        return STATUS_INVALID_STATE;
+    }
+    if (returnCount == 0) {
+        return STATUS_SUCCESS;
+    }
+
+    int read = 0;
+    onReturnValueEvaluateBegin();
+    for (const Result& result : results) {
+        read = result.getFrom(*this);
+        if (read != 0) {
+            break;
+        }
+    }
+    onReturnValueEvaluateEnd();
+    if (read != 0) {
+        OX_ERROR("Invalid state.");
+        return STATUS_INVALID_STATE;
+    }
+    return STATUS_SUCCESS;
+}
+
+std::string Script::getFilePath() const
+{
+    return __filePath;
+}
+
+std::string Script::getMethodName() const
+{
+    return __methodName;
+}
+
+int Script::getReturnCount() const
+{
+    return __returnCount;
+}
+
+int Script::getParameterCount() const
+{
+    return __parameterCount;
+}
+
+int Script::Parameter::addTo(Script& script) const
+{
+    switch (__kind) {
+        case Kind::BOOL:
+            return script.onMethodParameterAdded(__bool);
+        case Kind::INT:
+            return script.onMethodParameterAdded(__int);
+        case Kind::FLOAT:
+            return script.onMethodParameterAdded(__float);
+        case Kind::TEXT:
+            break;
+    }
+    return script.onMethodParameterAdded(*__text);
+}
+
+int Script::Result::getFrom(const Script& script) const
+{
+    switch (__kind) {
+        case Kind::BOOL:
+            return script.onGetReturnValue(*__bool);
+        case Kind::INT:
+            return script.onGetReturnValue(*__int);
+        case Kind::FLOAT:
+            return script.onGetReturnValue(*__float);
+        case Kind::TEXT:
+            break;
+    }
+    return script.onGetReturnValue(*__text);
+}
+
+}  // namespace oxil

@@ -1,0 +1,86 @@
+#include "OxTimer.h"
+
+#include <glib.h>
+
+#include <new>
+
+#include "OxCallOut.h"
+#include "OxLog.h"
+#include "OxStatus.h"
+
+namespace oxil {
+
+Timer::Timer() : __repeating(false), __source(nullptr, __removeSource) {}
+
+Timer::~Timer()
+{
+    internal::giveUp(__callback);
+}
+
+int Timer::start(int interval, const std::function<void()>& callback)
+{
+    return __start(interval, callback);
+}
+
+int Timer::start(int interval, const std::function<void()>& callback, Repeatable)
+{
+    __repeating = true;
+    return __start(interval, callback);
+}
+
+void Timer::cancel()
+{
+    __source.reset();
+}
+
+int Timer::__start(int interval, const std::function<void()>& callback)
+{
+    internal::replace(__callback, callback);
+
+    const SourceId id = g_timeout_add(static_cast<guint>(interval), __timerExpired, this);
+    if (id == 0) {
+        OX_ERROR("Invalid state.");
+        return STATUS_INVALID_STATE;
+    }
+    SourceId* cell = new (std::nothrow) SourceId(id);
+    if (cell == nullptr) {
+        OX_ERROR("Memory allocation failed.");
+        return STATUS_OUT_OF_MEMORY;
+    }
+
+    // The new source is in place before the old one goes, so an armed timer stays armed throughout.
+    __source.reset(cell);
+    return STATUS_SUCCESS;
+}
+
+int Timer::__timerExpired(void* data) noexcept
+{
+    if (data == nullptr) {
+        OX_ERROR("Invalid parameter.");
+        return G_SOURCE_REMOVE;
+    }
+    return static_cast<Timer*>(data)->__onTimerExpired() ? G_SOURCE_CONTINUE : G_SOURCE_REMOVE;
+}
+
+bool Timer::__onTimerExpired()
+{
+    const bool repeating = __repeating;
+    if (!repeating) {
+        // GLib removes the source itself. The cell goes without its deleter, which would ask GLib
+        // to remove a source that is on its way out.
+        static_cast<void>(__source.release());
+    }
+    if (internal::isSet(__callback)) {
+        internal::callFrom(__callback);
+    }
+    // The callback may have destroyed this timer.
+    return repeating;
+}
+
+void Timer::__removeSource(SourceId* source)
+{
+    g_source_remove(*source);
+    delete source;
+}
+
+}  // namespace oxil

@@ -1,0 +1,191 @@
+#include "OxWaitingLoop.h"
+
+#include <glib.h>
+
+#include <new>
+
+#include "OxCallOut.h"
+#include "OxLog.h"
+#include "OxStatus.h"
+#include "OxTimer.h"
+
+namespace oxil {
+
+using internal::Watch;
+using internal::Watched;
+
+namespace {
+
+/** Asks the predicate every so often, or expires once if there is none. */
+void start(Timer& timer, int interval, const std::function<bool()>& predicate,
+           const std::function<void()>& onExpired)
+{
+    if (predicate) {
+        timer.start(interval, onExpired, REPEATABLE);
+    } else {
+        timer.start(interval, onExpired);
+    }
+}
+
+}  // namespace
+
+WaitingLoop::WaitingLoop()
+    : __runTimer(new (std::nothrow) Timer()),
+      __waitTimer(new (std::nothrow) Timer()),
+      __mainLoop(g_main_loop_new(g_main_context_default(), TRUE),
+                 [](GMainLoop* loop) { g_main_loop_unref(loop); }),
+      __running(false),
+      __waiting(false),
+      __noTimeout(-1)
+{
+}
+
+WaitingLoop::~WaitingLoop()
+{
+    Watch::giveUp(Watched::OBJECT, this);
+    internal::giveUp(__runPredicate);
+    internal::giveUp(__waitPredicate);
+
+    __mainLoop.reset();
+    delete __waitTimer;
+    delete __runTimer;
+}
+
+int WaitingLoop::run()
+{
+    return run(__noTimeout, std::function<bool()>());
+}
+
+int WaitingLoop::run(int interval)
+{
+    return run(interval, std::function<bool()>());
+}
+
+int WaitingLoop::run(int interval, const std::function<bool()>& predicate)
+{
+    __running = true;
+    __startRunTimer(interval, predicate);
+    // Holds a reference of its own, so that the loop object may be destroyed inside.
+    g_main_loop_run(__mainLoop.get());
+    return 0;
+}
+
+int WaitingLoop::wait()
+{
+    return wait(__noTimeout, std::function<bool()>());
+}
+
+int WaitingLoop::wait(int interval)
+{
+    return wait(interval, std::function<bool()>());
+}
+
+int WaitingLoop::wait(int interval, const std::function<bool()>& predicate)
+{
+    __waiting = true;
+    __startWaitTimer(interval, predicate);
+
+    const Watch watch(Watched::OBJECT, this);
+    while (watch.isIntact() && isWaiting()) {
+        g_main_context_iteration(g_main_context_default(), FALSE);
+    }
+    return 0;
+}
+
+void WaitingLoop::quit()
+{
+    __cancelTimer();
+    if (isRunning() && __mainLoop != nullptr) {
+        g_main_loop_quit(__mainLoop.get());
+    }
+    __running = false;
+}
+
+void WaitingLoop::go()
+{
+    __cancelTimer();
+    __waiting = false;
+}
+
+bool WaitingLoop::isRunning() const
+{
+    return __running;
+}
+
+bool WaitingLoop::isWaiting() const
+{
+    return __waiting;
+}
+
+int WaitingLoop::__startRunTimer(int interval, const std::function<bool()>& predicate)
+{
+    internal::replace(__runPredicate, predicate);
+    if (interval == __noTimeout) {
+        return STATUS_SUCCESS;
+    }
+    if (__runTimer == nullptr) {
+        OX_ERROR("Invalid state.");
+        return STATUS_INVALID_STATE;
+    }
+    start(*__runTimer, interval, __runPredicate, [this] { __runTimerExpired(); });
+    return STATUS_SUCCESS;
+}
+
+int WaitingLoop::__startWaitTimer(int interval, const std::function<bool()>& predicate)
+{
+    internal::replace(__waitPredicate, predicate);
+    if (interval == __noTimeout) {
+        return STATUS_SUCCESS;
+    }
+    if (__waitTimer == nullptr) {
+        OX_ERROR("Invalid state.");
+        return STATUS_INVALID_STATE;
+    }
+    start(*__waitTimer, interval, __waitPredicate, [this] { __waitTimerExpired(); });
+    return STATUS_SUCCESS;
+}
+
+void WaitingLoop::__cancelTimer() const
+{
+    if (__runTimer != nullptr && __running) {
+        __runTimer->cancel();
+    }
+    if (__waitTimer != nullptr && __waiting) {
+        __waitTimer->cancel();
+    }
+}
+
+void WaitingLoop::__runTimerExpired() noexcept
+{
+    const Watch watch(Watched::OBJECT, this);
+    if (internal::isSet(__runPredicate) && !internal::callFrom(__runPredicate)) {
+        return;
+    }
+    if (watch.isIntact()) {
+        __end();
+    }
+}
+
+void WaitingLoop::__waitTimerExpired() noexcept
+{
+    const Watch watch(Watched::OBJECT, this);
+    if (internal::isSet(__waitPredicate) && !internal::callFrom(__waitPredicate)) {
+        return;
+    }
+    if (watch.isIntact()) {
+        __end();
+    }
+}
+
+/** Whichever timer has come to its end, both modes end. */
+void WaitingLoop::__end()
+{
+    if (__running) {
+        quit();
+    }
+    if (__waiting) {
+        go();
+    }
+}
+
+}  // namespace oxil

@@ -1,0 +1,82 @@
+#include "LuaCalls.h"
+
+#include <dlfcn.h>
+#include <lua.hpp>
+
+#include <utility>
+
+namespace oxil::test {
+namespace {
+
+LuaStates* watch = nullptr;
+
+}  // namespace
+
+LuaStates::LuaStates()
+{
+    watch = this;
+}
+
+LuaStates::~LuaStates()
+{
+    watch = nullptr;
+    if (__kept != nullptr) {
+        lua_close(__kept);
+    }
+}
+
+void LuaStates::refuseNext()
+{
+    __refusing = true;
+}
+
+void LuaStates::reuse()
+{
+    __reusing = true;
+}
+
+lua_State* LuaStates::open(lua_State* (*newState)())
+{
+    if (std::exchange(__refusing, false)) {
+        return nullptr;
+    }
+    lua_State* state = std::exchange(__kept, nullptr);
+    if (state == nullptr) {
+        return newState();
+    }
+    lua_settop(state, 0);
+    return state;
+}
+
+void LuaStates::close(lua_State* state, void (*closeState)(lua_State*))
+{
+    __closed.push_back(state);
+    if (__reusing && __kept == nullptr) {
+        __kept = state;
+    } else {
+        closeState(state);
+    }
+}
+
+}  // namespace oxil::test
+
+// Stand before those of the Lua library, because a definition in the executable wins.
+extern "C" __attribute__((visibility("default"))) lua_State* luaL_newstate(void)
+{
+    using Function = lua_State* (*)();
+    static const Function original = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "luaL_newstate"));
+
+    return oxil::test::watch != nullptr ? oxil::test::watch->open(original) : original();
+}
+
+extern "C" __attribute__((visibility("default"))) void lua_close(lua_State* state)
+{
+    using Function = void (*)(lua_State*);
+    static const Function original = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "lua_close"));
+
+    if (oxil::test::watch != nullptr) {
+        oxil::test::watch->close(state, original);
+    } else {
+        original(state);
+    }
+}
