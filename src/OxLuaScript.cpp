@@ -54,6 +54,13 @@ int raise(lua_State* state)
     return lua_error(state);
 }
 
+/** Takes away the function of a call that can't be made, with the parameters that it has so far. */
+int abandon(lua_State* state, int parameterCount)
+{
+    lua_pop(state, parameterCount + 1);
+    return STATUS_INVALID_STATE;
+}
+
 /** Throws what the error on top of the stack was raised for, if that was an exception. */
 void rethrow(const internal::ProtectedCall& call, lua_State* state)
 {
@@ -202,8 +209,11 @@ int LuaScript::onMethodCalling(const std::string& methodName)
 int LuaScript::onMethodCalled(const std::string&)
 {
     lua_State* state = __luaState.get();
-    if (state == nullptr || !internal::reserveLuaStack(state, std::max(getReturnCount(), 1))) {
+    if (state == nullptr) {
         return STATUS_INVALID_STATE;
+    }
+    if (!internal::reserveLuaStack(state, std::max(getReturnCount(), 1))) {
+        return abandon(state, getParameterCount());
     }
     const internal::ProtectedCall call;
     if (lua_pcall(state, getParameterCount(), getReturnCount(), 0) != 0) {
@@ -215,37 +225,53 @@ int LuaScript::onMethodCalled(const std::string&)
 
 int LuaScript::onMethodParameterAdded(const std::string& value)
 {
-    if (__luaState == nullptr || !internal::reserveLuaStack(__luaState.get(), 1)) {
+    lua_State* state = __luaState.get();
+    if (state == nullptr) {
         return STATUS_INVALID_STATE;
     }
-    lua_pushstring(__luaState.get(), value.c_str());
+    if (!internal::reserveLuaStack(state, 1)) {
+        return abandon(state, getParameterCount());
+    }
+    lua_pushstring(state, value.c_str());
     return STATUS_SUCCESS;
 }
 
 int LuaScript::onMethodParameterAdded(bool value)
 {
-    if (__luaState == nullptr || !internal::reserveLuaStack(__luaState.get(), 1)) {
+    lua_State* state = __luaState.get();
+    if (state == nullptr) {
         return STATUS_INVALID_STATE;
     }
-    lua_pushboolean(__luaState.get(), value);
+    if (!internal::reserveLuaStack(state, 1)) {
+        return abandon(state, getParameterCount());
+    }
+    lua_pushboolean(state, value);
     return STATUS_SUCCESS;
 }
 
 int LuaScript::onMethodParameterAdded(int value)
 {
-    if (__luaState == nullptr || !internal::reserveLuaStack(__luaState.get(), 1)) {
+    lua_State* state = __luaState.get();
+    if (state == nullptr) {
         return STATUS_INVALID_STATE;
     }
-    lua_pushinteger(__luaState.get(), value);
+    if (!internal::reserveLuaStack(state, 1)) {
+        return abandon(state, getParameterCount());
+    }
+    lua_pushinteger(state, value);
     return STATUS_SUCCESS;
 }
 
 int LuaScript::onMethodParameterAdded(float value)
 {
-    if (__luaState == nullptr || !internal::reserveLuaStack(__luaState.get(), 1)) {
+    lua_State* state = __luaState.get();
+    if (state == nullptr) {
         return STATUS_INVALID_STATE;
     }
-    lua_pushnumber(__luaState.get(), static_cast<lua_Number>(value));
+    if (!internal::reserveLuaStack(state, 1)) {
+        return abandon(state, getParameterCount());
+    }
+    lua_pushnumber(state, static_cast<lua_Number>(value));
     return STATUS_SUCCESS;
 }
 

@@ -9,7 +9,7 @@ ProtectedCall* innermost = nullptr;
 
 }  // namespace
 
-ProtectedCall::ProtectedCall() noexcept : __outer(innermost)
+ProtectedCall::ProtectedCall() noexcept : __raised(false), __outer(innermost)
 {
     innermost = this;
 }
@@ -23,7 +23,7 @@ void ProtectedCall::keep() noexcept
 {
     if (innermost != nullptr) {
         innermost->__exception = std::current_exception();
-        innermost->__message.clear();
+        innermost->__raised = false;
     }
 }
 
@@ -32,17 +32,16 @@ void ProtectedCall::raising(const char* message) noexcept
     if (innermost != nullptr) {
         try {
             innermost->__message = message;
+            innermost->__raised = true;
         } catch (const std::bad_alloc&) {
             // Without its message the exception can't be told apart; the Lua error remains.
-            innermost->__exception = nullptr;
         }
     }
 }
 
 std::exception_ptr ProtectedCall::getException(lua_State* state) const
 {
-    if (__exception == nullptr || lua_type(state, -1) != LUA_TSTRING ||
-        __message != lua_tostring(state, -1)) {
+    if (!__raised || lua_type(state, -1) != LUA_TSTRING || __message != lua_tostring(state, -1)) {
         return nullptr;
     }
     return __exception;

@@ -34,6 +34,7 @@ public:
 private:
     std::exception_ptr __exception;
     std::string __message;
+    bool __raised;
     ProtectedCall* __outer;
 };
 

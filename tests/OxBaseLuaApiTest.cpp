@@ -16,6 +16,7 @@
 #include <string>
 #include <tuple>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "AllocationFailure.h"
@@ -168,7 +169,7 @@ const std::vector<HandleFunction> HANDLE_FUNCTIONS = {{"Timer", "stop", false, "
                                                       {"WaitingLoop", "isRunning", false, "false"},
                                                       {"WaitingLoop", "isWaiting", false, "false"}};
 
-// ---- The tables ----------------------------------------------------------------------------------
+// ---- The tables ---------------------------------------------------------------------------------
 
 // The global tables with what is in them, in words; everything else has an empty set.
 std::map<std::string, std::set<std::string>> globalsOf(lua_State* state, bool nativeOnly)
@@ -279,7 +280,7 @@ TEST_F(BaseLuaApiTest, TopLevelCodeMayUseTheTables)
     EXPECT_THAT(log.lines(), ElementsAre(information("loading")));
 }
 
-// ---- The definitions for editors -----------------------------------------------------------------
+// ---- The definitions for editors ----------------------------------------------------------------
 
 constexpr const char* STUB_PATH = OXIL_SOURCE_DIR "/tools/lua/oxil.lua";
 
@@ -367,7 +368,7 @@ TEST_F(BaseLuaApiTest, TheEditorsKnowEveryParameterAndResult)
     EXPECT_EQ(host.run("return table.concat(names, ' ')"), names);
 }
 
-// ---- Log -----------------------------------------------------------------------------------------
+// ---- Log ----------------------------------------------------------------------------------------
 
 TEST_F(BaseLuaApiTest, PrintJoinsTextsAndNumbersWithSingleBlanks)
 {
@@ -453,7 +454,7 @@ TEST_F(BaseLuaApiTest, PrintWorksInACoroutine)
     EXPECT_THAT(log.lines(), ElementsAre(information("in a 1")));
 }
 
-// ---- Handles -------------------------------------------------------------------------------------
+// ---- Handles ------------------------------------------------------------------------------------
 
 TEST_F(BaseLuaApiTest, LoopHandlesArePositions)
 {
@@ -672,7 +673,7 @@ TEST_F(BaseLuaApiTest, TheIntervalIsReadBeforeTheHandleIsChecked)
     }
 }
 
-// ---- Timer ---------------------------------------------------------------------------------------
+// ---- Timer --------------------------------------------------------------------------------------
 
 TEST_F(BaseLuaApiTest, TimerStartChecksItsArguments)
 {
@@ -847,8 +848,8 @@ TEST_F(BaseLuaApiTest, AFunctionThatFailsAMillionTimesDoesNoHarm)
         calls = 0 function boom() calls = calls + 1 error('boom', 0) end
         function works() return 6 * 7 end
     )");
-    // The stack of a LuaJIT state has an end. The last calls that it has room for fail with a message
-    // that says so; then the library refuses, and nothing is left behind any more.
+    // The stack of a LuaJIT state has an end. The last calls that it has room for fail with a
+    // message that says so; then the library refuses, and nothing is left behind any more.
     const bool limited = host.run("return jit ~= nil") == "true";
     const int top = host.top();
 
@@ -1196,7 +1197,7 @@ TEST_F(BaseLuaApiTest, UnhandledExhaustionComesOutOfTheCall)
     }
 }
 
-// ---- WaitingLoop ---------------------------------------------------------------------------------
+// ---- WaitingLoop --------------------------------------------------------------------------------
 
 TEST_F(BaseLuaApiTest, WithoutMemoryForALoopThereIsNone)
 {
@@ -1524,7 +1525,7 @@ TEST_F(BaseLuaApiTest, NestingTooDeepIsALuaErrorAtMost)
     }
 }
 
-// ---- Several scripts -----------------------------------------------------------------------------
+// ---- Several scripts ----------------------------------------------------------------------------
 
 TEST_F(BaseLuaApiTest, ScriptsHaveTimersAndLoopsOfTheirOwn)
 {

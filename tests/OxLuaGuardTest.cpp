@@ -2,7 +2,7 @@
 
 #include <gmock/gmock.h>
 
-#include <cstring>
+#include <chrono>
 #include <exception>
 #include <lua.hpp>
 #include <memory>
@@ -11,6 +11,7 @@
 #include <string>
 #include <tuple>
 #include <type_traits>
+#include <utility>
 
 #include "AllocationFailure.h"
 #include "LogCapture.h"
@@ -173,7 +174,7 @@ public:
     }
 };
 
-// ---- In a plain state, without the library around it ---------------------------------------------
+// ---- In a plain state, without the library around it --------------------------------------------
 
 class LuaGuardTest : public testing::Test {
 protected:
@@ -297,7 +298,7 @@ TEST_F(LuaGuardTest, FailsAgainAndAgain)
               "number " + std::to_string(100000 % 7));
 }
 
-// ---- In a script ---------------------------------------------------------------------------------
+// ---- In a script --------------------------------------------------------------------------------
 
 class LuaGuardScriptTest : public testing::Test {
 protected:
@@ -404,7 +405,8 @@ TEST_F(LuaGuardScriptTest, AHandledErrorDoesNotComeOut)
         "function handled() pcall(Native.refuse, 'no', 1) end\n"
         "function failsLater() pcall(Native.refuse, 'no', 2) error('for another reason') end\n"
         "function failsWithNothing() pcall(Native.refuse, 'no', 3) error() end\n"
-        "function fails() error('on its own') end\n");
+        "function fails() error('on its own') end\n"
+        "function settledThenFails() Native.settle() error('', 0) end\n");
     const int top = lua_gettop(state());
 
     EXPECT_EQ(refusalOf("handled"), -1);
@@ -415,7 +417,9 @@ TEST_F(LuaGuardScriptTest, AHandledErrorDoesNotComeOut)
     EXPECT_EQ(refusalOf("failsWithNothing"), -1);
     EXPECT_EQ(inWords(state(), -1), "nil");
     EXPECT_EQ(refusalOf("fails"), -1);
-    EXPECT_EQ(lua_gettop(state()), top + 3);
+    EXPECT_EQ(refusalOf("settledThenFails"), -1);
+    EXPECT_EQ(inWords(state(), -1), "");
+    EXPECT_EQ(lua_gettop(state()), top + 4);
 }
 
 TEST_F(LuaGuardScriptTest, TheLastOfSeveralExceptionsComesOut)
@@ -470,6 +474,24 @@ TEST_F(LuaGuardScriptTest, AnInnerCallIsNotEndedByTheExceptionOfTheOuterOne)
 
     EXPECT_EQ(refusalOf("outer"), -1);
     EXPECT_EQ(run("return works, fails"), "0, 0");
+}
+
+TEST_F(LuaGuardScriptTest, AnExceptionBelongsToTheInnermostCall)
+{
+    // Each call fails on its own, with just the text of an exception that another call met.
+    load(
+        "function meets() pcall(Native.refuse, 'no', 3) end\n"
+        "function fails() error('no', 0) end\n"
+        "function outerMeets() meets() status = Native.callOther('fails') end\n"
+        "function innerMeets() Native.callOther('meets') fails() end\n");
+
+    EXPECT_EQ(refusalOf("meets"), -1);
+    EXPECT_EQ(refusalOf("fails"), -1);
+    EXPECT_EQ(run("pcall(Native.refuse, 'no', 4)"), "");
+    EXPECT_EQ(refusalOf("fails"), -1);
+    EXPECT_EQ(refusalOf("outerMeets"), -1);
+    EXPECT_EQ(run("return status"), "0");
+    EXPECT_EQ(refusalOf("innerMeets"), -1);
 }
 
 TEST_F(LuaGuardScriptTest, AnExceptionGoesFromScriptToScript)
