@@ -1,0 +1,87 @@
+#pragma once
+
+#include <cstdint>
+
+#include "OxExport.h"
+
+namespace oxil {
+
+/**
+ * A colour, kept both as a packed ARGB word and as hue, saturation and value.
+ *
+ * Setting a part of one view computes the other anew. The computation has single precision and
+ * truncates: a colour that goes from RGB to HSV and back may come out one lower in a channel (the
+ * grey 45 becomes 44), and that is accepted. Results are the same bits on every host.
+ *
+ * Nothing is checked or clamped. Of red, green, blue and alpha the low 8 bits count. Hue (degrees),
+ * saturation and value (percent) are computed within [0, 360), [0, 100] and [0, 100], but stored as
+ * given; out of range they are computed with as they are, and channels outside 0 to 255 wrap.
+ *
+ * Alpha takes no part in the computation; 255 is opaque.
+ */
+class OXIL_API Color {
+public:
+    Color(int red, int green, int blue, int alpha);
+
+    /** Opaque. */
+    Color(int red, int green, int blue);
+
+    /** @param rgb32  0xAARRGGBB, of which 32 bits count: without alpha it is transparent */
+    Color(unsigned long rgb32);
+
+    Color(float hue, float saturation, float value, int alpha);
+
+    /** Opaque. */
+    Color(float hue, float saturation, float value);
+
+    /** Whether word, hue, saturation and value are all the same. One word can have different hues:
+     *  a colour made from HSV may differ from the one made from its word. */
+    bool operator==(const Color& other) const;
+    bool operator!=(const Color& other) const;
+
+    int getRed() const;
+    int getGreen() const;
+    int getBlue() const;
+    int getAlpha() const;
+
+    /** The colour as 0xAARRGGBB. */
+    unsigned int getRGB32() const;
+
+    float getHue() const;
+    float getSaturation() const;
+    float getValue() const;
+
+    /** The four bytes of the word. */
+    void getColorComponents(int& red, int& green, int& blue, int& alpha) const;
+
+    /** Hue, saturation and value as stored, and the alpha byte. */
+    void getColorComponents(float& hue, float& saturation, float& value, int& alpha) const;
+
+    void setRed(int red);
+    void setGreen(int green);
+    void setBlue(int blue);
+
+    /** Leaves everything else as it is. */
+    void setAlpha(int alpha);
+
+    /** @param withAlpha  whether the word's alpha counts; if not, the colour is opaque */
+    void setRGB32(unsigned int rgb32, bool withAlpha);
+
+    void setHue(float hue);
+    void setSaturation(float saturation);
+    void setValue(float value);
+
+    /** Computes hue, saturation and value from the word; the setters do. */
+    void __calculateHSV();
+
+    /** Computes the word, but for alpha, from hue, saturation and value; the setters do. */
+    void __calculateRGB();
+
+private:
+    std::uint32_t __rgb32;
+    float __hue;
+    float __saturation;
+    float __value;
+};
+
+}  // namespace oxil

@@ -1,0 +1,27 @@
+#pragma once
+
+#include "OxExport.h"
+
+namespace oxil {
+
+/** A size in pixels. Any values are stored as given, negative ones too. */
+class OXIL_API Dimension {
+public:
+    /** (0, 0). */
+    constexpr Dimension() noexcept : width(0), height(0) {}
+
+    constexpr Dimension(int newWidth, int newHeight) noexcept : width(newWidth), height(newHeight)
+    {
+    }
+
+    constexpr void setSize(int newWidth, int newHeight) noexcept
+    {
+        width = newWidth;
+        height = newHeight;
+    }
+
+    int width;
+    int height;
+};
+
+}  // namespace oxil

@@ -1,0 +1,72 @@
+#pragma once
+
+#include "OxDimension.h"
+#include "OxExport.h"
+#include "OxPoint.h"
+
+namespace oxil {
+
+/** A position and a size in pixels. Any values are stored as given, negative sizes too. */
+class OXIL_API Rectangle {
+public:
+    /** All 0. */
+    constexpr Rectangle() noexcept : x(0), y(0), width(0), height(0) {}
+
+    constexpr Rectangle(int newX, int newY, int newWidth, int newHeight) noexcept
+        : x(newX), y(newY), width(newWidth), height(newHeight)
+    {
+    }
+
+    constexpr Rectangle(const Point& position, const Dimension& size) noexcept
+        : x(position.x), y(position.y), width(size.width), height(size.height)
+    {
+    }
+
+    /** Whether position and size are the same. */
+    constexpr bool operator==(const Rectangle& other) const noexcept
+    {
+        return x == other.x && y == other.y && width == other.width && height == other.height;
+    }
+
+    /** Leaves the position as it is. */
+    constexpr void setSize(int newWidth, int newHeight) noexcept
+    {
+        width = newWidth;
+        height = newHeight;
+    }
+
+    /** Leaves the position as it is. */
+    constexpr void setSize(const Dimension& size) noexcept { setSize(size.width, size.height); }
+
+    /** Leaves the size as it is. */
+    constexpr void setPosition(int newX, int newY) noexcept
+    {
+        x = newX;
+        y = newY;
+    }
+
+    /** Leaves the size as it is. */
+    constexpr void setPosition(const Point& position) noexcept
+    {
+        setPosition(position.x, position.y);
+    }
+
+    constexpr void setBounds(int newX, int newY, int newWidth, int newHeight) noexcept
+    {
+        setPosition(newX, newY);
+        setSize(newWidth, newHeight);
+    }
+
+    constexpr void setBounds(const Point& position, const Dimension& size) noexcept
+    {
+        setPosition(position);
+        setSize(size);
+    }
+
+    int x;
+    int y;
+    int width;
+    int height;
+};
+
+}  // namespace oxil

@@ -1,0 +1,172 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "OxExport.h"
+
+struct _xmlSAXHandler;
+
+namespace oxil {
+
+class XmlDocument;
+
+/** Overload tag: asks for character data exactly as the document has it. Its value is never looked
+ *  at. */
+enum ExactText : std::int32_t { EXACT_TEXT = 0 };
+
+/**
+ * Receives the events of Xml::read().
+ *
+ * An operation may throw; Xml::read() tells what happens then. The order of the operations is part
+ * of the binary interface.
+ */
+class OXIL_API IXmlEventListener {
+public:
+    virtual ~IXmlEventListener();
+
+    /** @param attributes  in document order: name, value, name, value, ... */
+    virtual void onStartElement(const std::string& name,
+                                const std::vector<std::string>& attributes) = 0;
+
+    virtual void onEndElement(const std::string& name) = 0;
+
+    /** @param text  see Xml::read() for how far it goes */
+    virtual void onCharacters(const std::string& text) = 0;
+};
+
+/**
+ * Reads an XML file: as a stream of events, with read(), or as a tree, with load().
+ *
+ * Events go to a listener and to up to three functions; where both are there, the listener comes
+ * first. They may be replaced at any time: listener and function are looked at for every event
+ * anew, the function after the listener has had its turn. A function that is replaced while it runs
+ * may still use what it captured. What nobody listens to is skipped without building anything.
+ *
+ * @par What the events say
+ * They are those of libxml2's first-generation event interface, handed on as they come. Names keep
+ * their prefix. In attribute values `&amp;` arrives as `&#38;`. Entities that a document declares
+ * itself are not known here: using one makes read() fail, or disappears if the document names an
+ * external subset too, whereas load() accepts it. One run of text may arrive in several events.
+ *
+ * @par Untrusted input
+ * libxml2's own limits hold: 256 levels of nesting, 10,000,000 bytes for one attribute value. They
+ * do not bound the time: it grows with the square of the number of attributes of one element.
+ * The events access no other file and no network, and load() does neither for what a document
+ * refers to. Its argument, however, is a URL to libxml2: take no such path from outside. What
+ * libxml2 has to say goes to the standard error output unless the application sets another handler
+ * (`xmlSetGenericErrorFunc`, libxml2's manual); read() is silent about all but bad encodings.
+ *
+ * @par Threads
+ * One thread at a time for each object; everything runs on the caller's thread.
+ *
+ * @par Example
+ * @snippet layouts/main.cpp read
+ */
+class OXIL_API Xml {
+public:
+    using StartElementCallback =
+        std::function<void(const std::string&, const std::vector<std::string>&)>;
+    using EndElementCallback = std::function<void(const std::string&)>;
+    using CharactersCallback = std::function<void(const std::string&)>;
+
+    /** Makes a reader without file. */
+    Xml();
+
+    /** Makes a reader for a file, which is not touched before read() or load(). */
+    explicit Xml(const std::string& xmlFilePath);
+
+    /** Not from inside an event. */
+    ~Xml();
+
+    Xml(const Xml&) = delete;
+    Xml& operator=(const Xml&) = delete;
+
+    /**
+     * Reads a file and delivers its events, in document order, before it returns.
+     *
+     * Character data is delivered as the text from its beginning to the next NUL in the parser's
+     * buffer, which may be the rest of the document: each such event costs time in proportion to
+     * what is left of the document. Ask for EXACT_TEXT to get the text alone.
+     *
+     * What was delivered before an error stays delivered, and text behind it may still be.
+     *
+     * @param xmlFilePath  remembered for read() and load(), unless it is empty
+     * @return STATUS_SUCCESS, or after logging
+     *         - "xmlFilePath is empty string.": STATUS_INVALID_STATE
+     *         - "File open failed : (%s)(%s)" with path and reason: STATUS_INVALID_PARAMETER
+     *         - "(%s)" with a reason, if the file can't be positioned: STATUS_INVALID_STATE
+     *         - "Please check the file size.", if there is nothing to read: STATUS_INVALID_STATE
+     *         - "Memory allocation failed.": STATUS_OUT_OF_MEMORY
+     *         - "Xml parsing failed", for malformed XML and more than `INT_MAX` bytes:
+     *           STATUS_INVALID_PARAMETER
+     * @throws  what the listener or a function threw: the parser is stopped, nothing more is
+     *          delivered or logged, and everything is released first
+     */
+    int read(const std::string& xmlFilePath);
+
+    /** Reads the file remembered. Without one it logs "xmlFilePath is empty string." and returns
+     *  STATUS_INVALID_STATE. */
+    int read();
+
+    /** As read(const std::string&), with the text of each run of character data and no more. The
+     *  cost is in proportion to the document. */
+    int read(const std::string& xmlFilePath, ExactText);
+
+    /** As read(), with the text of each run of character data and no more. */
+    int read(ExactText);
+
+    /**
+     * Parses a file into a tree.
+     *
+     * It fails if no file was remembered before, whatever the argument is: the remembered path is
+     * what is checked, and only then replaced, by an empty one too.
+     *
+     * @param xmlFilePath  a path; libxml2 also takes URLs and reads compressed files
+     * @return a new document, which is the caller's; null after logging "xmlFilePath is empty
+     *         string.", "Invalid state. (%s)(%s)" with path and system error, if the file can't be
+     *         read or is malformed, or "Memory allocation failed." (the tree is lost then)
+     */
+    XmlDocument* load(const std::string& xmlFilePath);
+
+    /** Parses the file remembered. */
+    XmlDocument* load();
+
+    /** Sets the listener, which stays the caller's; null removes it. */
+    void setXmlEventListener(IXmlEventListener* listener);
+
+    /** Sets the function for start tags, called with name and attributes (name, value, ...); an
+     *  empty one removes it. */
+    void setOnStartElement(const StartElementCallback& callback);
+
+    /** Sets the function for end tags, called with the name; an empty one removes it. */
+    void setOnEndElement(const EndElementCallback& callback);
+
+    /** Sets the function for character data; an empty one removes it. */
+    void setOnCharacters(const CharactersCallback& callback);
+
+    /** Delivers a start tag; for the parser. @param attributes  ended by null, or null itself */
+    void __onStartElement(const char* name, const char** attributes);
+
+    /** Delivers an end tag; for the parser. */
+    void __onEndElement(const char* name);
+
+    /** Delivers text up to its first NUL, whatever its length is said to be; for the parser. */
+    void __onCharacters(const char* text, int length);
+
+    /** Delivers text of exactly this length; for the parser. */
+    void __onExactCharacters(const char* text, int length);
+
+private:
+    int read(const std::string& xmlFilePath, const _xmlSAXHandler& handlers);
+
+    IXmlEventListener* __listener;
+    std::string __xmlFilePath;
+    StartElementCallback __startElementCallback;
+    EndElementCallback __endElementCallback;
+    CharactersCallback __charactersCallback;
+};
+
+}  // namespace oxil

@@ -1,0 +1,101 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "OxExport.h"
+
+struct _xmlDoc;
+
+namespace oxil {
+
+class XmlNode;
+class XmlStyleSheet;
+
+/**
+ * An XML document: the owner of a libxml2 tree, made by Xml::load(), XmlStyleSheet::apply(), or
+ * here from nodes.
+ *
+ * @par Ownership
+ * A document owns its native tree and the node that getRootNode() made for it. A node given to
+ * setRootNode() stays the caller's, who has to destroy it before the document, or never: its native
+ * node is a part of the tree that the document frees.
+ *
+ * @par Threads
+ * One thread at a time.
+ *
+ * @par Example
+ * @snippet layouts/main.cpp write
+ */
+class OXIL_API XmlDocument {
+public:
+    /** Makes an empty document of version 1.0. */
+    XmlDocument();
+
+    /** Takes over a native document. */
+    explicit XmlDocument(_xmlDoc* document);
+
+    XmlDocument(const XmlDocument&) = delete;
+    XmlDocument& operator=(const XmlDocument&) = delete;
+
+    /** Destroys the node that getRootNode() made, and frees the tree. */
+    ~XmlDocument();
+
+    /** Sets the file that write() writes. It is not touched before. */
+    void setOutputFilePath(const std::string& outputFilePath);
+
+    /**
+     * Makes a node the root element, in place of the one there was. It stays the caller's.
+     *
+     * A root that the document had before is no longer in the tree, and freed by nobody unless a
+     * node owns it. A node without native node is accepted.
+     *
+     * @return STATUS_SUCCESS; STATUS_INVALID_PARAMETER after logging "Invalid parameter." for null;
+     *         STATUS_INVALID_STATE after logging "Invalid state." without native document
+     */
+    int setRootNode(XmlNode* node);
+
+    /**
+     * The node given to setRootNode(), or else a node for the root element of the tree, which is
+     * made once and stays the document's.
+     *
+     * The children of a node made here have no wrappers: they are reached through libxml2. Without
+     * root element it is a node without native node.
+     *
+     * @return null after logging "Invalid state." without native document or without memory
+     */
+    XmlNode* getRootNode() const;
+
+    /** The stylesheet whose output settings write() uses, null if there is none. */
+    XmlStyleSheet* getXmlStyleSheet() const;
+
+    /** Sets the stylesheet whose output settings write() uses. It stays the caller's and has to
+     *  outlive the document. Null is refused after logging "Invalid paramter.". */
+    void __setXmlStyleSheet(XmlStyleSheet* styleSheet);
+
+    /**
+     * Writes the document to its output file, which is created or replaced.
+     *
+     * Without stylesheet it is written as indented UTF-8; with one, under the stylesheet's output
+     * settings, and then success does not tell that libxslt saved anything: a full disk, say, goes
+     * unnoticed.
+     *
+     * @return STATUS_SUCCESS; STATUS_INVALID_STATE after logging "Invalid state." without output
+     *         file, if the stylesheet was never loaded (the file is empty then), or if saving
+     *         failed, and after logging "fopen is failed" if the file can't be opened for a
+     *         stylesheet
+     */
+    int write();
+
+    /** The native document, null if there is none; it stays the document's. */
+    _xmlDoc* __getNativeDocument() const;
+
+private:
+    std::unique_ptr<_xmlDoc, void (*)(_xmlDoc*)> __document;
+    mutable std::unique_ptr<XmlNode> __ownRoot;
+    XmlNode* __rootNode;
+    std::string __outputFilePath;
+    XmlStyleSheet* __styleSheet;
+};
+
+}  // namespace oxil

@@ -1,0 +1,139 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "OxExport.h"
+
+struct _xmlNode;
+
+namespace oxil {
+
+/**
+ * An element of an XML tree that is being built: the owner of a libxml2 node.
+ *
+ * @par Ownership
+ * A node owns its native node and the nodes that were given to addChild(), until removeChild()
+ * hands them back; its destructor frees all of them. So children are made with `new`, and every
+ * node belongs to exactly one owner:
+ * - a node that was given to addChild() must not be deleted by anybody else, nor be added to a
+ *   second parent or twice to one: each of its owners would free it;
+ * - a root that was given to XmlDocument::setRootNode() must be destroyed before the document, with
+ *   everything under it, or never: the document frees the tree as well;
+ * - a node made from a native node frees it, wherever that is linked: anything else that frees it,
+ *   its document above all, must have gone before or never come;
+ * - copies share everything with their source, deliberately: only one of them may be destroyed.
+ *
+ * libxml2 merges text: a text node that is added beside another one is freed by addChild() itself,
+ * and the node that wraps it is left with a dangling native node (`xmlAddChild`, libxml2's manual).
+ * Wrap elements, and give text to setContent().
+ *
+ * @par Threads
+ * One thread at a time.
+ */
+class OXIL_API XmlNode {
+public:
+    /** Makes a node without native node; setElement() gives it one. */
+    XmlNode();
+
+    /** Takes over a native node. Children that it has already get no wrappers. */
+    explicit XmlNode(_xmlNode* node);
+
+    /** Makes an element. Logs "XmlNode creation failed." if there is no memory; the node has no
+     *  native node then. */
+    explicit XmlNode(const std::string& element);
+
+    /** Shares native node and children with the source: only one of the two may be destroyed. */
+    XmlNode(const XmlNode& other);
+
+    /** Shares native node and children with the source: only one of the two may be destroyed. What
+     *  this node had is neither unlinked nor freed. */
+    XmlNode& operator=(const XmlNode& other);
+
+    /** Unlinks the native node, deletes the children, and frees the native node with whatever
+     *  native nodes are still under it. */
+    ~XmlNode();
+
+    /**
+     * Gives this node a new native element. One that it had is neither unlinked nor freed.
+     *
+     * @return STATUS_SUCCESS; STATUS_OUT_OF_MEMORY after logging "Memory allocation failed.": there
+     *         is no native node then
+     */
+    int setElement(const std::string& element);
+
+    /**
+     * Sets an attribute, in place of one of that name.
+     *
+     * @return STATUS_SUCCESS, whatever libxml2 made of it; STATUS_INVALID_STATE after logging
+     *         "Invalid state." without native node
+     */
+    int setAttribute(const std::string& name, const std::string& value);
+
+    /**
+     * Adds attributes. One that has the name of another is added all the same, which makes the
+     * document malformed.
+     *
+     * @param attributes  name, value, name, value, ...
+     * @return STATUS_SUCCESS; STATUS_INVALID_STATE after logging "Invalid state." without native
+     *         node or for an odd number of texts: nothing is added then
+     */
+    int setAttribute(const std::vector<std::string>& attributes);
+
+    /**
+     * The value of an attribute.
+     *
+     * @return an empty text after logging "Invalid state." without native node
+     * @throws std::logic_error  if there is no such attribute
+     * @note Each call leaves one copy of the value behind that nobody frees, deliberately.
+     */
+    std::string getAttribute(const std::string& name) const;
+
+    /**
+     * Appends text to the content. Text is never replaced: a second call adds to the first.
+     *
+     * The text is plain: `&` and `<` need no escape, they get one when the document is written.
+     *
+     * @return STATUS_SUCCESS; STATUS_INVALID_STATE after logging "Invalid state." without native
+     * node
+     */
+    int setContent(const std::string& content);
+
+    /**
+     * Adds a node as the last child, and takes it over.
+     *
+     * @return STATUS_SUCCESS; STATUS_INVALID_PARAMETER after logging "Invalid parameter." for null;
+     *         STATUS_INVALID_STATE after logging "Invalid state." if libxml2 refused, for one of
+     *         the two has no native node or both are the same: the child stays the caller's
+     */
+    int addChild(XmlNode* child);
+
+    /**
+     * Unlinks a node from its tree, whosever child it is, and hands it back to the caller.
+     *
+     * @return STATUS_SUCCESS, also if it was no child of this node; STATUS_INVALID_PARAMETER after
+     *         logging "Invalid parameter." for null
+     */
+    int removeChild(XmlNode* child);
+
+    /** The first node added. There must be one. */
+    XmlNode* getFirstChild() const;
+
+    /** The last node added. There must be one. */
+    XmlNode* getLastChild() const;
+
+    /** The nodes added, in order; they stay this node's. */
+    const std::vector<XmlNode*>& getChildren() const;
+
+    /** The native node, null if there is none; it stays this node's. */
+    _xmlNode* __getNativeNode() const;
+
+private:
+    _xmlNode* __native;
+    std::string __element;
+    std::string __content;
+    std::vector<std::string> __attributes;
+    std::vector<XmlNode*> __children;
+};
+
+}  // namespace oxil

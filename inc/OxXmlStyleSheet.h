@@ -1,0 +1,76 @@
+#pragma once
+
+#include <string>
+
+#include "OxExport.h"
+
+struct _xsltStylesheet;
+
+namespace oxil {
+
+class XmlDocument;
+
+/**
+ * An XSLT 1.0 stylesheet, compiled by libxslt from a file.
+ *
+ * It turns documents into others, and carries the output settings (method, encoding, indentation)
+ * for XmlDocument::write().
+ *
+ * @par Untrusted input
+ * A stylesheet is a program: load() and apply() can be led to read any file and the network, and
+ * apply() to write files. Load only those that you trust, or forbid it through the engines' own
+ * settings, which are the process's and not the library's: what may be read in
+ * `xmlSetExternalEntityLoader` (libxml2's manual), what may be written in
+ * `xsltSetDefaultSecurityPrefs` (libxslt's manual). The latter alone is not enough: external
+ * entities pass it by. The engines' messages go to the standard error output unless the application
+ * sets another handler.
+ *
+ * @par Threads
+ * One thread at a time.
+ *
+ * @par Example
+ * @snippet layouts/main.cpp write
+ */
+class OXIL_API XmlStyleSheet {
+public:
+    /** Makes a stylesheet for a file, which is not touched before load(). */
+    explicit XmlStyleSheet(const std::string& path);
+
+    XmlStyleSheet(const XmlStyleSheet&) = delete;
+    XmlStyleSheet& operator=(const XmlStyleSheet&) = delete;
+
+    ~XmlStyleSheet();
+
+    /**
+     * Compiles the file; meant to be called once. Whatever an earlier call had compiled is lost,
+     * and not freed.
+     *
+     * @return STATUS_SUCCESS; STATUS_INVALID_STATE after logging "Invalid state." for an empty
+     *         path, or "Invalid state. (%s)(%s)" with path and system error, if the file can't be
+     *         read or is no stylesheet
+     */
+    int load();
+
+    /**
+     * Makes a new document of another one.
+     *
+     * The stylesheet is not attached to it: say XmlDocument::__setXmlStyleSheet() for its output
+     * settings to be used. The source stays as it is, unless the stylesheet says `xsl:strip-space`:
+     * libxslt takes that white space out of the source itself.
+     *
+     * @return a document, which is the caller's; null after logging "Invalid parameter." for null,
+     *         "Invalid state." if the stylesheet was not loaded or libxslt refused (`xsl:message
+     *         terminate="yes"` and endless recursion too), or "Out of memory." (the result is lost
+     *         then)
+     */
+    XmlDocument* apply(XmlDocument* document);
+
+    /** The native stylesheet, null before load(); it stays this object's. */
+    _xsltStylesheet* __getNativeStyleSheet() const;
+
+private:
+    std::string __path;
+    _xsltStylesheet* __native;
+};
+
+}  // namespace oxil

@@ -1,0 +1,360 @@
+#include "OxXml.h"
+
+#include <libxml/parser.h>
+#include <libxml/parserInternals.h>
+#include <libxml/xmlmemory.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <memory>
+#include <new>
+
+#include "OxCallOut.h"
+#include "OxLog.h"
+#include "OxStatus.h"
+#include "OxXmlDocument.h"
+#include "OxXmlText.h"
+
+namespace oxil {
+namespace {
+
+using internal::toText;
+
+/** One run of the event parser. Runs nest, when an event reads another file. */
+class Parse {
+public:
+    /** As xmlSAXUserParseMemory() prepares it; that function has no way of being stopped. */
+    Parse(const xmlSAXHandler& handlers, Xml& xml, const char* buffer, int size)
+        : __context(nullptr, freeContext), __outer(innermost)
+    {
+        innermost = this;
+        xmlInitParser();
+        __context.reset(xmlCreateMemoryParserCtxt(buffer, size));
+        if (__context != nullptr) {
+            *__context->sax = handlers;
+            __context->userData = &xml;
+        }
+    }
+
+    ~Parse() { innermost = __outer; }
+
+    Parse(const Parse&) = delete;
+    Parse& operator=(const Parse&) = delete;
+
+    /** Delivers the events; false if the document is malformed. Throws what an event threw. */
+    bool run()
+    {
+        if (__context == nullptr) {
+            return false;
+        }
+        xmlParseDocument(__context.get());
+        if (__exception != nullptr) {
+            std::rethrow_exception(__exception);
+        }
+        return __context->wellFormed != 0;
+    }
+
+    /** Keeps the current exception and ends the innermost run: the parser is C, and an exception
+     *  must not pass through its frames. */
+    static void stop() noexcept
+    {
+        innermost->__exception = std::current_exception();
+        xmlStopParser(innermost->__context.get());
+    }
+
+private:
+    static void freeContext(xmlParserCtxtPtr context)
+    {
+        xmlFreeDoc(context->myDoc);  // made for declarations in the document
+        xmlFreeParserCtxt(context);
+    }
+
+    static thread_local Parse* innermost;
+
+    std::unique_ptr<xmlParserCtxt, void (*)(xmlParserCtxtPtr)> __context;
+    std::exception_ptr __exception;
+    Parse* __outer;
+};
+
+thread_local Parse* Parse::innermost = nullptr;
+
+// ---- Handlers, called by the parser
+
+void startElement(void* context, const xmlChar* name, const xmlChar** attributes) noexcept
+{
+    if (context == nullptr) {
+        OX_ERROR("Please check context.");
+        return;
+    }
+    if (name == nullptr) {
+        OX_ERROR("Invalid parameter,");
+        return;
+    }
+    try {
+        static_cast<Xml*>(context)->__onStartElement(toText(name),
+                                                     reinterpret_cast<const char**>(attributes));
+    } catch (...) {
+        Parse::stop();
+    }
+}
+
+void endElement(void* context, const xmlChar* name) noexcept
+{
+    if (context == nullptr) {
+        OX_ERROR("Please check context.");
+        return;
+    }
+    if (name == nullptr) {
+        OX_ERROR("Invalid parameter,");
+        return;
+    }
+    try {
+        static_cast<Xml*>(context)->__onEndElement(toText(name));
+    } catch (...) {
+        Parse::stop();
+    }
+}
+
+void characters(void* context, const xmlChar* text, int length) noexcept
+{
+    if (context == nullptr) {
+        OX_ERROR("Please check context.");
+        return;
+    }
+    if (text == nullptr) {
+        OX_ERROR("Invalid parameter,");
+        return;
+    }
+    try {
+        static_cast<Xml*>(context)->__onCharacters(toText(text), length);
+    } catch (...) {
+        Parse::stop();
+    }
+}
+
+namespace exact {
+
+void characters(void* context, const xmlChar* text, int length) noexcept
+{
+    if (context == nullptr) {
+        OX_ERROR("Please check context.");
+        return;
+    }
+    if (text == nullptr) {
+        OX_ERROR("Invalid parameter,");
+        return;
+    }
+    try {
+        static_cast<Xml*>(context)->__onExactCharacters(toText(text), length);
+    } catch (...) {
+        Parse::stop();
+    }
+}
+
+}  // namespace exact
+
+/** These three entries and no others keep the parser in its first-generation mode. */
+constexpr xmlSAXHandler makeHandlers(charactersSAXFunc onCharacters)
+{
+    xmlSAXHandler handlers{};
+    handlers.startElement = startElement;
+    handlers.endElement = endElement;
+    handlers.characters = onCharacters;
+    return handlers;
+}
+
+constexpr xmlSAXHandler HANDLERS = makeHandlers(characters);
+constexpr xmlSAXHandler EXACT_HANDLERS = makeHandlers(exact::characters);
+
+}  // namespace
+
+IXmlEventListener::~IXmlEventListener() = default;
+
+Xml::Xml() : Xml("") {}
+
+Xml::Xml(const std::string& xmlFilePath) : __listener(nullptr), __xmlFilePath(xmlFilePath) {}
+
+Xml::~Xml() = default;
+
+int Xml::read(const std::string& xmlFilePath)
+{
+    return read(xmlFilePath, HANDLERS);
+}
+
+int Xml::read()
+{
+    if (__xmlFilePath.empty()) {
+        OX_ERROR("xmlFilePath is empty string.");
+        return STATUS_INVALID_STATE;
+    }
+    return read(__xmlFilePath);
+}
+
+int Xml::read(const std::string& xmlFilePath, ExactText)
+{
+    return read(xmlFilePath, EXACT_HANDLERS);
+}
+
+int Xml::read(ExactText)
+{
+    if (__xmlFilePath.empty()) {
+        OX_ERROR("xmlFilePath is empty string.");
+        return STATUS_INVALID_STATE;
+    }
+    return read(__xmlFilePath, EXACT_TEXT);
+}
+
+int Xml::read(const std::string& xmlFilePath, const _xmlSAXHandler& handlers)
+{
+    if (xmlFilePath.empty()) {
+        OX_ERROR("xmlFilePath is empty string.");
+        return STATUS_INVALID_STATE;
+    }
+    __xmlFilePath = xmlFilePath;
+
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(
+        std::fopen(__xmlFilePath.c_str(), "r"), std::fclose);
+    if (file == nullptr) {
+        OX_ERROR("File open failed : (%s)(%s)", __xmlFilePath.c_str(), std::strerror(errno));
+        return STATUS_INVALID_PARAMETER;
+    }
+    if (std::fseek(file.get(), 0, SEEK_END) != 0) {
+        OX_ERROR("(%s)", std::strerror(errno));
+        return STATUS_INVALID_STATE;
+    }
+    const long size = std::ftell(file.get());
+    if (size < 1) {
+        OX_ERROR("Please check the file size.");
+        return STATUS_INVALID_STATE;
+    }
+    if (std::fseek(file.get(), 0, SEEK_SET) != 0) {
+        OX_ERROR("(%s)", std::strerror(errno));
+        return STATUS_INVALID_STATE;
+    }
+    // The parser counts in int, so there is no use in reading more.
+    if (size > INT_MAX) {
+        OX_ERROR("Xml parsing failed");
+        return STATUS_INVALID_PARAMETER;
+    }
+    const std::unique_ptr<char[]> buffer(new (std::nothrow) char[static_cast<std::size_t>(size)]);
+    if (buffer == nullptr) {
+        OX_ERROR("Memory allocation failed.");
+        return STATUS_OUT_OF_MEMORY;
+    }
+    const std::size_t count =
+        std::fread(buffer.get(), 1, static_cast<std::size_t>(size), file.get());
+    if (count == 0) {
+        OX_ERROR("Please check the file size.");
+        return STATUS_INVALID_STATE;
+    }
+    // A file that has become shorter meanwhile is parsed with the size that it had.
+    std::memset(buffer.get() + count, 0, static_cast<std::size_t>(size) - count);
+    if (!Parse(handlers, *this, buffer.get(), static_cast<int>(size)).run()) {
+        OX_ERROR("Xml parsing failed");
+        return STATUS_INVALID_PARAMETER;
+    }
+    xmlCleanupMemory();
+    return STATUS_SUCCESS;
+}
+
+XmlDocument* Xml::load(const std::string& xmlFilePath)
+{
+    if (__xmlFilePath.empty()) {
+        OX_ERROR("xmlFilePath is empty string.");
+        return nullptr;
+    }
+    __xmlFilePath = xmlFilePath;
+
+    errno = 0;  // so that no earlier failure is blamed for malformed XML
+    xmlDocPtr native = xmlParseFile(__xmlFilePath.c_str());
+    if (native == nullptr) {
+        OX_ERROR("Invalid state. (%s)(%s)", __xmlFilePath.c_str(), std::strerror(errno));
+        return nullptr;
+    }
+    XmlDocument* document = new (std::nothrow) XmlDocument(native);
+    if (document == nullptr) {
+        OX_ERROR("Memory allocation failed.");
+    }
+    return document;
+}
+
+XmlDocument* Xml::load()
+{
+    return load(__xmlFilePath);
+}
+
+void Xml::setXmlEventListener(IXmlEventListener* listener)
+{
+    __listener = listener;
+}
+
+void Xml::setOnStartElement(const StartElementCallback& callback)
+{
+    internal::replace(__startElementCallback, callback);
+}
+
+void Xml::setOnEndElement(const EndElementCallback& callback)
+{
+    internal::replace(__endElementCallback, callback);
+}
+
+void Xml::setOnCharacters(const CharactersCallback& callback)
+{
+    internal::replace(__charactersCallback, callback);
+}
+
+void Xml::__onStartElement(const char* name, const char** attributes)
+{
+    if (__listener == nullptr && !internal::isSet(__startElementCallback)) {
+        return;
+    }
+    std::vector<std::string> list;
+    if (attributes != nullptr) {
+        for (const char** attribute = attributes; *attribute != nullptr; ++attribute) {
+            list.emplace_back(*attribute);
+        }
+    }
+    if (__listener != nullptr) {
+        __listener->onStartElement(name, list);
+    }
+    // The listener may have set or removed it.
+    if (internal::isSet(__startElementCallback)) {
+        internal::callFrom(__startElementCallback, std::string(name), list);
+    }
+}
+
+void Xml::__onEndElement(const char* name)
+{
+    if (__listener != nullptr) {
+        __listener->onEndElement(name);
+    }
+    if (internal::isSet(__endElementCallback)) {
+        internal::callFrom(__endElementCallback, std::string(name));
+    }
+}
+
+void Xml::__onCharacters(const char* text, int)
+{
+    if (__listener != nullptr) {
+        __listener->onCharacters(text);
+    }
+    if (internal::isSet(__charactersCallback)) {
+        internal::callFrom(__charactersCallback, std::string(text));
+    }
+}
+
+void Xml::__onExactCharacters(const char* text, int length)
+{
+    const auto size = static_cast<std::size_t>(length);
+    if (__listener != nullptr) {
+        __listener->onCharacters(std::string(text, size));
+    }
+    if (internal::isSet(__charactersCallback)) {
+        internal::callFrom(__charactersCallback, std::string(text, size));
+    }
+}
+
+}  // namespace oxil

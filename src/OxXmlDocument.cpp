@@ -1,0 +1,116 @@
+#include "OxXmlDocument.h"
+
+#include <libxml/tree.h>
+#include <libxslt/xsltutils.h>
+
+#include <cstdio>
+#include <new>
+
+#include "OxLog.h"
+#include "OxStatus.h"
+#include "OxXmlNode.h"
+#include "OxXmlStyleSheet.h"
+
+namespace oxil {
+namespace {
+
+const xmlChar VERSION[] = "1.0";
+
+}  // namespace
+
+XmlDocument::XmlDocument() : XmlDocument(xmlNewDoc(VERSION)) {}
+
+XmlDocument::XmlDocument(_xmlDoc* document)
+    : __document(document, xmlFreeDoc), __rootNode(nullptr), __styleSheet(nullptr)
+{
+}
+
+// The members go in reverse order: a node for the root unlinks it before the tree is freed.
+XmlDocument::~XmlDocument() = default;
+
+void XmlDocument::setOutputFilePath(const std::string& outputFilePath)
+{
+    __outputFilePath = outputFilePath;
+}
+
+int XmlDocument::setRootNode(XmlNode* node)
+{
+    if (node == nullptr) {
+        OX_ERROR("Invalid parameter.");
+        return STATUS_INVALID_PARAMETER;
+    }
+    if (__document == nullptr) {
+        OX_ERROR("Invalid state.");
+        return STATUS_INVALID_STATE;
+    }
+    xmlDocSetRootElement(__document.get(), node->__getNativeNode());
+    __rootNode = node;
+    return STATUS_SUCCESS;
+}
+
+XmlNode* XmlDocument::getRootNode() const
+{
+    if (__document == nullptr) {
+        OX_ERROR("Invalid state.");
+        return nullptr;
+    }
+    if (__rootNode != nullptr) {
+        return __rootNode;
+    }
+    if (__ownRoot == nullptr) {
+        __ownRoot.reset(new (std::nothrow) XmlNode(xmlDocGetRootElement(__document.get())));
+        if (__ownRoot == nullptr) {
+            OX_ERROR("Invalid state.");
+        }
+    }
+    return __ownRoot.get();
+}
+
+XmlStyleSheet* XmlDocument::getXmlStyleSheet() const
+{
+    return __styleSheet;
+}
+
+void XmlDocument::__setXmlStyleSheet(XmlStyleSheet* styleSheet)
+{
+    if (styleSheet == nullptr) {
+        OX_ERROR("Invalid paramter.");
+        return;
+    }
+    __styleSheet = styleSheet;
+}
+
+int XmlDocument::write()
+{
+    if (__outputFilePath.empty()) {
+        OX_ERROR("Invalid state.");
+        return STATUS_INVALID_STATE;
+    }
+    if (__styleSheet != nullptr) {
+        const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(
+            std::fopen(__outputFilePath.c_str(), "w+"), std::fclose);
+        if (file == nullptr) {
+            OX_ERROR("fopen is failed");
+            return STATUS_INVALID_STATE;
+        }
+        xsltStylesheetPtr native = __styleSheet->__getNativeStyleSheet();
+        if (native == nullptr) {
+            OX_ERROR("Invalid state.");
+            return STATUS_INVALID_STATE;
+        }
+        xsltSaveResultToFile(file.get(), __document.get(), native);
+        return STATUS_SUCCESS;
+    }
+    if (xmlSaveFormatFileEnc(__outputFilePath.c_str(), __document.get(), "UTF-8", 1) < 0) {
+        OX_ERROR("Invalid state.");
+        return STATUS_INVALID_STATE;
+    }
+    return STATUS_SUCCESS;
+}
+
+_xmlDoc* XmlDocument::__getNativeDocument() const
+{
+    return __document.get();
+}
+
+}  // namespace oxil
