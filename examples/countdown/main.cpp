@@ -30,7 +30,7 @@ int main(int argc, char** argv)
     //! [countdown]
 
     //! [wait]
-    // Gives up after a second; true after a few questions here.
+    // Asked every 10 ms until it is true.
     int questions = 0;
     loop.run(10, [&] { return ++questions == 3; });
     //! [wait]
