@@ -9,7 +9,7 @@ namespace oxil {
  * The tables that every LuaScript has: `Log`, `Timer` and `WaitingLoop`.
  *
  * - `Log.print(...)` logs its texts and numbers with a blank between two of them, at information
- *   priority;
+ *   priority; anything else is logged as "(null)", and a text ends at its first NUL;
  * - `Timer.start(interval, name, repeat)` calls the global function `name` after `interval`
  *   milliseconds, once or, if `repeat` is true, again and again; it returns a handle, or -1 if
  *   there was no memory;
@@ -24,20 +24,22 @@ namespace oxil {
  * A handle is a position: when an object is destroyed, the handles of all objects of its kind that
  * were made after it go down by one. A negative handle is logged as "Invalid parameter." and does
  * nothing (`isRunning` and `isWaiting` return false); a handle past the end is a Lua error that
- * comes out of LuaScript as `std::out_of_range`.
+ * comes out of LuaScript::load() and callMethod(), unless the script handles it, as
+ * `std::out_of_range`.
  *
  * Objects live until a script destroys them, longer than the script if it does not; a timer that
  * has fired once is not destroyed by that. A timer that outlives its script logs "Invalid state"
- * and "Invalid state (0x%x)." with the address of its state each time it expires. A timer's
- * function that fails is called again at the next expiry, and leaves its error message on the
- * script's Lua stack.
+ * and "Invalid state (0x%x)." with the address of its state each time it expires, and so does one
+ * that was started in a coroutine. A timer's function that fails is called again at the next
+ * expiry, and leaves its error message on the script's Lua stack.
  */
 class OXIL_API BaseLuaApi : public LuaApi {
 public:
     BaseLuaApi();
     ~BaseLuaApi() override;
 
-    /** Registers `Log`, `Timer` and `WaitingLoop`, in this order. Returns 0. */
+    /** Registers `Log`, `Timer` and `WaitingLoop`, in this order; each leaves its table on the
+     *  Lua stack. Returns 0. */
     int onLoading() override;
 };
 

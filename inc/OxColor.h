@@ -18,37 +18,55 @@ namespace oxil {
  * given; out of range they are computed with as they are, and channels outside 0 to 255 wrap.
  *
  * Alpha takes no part in the computation; 255 is opaque.
+ *
+ * Three or four `int` are red, green, blue and alpha; `float` are hue, saturation and value.
+ * Anything between, `double` included, is ambiguous and does not compile.
+ *
+ * @par Threads
+ * No locks; a value belongs to one thread at a time.
  */
 class OXIL_API Color {
 public:
+    /** From red, green, blue and alpha, 0 to 255 each. */
     Color(int red, int green, int blue, int alpha);
 
-    /** Opaque. */
+    /** The same, opaque. */
     Color(int red, int green, int blue);
 
     /** @param rgb32  0xAARRGGBB, of which 32 bits count: without alpha it is transparent */
     Color(unsigned long rgb32);
 
+    /** From hue (degrees), saturation and value (percent), stored as given, and alpha. */
     Color(float hue, float saturation, float value, int alpha);
 
-    /** Opaque. */
+    /** The same, opaque. */
     Color(float hue, float saturation, float value);
 
     /** Whether word, hue, saturation and value are all the same. One word can have different hues:
      *  a colour made from HSV may differ from the one made from its word. */
     bool operator==(const Color& other) const;
+    /** The opposite. */
     bool operator!=(const Color& other) const;
 
+    /** @name Bytes of the word
+     *  0 to 255 each. */
+    ///@{
     int getRed() const;
     int getGreen() const;
     int getBlue() const;
     int getAlpha() const;
+    ///@}
 
     /** The colour as 0xAARRGGBB. */
     unsigned int getRGB32() const;
 
+    /** Degrees, as computed or given. */
     float getHue() const;
+
+    /** Percent, as computed or given. */
     float getSaturation() const;
+
+    /** Percent, as computed or given. */
     float getValue() const;
 
     /** The four bytes of the word. */
@@ -57,19 +75,29 @@ public:
     /** Hue, saturation and value as stored, and the alpha byte. */
     void getColorComponents(float& hue, float& saturation, float& value, int& alpha) const;
 
+    /** @name Setting a byte
+     *  Replaces it by the low 8 bits, and computes hue, saturation and value anew. */
+    ///@{
     void setRed(int red);
     void setGreen(int green);
     void setBlue(int blue);
+    ///@}
 
-    /** Leaves everything else as it is. */
+    /** Replaces the alpha byte by the low 8 bits, and leaves everything else as it is. */
     void setAlpha(int alpha);
 
-    /** @param withAlpha  whether the word's alpha counts; if not, the colour is opaque */
+    /** Sets the word, and computes hue, saturation and value anew.
+     *  @param rgb32      0xAARRGGBB
+     *  @param withAlpha  whether the word's alpha counts; if not, the colour is opaque */
     void setRGB32(unsigned int rgb32, bool withAlpha);
 
+    /** @name Setting hue, saturation, value
+     *  Stores it as given, and computes the word anew; alpha is kept. */
+    ///@{
     void setHue(float hue);
     void setSaturation(float saturation);
     void setValue(float value);
+    ///@}
 
     /** Computes hue, saturation and value from the word; the setters do. */
     void __calculateHSV();

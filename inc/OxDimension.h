@@ -4,24 +4,27 @@
 
 namespace oxil {
 
-/** A size in pixels. Any values are stored as given, negative ones too. */
+/** A size in pixels. Any values are stored as given, negative ones too. There is no comparison,
+ *  deliberately. */
 class OXIL_API Dimension {
 public:
     /** (0, 0). */
     constexpr Dimension() noexcept : width(0), height(0) {}
 
+    /** From a size in pixels. */
     constexpr Dimension(int newWidth, int newHeight) noexcept : width(newWidth), height(newHeight)
     {
     }
 
+    /** Sets both. */
     constexpr void setSize(int newWidth, int newHeight) noexcept
     {
         width = newWidth;
         height = newHeight;
     }
 
-    int width;
-    int height;
+    int width;   ///< pixels
+    int height;  ///< pixels
 };
 
 }  // namespace oxil

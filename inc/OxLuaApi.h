@@ -27,11 +27,13 @@ class LuaScript;
  */
 class OXIL_API LuaApi {
 public:
+    /** Makes an API that is loaded into no script. */
     LuaApi();
 
     LuaApi(const LuaApi&) = delete;
     LuaApi& operator=(const LuaApi&) = delete;
 
+    /** Does not unload it: say LuaScript::removeLuaApi() first. */
     virtual ~LuaApi();
 
     /** Registers the tables, with registerApiTable(). Returns 0 or a negative code. */
@@ -60,7 +62,8 @@ public:
     /** Whether it is loaded: from a successful load() to a successful unload(). */
     bool isLoaded() const;
 
-    /** The script it was last loaded into, null before. */
+    /** The script it was last loaded into, null before. It stays the answer after unload(), and
+     *  after the script was destroyed: do not use it then. */
     LuaScript* getLuaScript() const;
 
     /**
@@ -68,9 +71,12 @@ public:
      *
      * The table stays on the Lua stack as well. Logs "Invalid parameter" for an empty name or no
      * functions, and "Invalid state" when there is no script, the script is not loaded, or Lua
-     * refuses (the name is taken by something that is no table); nothing is registered then.
+     * refuses (the name is taken by something that is no table, or there is no memory); nothing is
+     * registered then.
      *
-     * @param functions  ended by an entry with null, as for `luaL_register` (Lua 5.1 manual)
+     * @param name       a dot in it makes tables within tables
+     * @param functions  ended by an entry with null, as for `luaL_register` (Lua 5.1 manual); they
+     *                   are copied
      */
     void registerApiTable(const std::string& name, const luaL_Reg* functions);
 

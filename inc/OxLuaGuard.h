@@ -30,9 +30,12 @@ namespace oxil {
  *         return 1;
  *     }
  *
- * The script sees an ordinary Lua error with the exception's text and may handle it. If that very
+ * The script sees an ordinary Lua error and may handle it. Its text is the position in the script
+ * and the first 255 bytes of the exception's own text ("unknown exception" if it is no
+ * std::exception). If that very
  * error gets as far as LuaScript::load() or Script::callMethod(), they throw the exception itself
- * to their caller, after everything that they do for any Lua error.
+ * to their caller, after everything that they do for any Lua error. In a protected call of the
+ * application's own only the Lua error remains.
  */
 class OXIL_API LuaGuard {
 public:
@@ -60,7 +63,7 @@ public:
     }
 
     /** Raises the Lua error for the exception that run() met. Does not return; the type is for
-     *  `return guard.raise();`. */
+     *  `return guard.raise();`. Needs two free places on the Lua stack. */
     int raise();
 
 private:

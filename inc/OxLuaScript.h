@@ -23,10 +23,20 @@ class LuaApi;
  * @par Errors in Lua functions
  * callMethod() does not report them: it returns STATUS_SUCCESS, logs nothing, and leaves the error
  * message on the Lua stack in place of the results. A typed call reads that message, or what it
- * converts to, as its last result. Without results nothing ever removes it.
+ * converts to, as its last result. Without results nothing ever removes it. Results asked for with
+ * callMethod(name, count) stay on the stack as well: take them from getLuaState(), or use the typed
+ * call.
  *
- * Without memory left for a value, Lua ends the process where no call is protected: while the
- * standard libraries are opened and while parameters are handed over.
+ * Before load(), and after a failed one, every call returns STATUS_INVALID_STATE after logging
+ * "Invalid state."; so does one for which the Lua stack can't grow.
+ *
+ * @par Texts
+ * Parameters and results end at their first NUL. A result that is neither text nor number reads as
+ * an empty text.
+ *
+ * @par Memory
+ * Lua ends the process when it has no memory for the standard libraries or for the name of a
+ * function.
  *
  * @par Exceptions
  * What a native function threw inside its LuaGuard comes out of load() and callMethod(), unless the
@@ -83,27 +93,52 @@ public:
     /**
      * What load() does. Loading again replaces the state.
      *
+     * What it leaves on the Lua stack stays there: the API tables and what the file returned. A
+     * state that was replaced or closed stays known to getLuaScript() as long as the script lives.
+     *
      * @return STATUS_SUCCESS; STATUS_INVALID_STATE after logging "Invalid state." when there is no
      *         memory for a state, or "filePath(%s) (%d) (%s)." with the path, always 1, and Lua's
      *         message, when the file can't be read, is no Lua, or fails; there is no state then
+     * @throws  what a native function threw, see above
      */
     int onLoading() override;
 
+    /** Pushes the global of that name, nil if there is none. What a metatable of the globals raises
+     *  is kept for onMethodCalled() to raise. STATUS_INVALID_STATE without state or stack. */
     int onMethodCalling(const std::string& methodName) override;
+
+    /** Calls it, protected. 0 whether it fails or not; STATUS_INVALID_STATE without state or
+     *  stack. */
     int onMethodCalled(const std::string& methodName) override;
+
+    /** @name Parameters
+     *  Push one. STATUS_INVALID_STATE without state or stack: the function and the parameters
+     *  pushed so far are taken away then. */
+    ///@{
     int onMethodParameterAdded(const std::string& value) override;
     int onMethodParameterAdded(bool value) override;
     int onMethodParameterAdded(int value) override;
     int onMethodParameterAdded(float value) override;
+    ///@}
+
+    /** @name Results
+     *  Read the next one, first to last, converted as Lua does. Return 0. */
+    ///@{
     int onGetReturnValue(bool& value) const override;
     int onGetReturnValue(int& value) const override;
     int onGetReturnValue(float& value) const override;
     int onGetReturnValue(std::string& value) const override;
+    ///@}
+
+    /** Goes to the first result. Logs "retCount (%d)" with the count if none was asked for. */
     void onReturnValueEvaluateBegin() override;
+
+    /** Removes the results. Logs "retCount (%d)" with the count if none was asked for. */
     void onReturnValueEvaluateEnd() override;
 
 private:
     int __loadLuaApi();
+    bool __reserveParameter();
     int __nextReturnIndex() const;
 
     std::unique_ptr<lua_State, void (*)(lua_State*)> __luaState;

@@ -11,11 +11,12 @@ namespace oxil {
  *
  * Lenient, as the C library's conversions are: leading white space and a sign are accepted, what
  * follows the number is ignored ("12abc" is 12), text without a number is 0, and a number out of
- * range gives the limit of its type. Only an empty text is an error: it gives 0 (or false) after
- * logging "Invalid parameter." under the member's name. So 0 alone does not tell whether the text
- * was empty, "0" or no number.
+ * range gives the limit of its type, an infinity for a floating one. Only an empty text is an
+ * error: it gives 0 (or false) after logging "Invalid parameter." under the member's name. So 0
+ * alone does not tell whether the text was empty, "0" or no number.
  *
- * Integers are read in base 10 only: "0x1F" is 0 and "010" is 10. Text ends at its first NUL.
+ * Integers are read in base 10 only: "0x1F" is 0 and "010" is 10. For the numbers a text ends at
+ * its first NUL; toBool() compares it whole.
  *
  * All members are static; they may be called from any thread.
  */

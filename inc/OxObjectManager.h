@@ -37,7 +37,7 @@ public:
         return __instance;
     }
 
-    /** Appends an object and returns its handle. */
+    /** Appends an object, which stays the caller's, and returns its handle. */
     int addObject(T* object)
     {
         __objects.push_back(object);
@@ -52,7 +52,7 @@ public:
      */
     T* getObject(int handle)
     {
-        if (handle < __invalidHandle + 1) {
+        if (handle <= __invalidHandle) {
             OX_ERROR("Invalid parameter.");
             return nullptr;
         }

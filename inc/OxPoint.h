@@ -4,24 +4,28 @@
 
 namespace oxil {
 
-/** A position in pixels. Any values are stored as given. */
+/** A position in pixels. Any values are stored as given, negative ones too. There is no comparison,
+ *  deliberately. */
 class OXIL_API Point {
 public:
     /** (0, 0). */
     constexpr Point() noexcept : x(0), y(0) {}
 
+    /** From a position in pixels. */
     constexpr Point(int newX, int newY) noexcept : x(newX), y(newY) {}
 
+    /** Sets both. */
     constexpr void setPosition(int newX, int newY) noexcept
     {
         x = newX;
         y = newY;
     }
 
+    /** Sets both. */
     constexpr void setPosition(const Point& position) noexcept { *this = position; }
 
-    int x;
-    int y;
+    int x;  ///< pixels from the left
+    int y;  ///< pixels from the top
 };
 
 }  // namespace oxil

@@ -6,17 +6,20 @@
 
 namespace oxil {
 
-/** A position and a size in pixels. Any values are stored as given, negative sizes too. */
+/** A position and a size in pixels. Any values are stored as given, negative sizes too.
+ *  There is no operator!=, deliberately. */
 class OXIL_API Rectangle {
 public:
     /** All 0. */
     constexpr Rectangle() noexcept : x(0), y(0), width(0), height(0) {}
 
+    /** From position and size in pixels. */
     constexpr Rectangle(int newX, int newY, int newWidth, int newHeight) noexcept
         : x(newX), y(newY), width(newWidth), height(newHeight)
     {
     }
 
+    /** From position and size. */
     constexpr Rectangle(const Point& position, const Dimension& size) noexcept
         : x(position.x), y(position.y), width(size.width), height(size.height)
     {
@@ -51,22 +54,24 @@ public:
         setPosition(position.x, position.y);
     }
 
+    /** Sets position and size. */
     constexpr void setBounds(int newX, int newY, int newWidth, int newHeight) noexcept
     {
         setPosition(newX, newY);
         setSize(newWidth, newHeight);
     }
 
+    /** Sets position and size. */
     constexpr void setBounds(const Point& position, const Dimension& size) noexcept
     {
         setPosition(position);
         setSize(size);
     }
 
-    int x;
-    int y;
-    int width;
-    int height;
+    int x;       ///< pixels from the left
+    int y;       ///< pixels from the top
+    int width;   ///< pixels
+    int height;  ///< pixels
 };
 
 }  // namespace oxil

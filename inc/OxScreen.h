@@ -11,7 +11,10 @@ namespace oxil {
  * The size of the device's screen in pixels.
  *
  * It is read once in the life of the process, from the platform's system information; a later
- * change, rotation included, does not show. What the platform can't tell is 0.
+ * change, rotation included, does not show. What the platform can't tell is 0, silently.
+ *
+ * The keys are "/feature/screen.width" and "/feature/screen.height" behind the platform's
+ * namespace, which is a setting of the build (OXIL_FEATURE_NAMESPACE).
  */
 class OXIL_API Screen {
 public:
@@ -30,15 +33,21 @@ public:
      */
     static Screen* getInstance();
 
-    /** Makes the instance; meant for getInstance(), which calls it once. */
+    /** Makes the instance; meant for getInstance(), which calls it once. Calling it again replaces
+     *  the instance, and the former one is lost. */
     static void __initInstance();
 
+    /** Width and height in pixels, 0 where the platform gave none. */
     Dimension getSize() const;
+
+    /** Pixels, 0 if the platform gave none. */
     int getWidth() const;
+
+    /** Pixels, 0 if the platform gave none. */
     int getHeight() const;
 
 private:
-    static std::atomic<Screen*> __instance;
+    static std::atomic<Screen*> __instance;  // read by any thread
 
     int __width;
     int __height;

@@ -23,8 +23,8 @@ namespace oxil {
  * 4. if results are asked for: onReturnValueEvaluateBegin(), one onGetReturnValue() for each
  *    result, first to last, onReturnValueEvaluateEnd().
  *
- * Hooks return 0 or a negative code. The order of the virtual functions is part of the binary
- * interface.
+ * Hooks return 0 or a negative code; the default ones do nothing and return 0. The order of the
+ * virtual functions is part of the binary interface.
  *
  * @par Threads
  * No locks; one script belongs to one thread at a time.
@@ -85,7 +85,10 @@ public:
     int load();
 
     /**
-     * Calls a function without parameters; its results are not read.
+     * Calls a function without parameters; its results are not read. What becomes of them is the
+     * script language's affair: LuaScript leaves them on its stack.
+     *
+     * Name and counts are set before the hooks are called, and stay also when one fails.
      *
      * @param methodName   name of the function
      * @param returnCount  number of results the function is asked for, 0 or more
@@ -96,7 +99,7 @@ public:
     int callMethod(const std::string& methodName, int returnCount);
 
     /**
-     * Calls a function without parameters and results.
+     * Calls a function without parameters or results.
      *
      * @return as above, after logging "(%d)" with the code in addition, or STATUS_INVALID_PARAMETER
      *         after logging "Invalid parameter." for an empty name
@@ -216,6 +219,7 @@ private:
 
     int callMethod(const std::string& methodName, std::initializer_list<Parameter> parameters,
                    std::initializer_list<Result> results);
+    void __setCall(const std::string& methodName, int returnCount, int parameterCount);
 
     std::string __filePath;
     std::string __methodName;

@@ -53,7 +53,7 @@ public:
      *         __start, if the main loop refused the source (the timer stays armed or not as
      *         it was); STATUS_OUT_OF_MEMORY after logging "Memory allocation failed." there. In
      *         that last case the source runs without an owner: it fires all the same, so the timer
-     *         must not be destroyed before.
+     *         must not be destroyed before, and neither cancel() nor another start() stops it.
      */
     int start(int interval, const std::function<void()>& callback);
 

@@ -25,7 +25,9 @@ class Timer;
  *
  * @par Nesting
  * Code that is dispatched inside may run and wait again, on this loop or others. Nested loops end
- * from the innermost one outwards, whatever the order in which they are told to end.
+ * from the innermost one outwards, whatever the order in which they are told to end. A second run()
+ * on the same loop replaces the time-out and the predicate of the first, and one quit() ends both;
+ * wait() and go() likewise. A quit() or go() that comes before run() or wait() is not remembered.
  *
  * @par Threads
  * All members are called on the thread that runs the default main context.
@@ -55,10 +57,12 @@ public:
     /**
      * Blocks until quit() or until @p interval milliseconds have passed.
      *
-     * A time-out that can't be armed for want of memory is logged as "Invalid state." under the
-     * name __startRunTimer; only quit() ends the run then.
+     * A time-out that can't be armed leaves only quit() to end the run. It is logged: as "Invalid
+     * state." under the name __startRunTimer if there was no memory for the timer when the loop was
+     * made, or as Timer::start() says.
      *
-     * @param interval  milliseconds; -1 and only -1 means no time-out, 0 the next iteration
+     * @param interval  milliseconds; -1 and only -1 means no time-out, 0 the next iteration;
+     *                  other negative values are very long, see Timer::start()
      * @return 0
      */
     int run(int interval);
@@ -67,9 +71,9 @@ public:
      * Blocks until quit() or until the predicate, asked every @p interval milliseconds, is true.
      *
      * @param interval   milliseconds between two questions; with -1 it is never asked
-     * @param predicate  copied and kept until the next run; its own state lasts from one question
-     *                   to the next. An empty one makes this run(int). It must not throw: the
-     *                   process ends if it does.
+     * @param predicate  copied and kept until the next run() of any form; its own state lasts from
+     *                   one question to the next. An empty one makes this run(int). It must not
+     *                   throw: the process ends if it does.
      * @return 0
      */
     int run(int interval, const std::function<bool()>& predicate);
@@ -77,12 +81,17 @@ public:
     /** Keeps iterating until go(). Returns 0. */
     int wait();
 
-    /** Keeps iterating until go() or until @p interval milliseconds have passed, as run(int) with
-     *  __startWaitTimer. Returns 0. */
+    /**
+     * Keeps iterating until go() or until @p interval milliseconds have passed.
+     *
+     * @param interval  as for run(int). A time-out that can't be armed leaves only go() to end the
+     *                  wait; the name in the log is __startWaitTimer.
+     * @return 0
+     */
     int wait(int interval);
 
     /** Keeps iterating until go() or until the predicate, asked every @p interval milliseconds, is
-     *  true, as run(int, const std::function<bool()>&). Returns 0. */
+     *  true; interval and predicate are as for run(). Returns 0. */
     int wait(int interval, const std::function<bool()>& predicate);
 
     /**
@@ -113,7 +122,7 @@ private:
     void __cancelTimer() const;
     void __runTimerExpired() noexcept;
     void __waitTimerExpired() noexcept;
-    void __end();
+    void __expire(std::function<bool()>& predicate);
 
     std::function<bool()> __runPredicate;
     std::function<bool()> __waitPredicate;

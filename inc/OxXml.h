@@ -31,6 +31,7 @@ public:
     virtual void onStartElement(const std::string& name,
                                 const std::vector<std::string>& attributes) = 0;
 
+    /** The end of an element; the name has its prefix. */
     virtual void onEndElement(const std::string& name) = 0;
 
     /** @param text  see Xml::read() for how far it goes */
@@ -48,14 +49,17 @@ public:
  * @par What the events say
  * They are those of libxml2's first-generation event interface, handed on as they come. Names keep
  * their prefix. In attribute values `&amp;` arrives as `&#38;`. Entities that a document declares
- * itself are not known here: using one makes read() fail, or disappears if the document names an
- * external subset too, whereas load() accepts it. One run of text may arrive in several events.
+ * itself are not known here: a reference to one makes read() fail or, if the document names an
+ * external subset too, vanishes without a trace; load() accepts both. One run of text may arrive in
+ * several events.
  *
  * @par Untrusted input
  * libxml2's own limits hold: 256 levels of nesting, 10,000,000 bytes for one attribute value. They
  * do not bound the time: it grows with the square of the number of attributes of one element.
- * The events access no other file and no network, and load() does neither for what a document
- * refers to. Its argument, however, is a URL to libxml2: take no such path from outside. What
+ * The events access no other file and no network. Nor does load() for what a document refers to,
+ * unless the application has told libxml2 so (`xmlSubstituteEntitiesDefault`,
+ * `xmlLoadExtDtdDefaultValue`). Its argument, however, is a URL to libxml2: take no such path from
+ * outside. What
  * libxml2 has to say goes to the standard error output unless the application sets another handler
  * (`xmlSetGenericErrorFunc`, libxml2's manual); read() is silent about all but bad encodings.
  *
@@ -78,7 +82,7 @@ public:
     /** Makes a reader for a file, which is not touched before read() or load(). */
     explicit Xml(const std::string& xmlFilePath);
 
-    /** Not from inside an event. */
+    /** Must not be called from inside an event of this reader. */
     ~Xml();
 
     Xml(const Xml&) = delete;
@@ -100,10 +104,11 @@ public:
      *         - "(%s)" with a reason, if the file can't be positioned: STATUS_INVALID_STATE
      *         - "Please check the file size.", if there is nothing to read: STATUS_INVALID_STATE
      *         - "Memory allocation failed.": STATUS_OUT_OF_MEMORY
-     *         - "Xml parsing failed", for malformed XML and more than `INT_MAX` bytes:
+     *         - "Xml parsing failed", for malformed XML and more than `INT_MAX` bytes (directories
+     *           of some file systems look like that):
      *           STATUS_INVALID_PARAMETER
      * @throws  what the listener or a function threw: the parser is stopped, nothing more is
-     *          delivered or logged, and everything is released first
+     *          delivered or logged, and everything is released first; or `std::bad_alloc`
      */
     int read(const std::string& xmlFilePath);
 
@@ -131,10 +136,11 @@ public:
      */
     XmlDocument* load(const std::string& xmlFilePath);
 
-    /** Parses the file remembered. */
+    /** Parses the file remembered; fails as load(const std::string&) does if there is none. */
     XmlDocument* load();
 
-    /** Sets the listener, which stays the caller's; null removes it. */
+    /** Sets the listener, which stays the caller's and has to live until it is replaced or the
+     *  reader is no longer used; null removes it. */
     void setXmlEventListener(IXmlEventListener* listener);
 
     /** Sets the function for start tags, called with name and attributes (name, value, ...); an

@@ -29,7 +29,8 @@ class XmlStyleSheet;
  */
 class OXIL_API XmlDocument {
 public:
-    /** Makes an empty document of version 1.0. */
+    /** Makes an empty document of version 1.0. Without memory it has no native document,
+     *  silently. */
     XmlDocument();
 
     /** Takes over a native document. */
@@ -48,7 +49,9 @@ public:
      * Makes a node the root element, in place of the one there was. It stays the caller's.
      *
      * A root that the document had before is no longer in the tree, and freed by nobody unless a
-     * node owns it. A node without native node is accepted.
+     * node owns it. A node without native node is accepted: getRootNode() returns it, and the tree
+     * keeps the root that it has. The node must not be the child of another one: say removeChild()
+     * first. Once it is destroyed, getRootNode() must not be called before another root is set.
      *
      * @return STATUS_SUCCESS; STATUS_INVALID_PARAMETER after logging "Invalid parameter." for null;
      *         STATUS_INVALID_STATE after logging "Invalid state." without native document
@@ -75,6 +78,9 @@ public:
 
     /**
      * Writes the document to its output file, which is created or replaced.
+     *
+     * Without stylesheet the path is libxml2's to read: percent escapes are resolved ("%20" is a
+     * blank). With one it is a plain path.
      *
      * Without stylesheet it is written as indented UTF-8; with one, under the stylesheet's output
      * settings, and then success does not tell that libxslt saved anything: a full disk, say, goes

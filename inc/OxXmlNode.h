@@ -24,6 +24,10 @@ namespace oxil {
  *   its document above all, must have gone before or never come;
  * - copies share everything with their source, deliberately: only one of them may be destroyed.
  *
+ * libxml2 does not take a node that is added out of the place where it is linked: the tree there
+ * goes on pointing to it, and both are damaged. Say removeChild() first. Nor does it refuse to add
+ * a node under one of its own descendants, which makes a ring that nothing leaves.
+ *
  * libxml2 merges text: a text node that is added beside another one is freed by addChild() itself,
  * and the node that wraps it is left with a dangling native node (`xmlAddChild`, libxml2's manual).
  * Wrap elements, and give text to setContent().
@@ -56,6 +60,8 @@ public:
 
     /**
      * Gives this node a new native element. One that it had is neither unlinked nor freed.
+     *
+     * The children stay in this node's list, under the old native element.
      *
      * @return STATUS_SUCCESS; STATUS_OUT_OF_MEMORY after logging "Memory allocation failed.": there
      *         is no native node then
@@ -95,7 +101,7 @@ public:
      * The text is plain: `&` and `<` need no escape, they get one when the document is written.
      *
      * @return STATUS_SUCCESS; STATUS_INVALID_STATE after logging "Invalid state." without native
-     * node
+     *         node
      */
     int setContent(const std::string& content);
 
@@ -103,13 +109,17 @@ public:
      * Adds a node as the last child, and takes it over.
      *
      * @return STATUS_SUCCESS; STATUS_INVALID_PARAMETER after logging "Invalid parameter." for null;
-     *         STATUS_INVALID_STATE after logging "Invalid state." if libxml2 refused, for one of
-     *         the two has no native node or both are the same: the child stays the caller's
+     *         STATUS_INVALID_STATE after logging "Invalid state." if libxml2 refused, because
+     *         one of the two has no native node or both are the same: the child stays the caller's
      */
     int addChild(XmlNode* child);
 
     /**
-     * Unlinks a node from its tree, whosever child it is, and hands it back to the caller.
+     * Unlinks a node from its tree and hands it back to the caller. Every occurrence in this node's
+     * list goes.
+     *
+     * A child of another node is unlinked as well, but stays in the list of that one, which will
+     * delete it: ask its own parent.
      *
      * @return STATUS_SUCCESS, also if it was no child of this node; STATUS_INVALID_PARAMETER after
      *         logging "Invalid parameter." for null

@@ -16,14 +16,17 @@ class XmlDocument;
  * It turns documents into others, and carries the output settings (method, encoding, indentation)
  * for XmlDocument::write().
  *
+ * A stylesheet has to outlive every document that it is attached to.
+ *
  * @par Untrusted input
  * A stylesheet is a program: load() and apply() can be led to read any file and the network, and
- * apply() to write files. Load only those that you trust, or forbid it through the engines' own
- * settings, which are the process's and not the library's: what may be read in
- * `xmlSetExternalEntityLoader` (libxml2's manual), what may be written in
- * `xsltSetDefaultSecurityPrefs` (libxslt's manual). The latter alone is not enough: external
- * entities pass it by. The engines' messages go to the standard error output unless the application
- * sets another handler.
+ * apply() to write files. Load only those that you trust, or forbid what they may do through the
+ * engines' own settings, which hold for the whole process and which the library does not touch:
+ * `xmlSetExternalEntityLoader` (libxml2's manual) decides what is read,
+ * `xsltSetDefaultSecurityPrefs` (libxslt's manual) what is written. The second alone is not enough,
+ * because external entities are read past it. Neither limits time or memory. The engines' messages
+ * go to the standard error output unless the application sets another handler.
+ * @snippet untrusted/main.cpp distrust
  *
  * @par Threads
  * One thread at a time.
@@ -52,7 +55,7 @@ public:
     int load();
 
     /**
-     * Makes a new document of another one.
+     * Transforms a document into a new one.
      *
      * The stylesheet is not attached to it: say XmlDocument::__setXmlStyleSheet() for its output
      * settings to be used. The source stays as it is, unless the stylesheet says `xsl:strip-space`:

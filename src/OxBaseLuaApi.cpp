@@ -4,15 +4,16 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <utility>
 
 #include "OxLog.h"
 #include "OxLua.h"
 #include "OxLuaGuard.h"
 #include "OxLuaScript.h"
-#include "OxLuaStack.h"
 #include "OxObjectManager.h"
 #include "OxStatus.h"
 #include "OxTimer.h"
+#include "OxTruncate.h"
 #include "OxWaitingLoop.h"
 
 namespace oxil {
@@ -61,7 +62,8 @@ private:
 
 int checkInt(lua_State* state, int argument)
 {
-    return internal::toInt(luaL_checkinteger(state, argument));
+    luaL_checkinteger(state, argument);  // for its errors: how it converts depends on the processor
+    return internal::truncate(lua_tonumber(state, argument));
 }
 
 /** The registry; std::bad_alloc if there was no memory for it. */

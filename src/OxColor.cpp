@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "OxTruncate.h"
+
 namespace oxil {
 namespace {
 
@@ -19,23 +21,9 @@ constexpr std::uint32_t toByte(int component)
     return static_cast<std::uint32_t>(component) & 0xFF;
 }
 
-/** Toward zero. Out of range it gives the limit, and 0 for no number: what ARM's instruction does,
- *  where C++ leaves it undefined. */
-int truncate(float value)
-{
-    constexpr float LIMIT = 2147483648.0f;
-    if (value >= LIMIT) {
-        return INT32_MAX;
-    }
-    if (value < -LIMIT) {
-        return INT32_MIN;
-    }
-    return value == value ? static_cast<int>(value) : 0;
-}
-
 std::uint32_t toChannel(float level)
 {
-    return static_cast<std::uint32_t>(truncate(level));
+    return static_cast<std::uint32_t>(internal::truncate(level));
 }
 
 }  // namespace
@@ -219,7 +207,7 @@ void Color::__calculateRGB()
     const float chroma = s * v;
     const float m = v - chroma;
     const float h = __hue / 60.0f;
-    const int sector = truncate(h);
+    const int sector = internal::truncate(h);
     const float f = h - static_cast<float>(sector);
     const float x = f * chroma;
 

@@ -1,25 +1,11 @@
 #include "OxLuaApi.h"
 
 #include "OxLog.h"
-#include "OxLua.h"
 #include "OxLuaScript.h"
 #include "OxLuaStack.h"
 #include "OxStatus.h"
 
 namespace oxil {
-namespace {
-
-/** Arguments: name and functions, as light userdata. Result: the table. */
-int registerTable(lua_State* state)
-{
-    const auto* name = static_cast<const char*>(lua_touserdata(state, 1));
-    const auto* functions = static_cast<const luaL_Reg*>(lua_touserdata(state, 2));
-    luaL_register(state, name, functions);
-    return 1;
-}
-
-}  // namespace
-
 LuaApi::LuaApi() : __luaScript(nullptr), __loaded(false) {}
 
 LuaApi::~LuaApi() = default;
@@ -87,13 +73,7 @@ void LuaApi::registerApiTable(const std::string& name, const luaL_Reg* functions
         return;
     }
 
-    // A name that is taken makes luaL_register() raise an error, which ends the process outside a
-    // protected call.
-    lua_pushcfunction(state, registerTable);
-    lua_pushlightuserdata(state, const_cast<char*>(name.c_str()));
-    lua_pushlightuserdata(state, const_cast<luaL_Reg*>(functions));
-    if (lua_pcall(state, 2, 1, 0) != 0) {
-        lua_pop(state, 1);
+    if (!internal::pushLuaTable(state, name.c_str(), functions)) {
         OX_ERROR("Invalid state");
     }
 }

@@ -3,9 +3,11 @@
 #include <pthread.h>
 
 #include <algorithm>
-#include <limits>
+#include <exception>
+#include <iterator>
 #include <new>
 #include <unordered_map>
+#include <utility>
 
 #include "OxBaseLuaApi.h"
 #include "OxLog.h"
@@ -14,6 +16,7 @@
 #include "OxLuaStack.h"
 #include "OxProtectedCall.h"
 #include "OxStatus.h"
+#include "OxTruncate.h"
 
 namespace oxil {
 namespace {
@@ -38,20 +41,6 @@ Registry* getRegistry()
 {
     pthread_once(&registryOnce, __initInstance);
     return registry;
-}
-
-/** Argument: the name, as light userdata. Result: the global of that name. */
-int getGlobal(lua_State* state)
-{
-    lua_getfield(state, LUA_GLOBALSINDEX, static_cast<const char*>(lua_touserdata(state, 1)));
-    return 1;
-}
-
-/** Raises the error that is its upvalue. */
-int raise(lua_State* state)
-{
-    lua_pushvalue(state, lua_upvalueindex(1));
-    return lua_error(state);
 }
 
 /** Takes away the function of a call that can't be made, with the parameters that it has so far. */
@@ -154,13 +143,14 @@ LuaScript* LuaScript::getLuaScript(lua_State* state)
 
 int LuaScript::onLoading()
 {
-    lua_State* state = luaL_newstate();
-    if (state == nullptr) {
+    std::unique_ptr<lua_State, void (*)(lua_State*)> fresh(luaL_newstate(), lua_close);
+    if (fresh == nullptr || !internal::prepareLuaState(fresh.get())) {
         OX_ERROR("Invalid state.");
         return STATUS_INVALID_STATE;
     }
+    lua_State* state = fresh.get();
     luaL_openlibs(state);
-    __luaState.reset(state);
+    __luaState = std::move(fresh);
     if (Registry* scripts = getRegistry()) {
         (*scripts)[state] = this;
     }
@@ -175,6 +165,7 @@ int LuaScript::onLoading()
     const char* message = lua_tostring(state, -1);
     OX_ERROR("filePath(%s) (%d) (%s).", filePath.c_str(), 1,
              message != nullptr ? message : "(null)");
+    // Taken before the message that it is known by is gone.
     const std::exception_ptr exception = call.getException(state);
     __luaState.reset();
     if (exception != nullptr) {
@@ -186,22 +177,20 @@ int LuaScript::onLoading()
 int LuaScript::onMethodCalling(const std::string& methodName)
 {
     lua_State* state = __luaState.get();
-    if (state == nullptr || !internal::reserveLuaStack(state, 2)) {
+    if (state == nullptr || !internal::reserveLuaStack(state, 4)) {
         return STATUS_INVALID_STATE;
     }
     if (lua_getmetatable(state, LUA_GLOBALSINDEX) == 0) {
         lua_getfield(state, LUA_GLOBALSINDEX, methodName.c_str());
         return STATUS_SUCCESS;
     }
-    // A script that watches its globals may raise an error for an unknown one. That ends the
-    // process outside a protected call, so it is kept for the call to raise.
+    // A script that watches its globals may raise an error for an unknown one. It is kept for the
+    // call to raise.
     lua_pop(state, 1);
     const internal::ProtectedCall call;
-    lua_pushcfunction(state, getGlobal);
-    lua_pushlightuserdata(state, const_cast<char*>(methodName.c_str()));
-    if (lua_pcall(state, 1, 1, 0) != 0) {
+    if (!internal::pushLuaGlobal(state, methodName.c_str())) {
         rethrow(call, state);
-        lua_pushcclosure(state, raise, 1);
+        internal::makeLuaRaise(state);
     }
     return STATUS_SUCCESS;
 }
@@ -209,7 +198,7 @@ int LuaScript::onMethodCalling(const std::string& methodName)
 int LuaScript::onMethodCalled(const std::string&)
 {
     lua_State* state = __luaState.get();
-    if (state == nullptr) {
+    if (state == nullptr || lua_gettop(state) <= getParameterCount()) {
         return STATUS_INVALID_STATE;
     }
     if (!internal::reserveLuaStack(state, std::max(getReturnCount(), 1))) {
@@ -225,53 +214,39 @@ int LuaScript::onMethodCalled(const std::string&)
 
 int LuaScript::onMethodParameterAdded(const std::string& value)
 {
-    lua_State* state = __luaState.get();
-    if (state == nullptr) {
+    if (!__reserveParameter()) {
         return STATUS_INVALID_STATE;
     }
-    if (!internal::reserveLuaStack(state, 1)) {
-        return abandon(state, getParameterCount());
+    if (!internal::pushLuaText(__luaState.get(), value.c_str())) {
+        return abandon(__luaState.get(), getParameterCount());
     }
-    lua_pushstring(state, value.c_str());
     return STATUS_SUCCESS;
 }
 
 int LuaScript::onMethodParameterAdded(bool value)
 {
-    lua_State* state = __luaState.get();
-    if (state == nullptr) {
+    if (!__reserveParameter()) {
         return STATUS_INVALID_STATE;
     }
-    if (!internal::reserveLuaStack(state, 1)) {
-        return abandon(state, getParameterCount());
-    }
-    lua_pushboolean(state, value);
+    lua_pushboolean(__luaState.get(), value);
     return STATUS_SUCCESS;
 }
 
 int LuaScript::onMethodParameterAdded(int value)
 {
-    lua_State* state = __luaState.get();
-    if (state == nullptr) {
+    if (!__reserveParameter()) {
         return STATUS_INVALID_STATE;
     }
-    if (!internal::reserveLuaStack(state, 1)) {
-        return abandon(state, getParameterCount());
-    }
-    lua_pushinteger(state, value);
+    lua_pushinteger(__luaState.get(), value);
     return STATUS_SUCCESS;
 }
 
 int LuaScript::onMethodParameterAdded(float value)
 {
-    lua_State* state = __luaState.get();
-    if (state == nullptr) {
+    if (!__reserveParameter()) {
         return STATUS_INVALID_STATE;
     }
-    if (!internal::reserveLuaStack(state, 1)) {
-        return abandon(state, getParameterCount());
-    }
-    lua_pushnumber(state, static_cast<lua_Number>(value));
+    lua_pushnumber(__luaState.get(), static_cast<lua_Number>(value));
     return STATUS_SUCCESS;
 }
 
@@ -285,7 +260,7 @@ int LuaScript::onGetReturnValue(bool& value) const
 int LuaScript::onGetReturnValue(int& value) const
 {
     const int index = __nextReturnIndex();
-    value = index != 0 ? internal::toInt(lua_tointeger(__luaState.get(), index)) : 0;
+    value = index != 0 ? internal::truncate(lua_tonumber(__luaState.get(), index)) : 0;
     return STATUS_SUCCESS;
 }
 
@@ -299,8 +274,19 @@ int LuaScript::onGetReturnValue(float& value) const
 int LuaScript::onGetReturnValue(std::string& value) const
 {
     const int index = __nextReturnIndex();
-    const char* text = index != 0 ? lua_tostring(__luaState.get(), index) : nullptr;
-    value = text != nullptr ? text : "";
+    lua_State* state = __luaState.get();
+    if (index == 0) {
+        value.clear();
+    } else if (lua_type(state, index) != LUA_TNUMBER) {
+        const char* text = lua_tostring(state, index);
+        value = text != nullptr ? text : "";
+    } else if (internal::reserveLuaStack(state, 3) &&
+               internal::pushLuaTextOf(state, lua_tonumber(state, index))) {
+        value = lua_tostring(state, -1);
+        lua_pop(state, 1);
+    } else {
+        value.clear();
+    }
     return STATUS_SUCCESS;
 }
 
@@ -346,6 +332,20 @@ int LuaScript::__loadLuaApi()
     }
     __apisLoaded = true;
     return r;
+}
+
+/** Makes room for a parameter; without it, the call is abandoned. */
+bool LuaScript::__reserveParameter()
+{
+    lua_State* state = __luaState.get();
+    if (state == nullptr) {
+        return false;
+    }
+    if (!internal::reserveLuaStack(state, 3)) {
+        abandon(state, getParameterCount());
+        return false;
+    }
+    return true;
 }
 
 /** The stack index of the next result, 0 if there is no such value on the stack. */

@@ -83,9 +83,7 @@ int Script::callMethod(const std::string& methodName, int returnCount)
         OX_ERROR("Invalid parameter.");
         return STATUS_INVALID_PARAMETER;
     }
-    __parameterCount = 0;
-    __methodName = methodName;
-    __returnCount = returnCount;
+    __setCall(methodName, returnCount, 0);
 
     if (onMethodCalling(__methodName) != 0) {
         OX_ERROR("Invalid state.");
@@ -119,28 +117,24 @@ int Script::callMethod(const std::string& methodName, std::initializer_list<Para
         return STATUS_INVALID_PARAMETER;
     }
     const int returnCount = static_cast<int>(results.size());
-    const int parameterCount = static_cast<int>(parameters.size());
-    __parameterCount = 0;
-    __methodName = methodName;
-    __returnCount = returnCount;
+    int parameterCount = 0;
+    __setCall(methodName, returnCount, parameterCount);
 
     if (onMethodCalling(__methodName) != 0) {
         OX_ERROR("Invalid state.");
         return STATUS_INVALID_STATE;
     }
+    // Any hook may lead to other calls, which leave their own bookkeeping behind.
+    __setCall(methodName, returnCount, parameterCount);
     for (const Parameter& parameter : parameters) {
         if (parameter.addTo(*this) != 0) {
             OX_ERROR("Invalid state.");
             return STATUS_INVALID_STATE;
         }
-        ++__parameterCount;
+        __setCall(methodName, returnCount, ++parameterCount);
     }
     const int called = onMethodCalled(__methodName);
-
-    // The function may have led to other calls, which left their own bookkeeping behind.
-    __parameterCount = parameterCount;
-    __methodName = methodName;
-    __returnCount = returnCount;
+    __setCall(methodName, returnCount, parameterCount);
 
     if (called != 0) {
         OX_ERROR("Invalid state.");
@@ -184,6 +178,15 @@ int Script::getReturnCount() const
 int Script::getParameterCount() const
 {
     return __parameterCount;
+}
+
+void Script::__setCall(const std::string& methodName, int returnCount, int parameterCount)
+{
+    __parameterCount = parameterCount;
+    if (__methodName != methodName) {
+        __methodName = methodName;
+    }
+    __returnCount = returnCount;
 }
 
 int Script::Parameter::addTo(Script& script) const

@@ -65,7 +65,7 @@ int WaitingLoop::run(int interval, const std::function<bool()>& predicate)
 {
     __running = true;
     __startRunTimer(interval, predicate);
-    // Holds a reference of its own, so that the loop object may be destroyed inside.
+    // GLib holds a reference of its own meanwhile, so that the loop object may be destroyed inside.
     g_main_loop_run(__mainLoop.get());
     return 0;
 }
@@ -157,29 +157,24 @@ void WaitingLoop::__cancelTimer() const
 
 void WaitingLoop::__runTimerExpired() noexcept
 {
-    const Watch watch(Watched::OBJECT, this);
-    if (internal::isSet(__runPredicate) && !internal::callFrom(__runPredicate)) {
-        return;
-    }
-    if (watch.isIntact()) {
-        __end();
-    }
+    __expire(__runPredicate);
 }
 
 void WaitingLoop::__waitTimerExpired() noexcept
 {
-    const Watch watch(Watched::OBJECT, this);
-    if (internal::isSet(__waitPredicate) && !internal::callFrom(__waitPredicate)) {
-        return;
-    }
-    if (watch.isIntact()) {
-        __end();
-    }
+    __expire(__waitPredicate);
 }
 
 /** Whichever timer has come to its end, both modes end. */
-void WaitingLoop::__end()
+void WaitingLoop::__expire(std::function<bool()>& predicate)
 {
+    const Watch watch(Watched::OBJECT, this);
+    if (internal::isSet(predicate) && !internal::callFrom(predicate)) {
+        return;
+    }
+    if (!watch.isIntact()) {
+        return;
+    }
     if (__running) {
         quit();
     }

@@ -118,6 +118,7 @@ void endElement(void* context, const xmlChar* name) noexcept
     }
 }
 
+template <void (Xml::*DELIVER)(const char*, int)>
 void characters(void* context, const xmlChar* text, int length) noexcept
 {
     if (context == nullptr) {
@@ -129,32 +130,11 @@ void characters(void* context, const xmlChar* text, int length) noexcept
         return;
     }
     try {
-        static_cast<Xml*>(context)->__onCharacters(toText(text), length);
+        (static_cast<Xml*>(context)->*DELIVER)(toText(text), length);
     } catch (...) {
         Parse::stop();
     }
 }
-
-namespace exact {
-
-void characters(void* context, const xmlChar* text, int length) noexcept
-{
-    if (context == nullptr) {
-        OX_ERROR("Please check context.");
-        return;
-    }
-    if (text == nullptr) {
-        OX_ERROR("Invalid parameter,");
-        return;
-    }
-    try {
-        static_cast<Xml*>(context)->__onExactCharacters(toText(text), length);
-    } catch (...) {
-        Parse::stop();
-    }
-}
-
-}  // namespace exact
 
 /** These three entries and no others keep the parser in its first-generation mode. */
 constexpr xmlSAXHandler makeHandlers(charactersSAXFunc onCharacters)
@@ -166,8 +146,8 @@ constexpr xmlSAXHandler makeHandlers(charactersSAXFunc onCharacters)
     return handlers;
 }
 
-constexpr xmlSAXHandler HANDLERS = makeHandlers(characters);
-constexpr xmlSAXHandler EXACT_HANDLERS = makeHandlers(exact::characters);
+constexpr xmlSAXHandler HANDLERS = makeHandlers(characters<&Xml::__onCharacters>);
+constexpr xmlSAXHandler EXACT_HANDLERS = makeHandlers(characters<&Xml::__onExactCharacters>);
 
 }  // namespace
 
@@ -186,10 +166,6 @@ int Xml::read(const std::string& xmlFilePath)
 
 int Xml::read()
 {
-    if (__xmlFilePath.empty()) {
-        OX_ERROR("xmlFilePath is empty string.");
-        return STATUS_INVALID_STATE;
-    }
     return read(__xmlFilePath);
 }
 
@@ -200,10 +176,6 @@ int Xml::read(const std::string& xmlFilePath, ExactText)
 
 int Xml::read(ExactText)
 {
-    if (__xmlFilePath.empty()) {
-        OX_ERROR("xmlFilePath is empty string.");
-        return STATUS_INVALID_STATE;
-    }
     return read(__xmlFilePath, EXACT_TEXT);
 }
 

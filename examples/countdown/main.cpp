@@ -1,10 +1,11 @@
-// Runs countdown.lua, which uses timers, waiting loops and the log, and the same from C++.
+// Counts down twice: in C++, and in countdown.lua, which uses timers, waiting loops and the log.
 //
-// Prints (the lines of the script come through the platform's log):
+// Prints, beside the script's lines in the platform's log (3, 2, 1, lift-off):
 //   3
 //   2
 //   1
 //   lift-off
+//   3 ticks, then lift-off
 
 #include <cstdio>
 
@@ -30,7 +31,7 @@ int main(int argc, char** argv)
     //! [countdown]
 
     //! [wait]
-    // Asked every 10 ms until it is true.
+    // Asks every 10 milliseconds; the third answer ends the run.
     int questions = 0;
     loop.run(10, [&] { return ++questions == 3; });
     //! [wait]

@@ -4,7 +4,7 @@
 //
 // Prints, for the registry of Debian 12:
 //   99 layouts with 479 variants
-//   and what the report begins with
+//   and how the report begins and ends
 
 #include <algorithm>
 #include <cstdio>
@@ -24,31 +24,33 @@ struct Layout {
 };
 
 //! [read]
-// Collects <layout> elements. A layout and each of its variants have a <configItem> with a <name> and
-// a <description>; the layout's own comes first.
+// Collects <layout> elements. A layout and each of its variants have a <configItem> with a <name>
+// and a <description>, and so have other things; the layout's own come before its variants.
 std::vector<Layout> readLayouts(const std::string& path)
 {
     std::vector<Layout> layouts;
     std::string text;
+    bool own = false;  // inside a layout, and not in one of its variants
 
     oxil::Xml xml(path);
     xml.setOnStartElement([&](const std::string& name, const std::vector<std::string>&) {
         text.clear();
         if (name == "layout") {
             layouts.emplace_back();
+            own = true;
         } else if (name == "variant" && !layouts.empty()) {
             ++layouts.back().variants;
+            own = false;
         }
     });
     xml.setOnCharacters([&](const std::string& run) { text += run; });
     xml.setOnEndElement([&](const std::string& name) {
-        if (layouts.empty() || layouts.back().variants > 0) {
-            return;
-        }
-        if (name == "name") {
+        if (own && name == "name") {
             layouts.back().name = text;
-        } else if (name == "description") {
+        } else if (own && name == "description") {
             layouts.back().description = text;
+        } else if (name == "layout") {
+            own = false;
         }
     });
 
@@ -60,8 +62,8 @@ std::vector<Layout> readLayouts(const std::string& path)
 //! [read]
 
 //! [write]
-// Builds <report><layout name="..." variants="...">...</layout>...</report>, turns it into text, and
-// writes that under the stylesheet's own output settings.
+// Builds <report><layout name="..." variants="...">...</layout>...</report>, turns it into text,
+// and writes that under the stylesheet's own output settings.
 int writeReport(const std::vector<Layout>& layouts, const std::string& styleSheetPath,
                 const std::string& path)
 {
@@ -116,9 +118,12 @@ int main(int argc, char** argv)
         return 1;
     }
 
+    // The first lines, and the last one.
     std::ifstream report(argv[3]);
     std::string line;
-    for (int i = 0; i < 5 && std::getline(report, line); ++i) {
-        std::printf("%s\n", line.c_str());
+    for (int i = 0; std::getline(report, line); ++i) {
+        if (i < 5 || report.peek() == std::ifstream::traits_type::eof()) {
+            std::printf("%s\n", line.c_str());
+        }
     }
 }

@@ -4,7 +4,7 @@
   <xsl:output method="text" encoding="UTF-8"/>
 
   <xsl:template match="/report">
-    <xsl:value-of select="concat('The layouts with most variants, of ', count(layout), '&#10;')"/>
+    <xsl:value-of select="concat('The layouts with the most variants, of ', count(layout), '&#10;')"/>
     <xsl:apply-templates select="layout"/>
   </xsl:template>
 

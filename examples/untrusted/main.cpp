@@ -1,4 +1,5 @@
-// Runs a stylesheet that nobody has looked at: it may transform the document, and nothing else.
+// Runs stylesheets that nobody has looked at: they read and write nothing but what is allowed here.
+// How much time and memory they take is not limited.
 //
 // Usage: untrusted NOTE.XML STYLESHEET.XSL...
 //
@@ -21,10 +22,11 @@
 namespace {
 
 //! [distrust]
-// The engines' settings are those of the whole process, so it is the application that makes them, once
-// and before the first stylesheet is loaded.
+// The engines' settings are those of the whole process, so it is the application that makes them,
+// once and before the first stylesheet is loaded.
 
-std::set<std::string> allowedFiles;  // paths, exactly as they are given to the library
+// Paths, exactly as they are given to the library. Every stylesheet may read all of them.
+std::set<std::string> allowedFiles;
 xmlExternalEntityLoader defaultLoader = nullptr;
 
 // Asked for every file and every URL that libxml2 is about to read for a document or a stylesheet.

@@ -1,6 +1,7 @@
 ---@meta
 -- What every script has that runs in a LuaScript, for editors: Lua language servers read the
--- annotations, and nothing here is ever run. Add this folder to the "workspace library" of yours.
+-- annotations, and nothing here is ever run. Add this folder to the workspace library of your
+-- language server.
 
 ---Writes to the platform's log.
 ---@class Log
@@ -23,7 +24,7 @@ Timer = {}
 ---Not from a coroutine: the timer would not find its script.
 ---@param interval integer milliseconds; 0 means the next iteration of the main loop
 ---@param functionName string name of a global function without parameters; "" calls nothing
----@param repeatedly? boolean again and again instead of once
+---@param repeatedly? any any other value than nil and false: again and again instead of once
 ---@return integer handle -1 if there was no memory
 function Timer.start(interval, functionName, repeatedly) end
 
@@ -70,11 +71,12 @@ function WaitingLoop.run(handle) end
 ---@param interval integer milliseconds; -1 means no time-out
 function WaitingLoop.runTime(handle, interval) end
 
----Ends running.
+---Ends running. While the loop waits too, this takes away the time-out of the wait.
 ---@param handle integer
 function WaitingLoop.quit(handle) end
 
----Ends waiting.
+---Ends waiting. While the loop runs too, this takes away the time-out of the run: only
+---WaitingLoop.quit ends it then.
 ---@param handle integer
 function WaitingLoop.go(handle) end
 
