@@ -48,14 +48,10 @@ public:
     /** The opposite. */
     bool operator!=(const Color& other) const;
 
-    /** @name Bytes of the word
-     *  0 to 255 each. */
-    ///@{
-    int getRed() const;
-    int getGreen() const;
-    int getBlue() const;
-    int getAlpha() const;
-    ///@}
+    int getRed() const;    ///< 0 to 255
+    int getGreen() const;  ///< 0 to 255
+    int getBlue() const;   ///< 0 to 255
+    int getAlpha() const;  ///< 0 to 255
 
     /** The colour as 0xAARRGGBB. */
     unsigned int getRGB32() const;
@@ -75,13 +71,14 @@ public:
     /** Hue, saturation and value as stored, and the alpha byte. */
     void getColorComponents(float& hue, float& saturation, float& value, int& alpha) const;
 
-    /** @name Setting a byte
-     *  Replaces it by the low 8 bits, and computes hue, saturation and value anew. */
-    ///@{
+    /** Replaces the red byte by the low 8 bits; computes hue, saturation and value anew. */
     void setRed(int red);
+
+    /** Replaces the green byte by the low 8 bits; computes hue, saturation and value anew. */
     void setGreen(int green);
+
+    /** Replaces the blue byte by the low 8 bits; computes hue, saturation and value anew. */
     void setBlue(int blue);
-    ///@}
 
     /** Replaces the alpha byte by the low 8 bits, and leaves everything else as it is. */
     void setAlpha(int alpha);
@@ -91,13 +88,14 @@ public:
      *  @param withAlpha  whether the word's alpha counts; if not, the colour is opaque */
     void setRGB32(unsigned int rgb32, bool withAlpha);
 
-    /** @name Setting hue, saturation, value
-     *  Stores it as given, and computes the word anew; alpha is kept. */
-    ///@{
+    /** Stores the hue in degrees as given, and computes the word anew; alpha is kept. */
     void setHue(float hue);
+
+    /** Stores the saturation in percent as given, and computes the word anew; alpha is kept. */
     void setSaturation(float saturation);
+
+    /** Stores the value in percent as given, and computes the word anew; alpha is kept. */
     void setValue(float value);
-    ///@}
 
     /** Computes hue, saturation and value from the word; the setters do. */
     void __calculateHSV();

@@ -27,7 +27,8 @@ class OXIL_API IXmlEventListener {
 public:
     virtual ~IXmlEventListener();
 
-    /** @param attributes  in document order: name, value, name, value, ... */
+    /** The beginning of an element; the name has its prefix.
+     *  @param attributes  in document order: name, value, name, value, ... */
     virtual void onStartElement(const std::string& name,
                                 const std::vector<std::string>& attributes) = 0;
 
@@ -71,9 +72,14 @@ public:
  */
 class OXIL_API Xml {
 public:
+    /** Gets the name and the attributes: name, value, name, value, ... */
     using StartElementCallback =
         std::function<void(const std::string&, const std::vector<std::string>&)>;
+
+    /** Gets the name. */
     using EndElementCallback = std::function<void(const std::string&)>;
+
+    /** Gets the text. */
     using CharactersCallback = std::function<void(const std::string&)>;
 
     /** Makes a reader without file. */
