@@ -3,6 +3,8 @@
 #
 #     <!-- quotes examples/countdown/main.cpp wait -->
 #
+# And every message that is logged has its place in doc/errors.md.
+#
 # cmake -DSOURCE=... -P check-docs.cmake
 
 cmake_minimum_required(VERSION 3.25)
@@ -69,3 +71,22 @@ if(count EQUAL 0)
   message(FATAL_ERROR "nothing is quoted anywhere")
 endif()
 message(STATUS "${count} quotations are as they should be")
+
+file(GLOB sources ${SOURCE}/src/*.cpp ${SOURCE}/inc/*.h)
+file(READ ${SOURCE}/doc/errors.md errors)
+set(count 0)
+foreach(source IN LISTS sources)
+  file(STRINGS ${source} lines REGEX "OX_ERROR[(]\"")
+  foreach(line IN LISTS lines)
+    string(REGEX MATCH "\"[^\"]*\"" message "${line}")
+    string(FIND "${errors}" "${message}" place)
+    if(place EQUAL -1)
+      message(SEND_ERROR "doc/errors.md does not know ${message} of ${source}")
+    endif()
+    math(EXPR count "${count} + 1")
+  endforeach()
+endforeach()
+if(count EQUAL 0)
+  message(FATAL_ERROR "no message was found")
+endif()
+message(STATUS "${count} messages are explained")
