@@ -27,7 +27,8 @@ public:
      */
     virtual int moveTo(int position) = 0;
 
-    /** Returns the element at the current place and goes on to the next. */
+    /** Returns the element at the current place and goes on to the next. Serializer skips a null
+     *  one. */
     virtual T next() = 0;
 
     /** The current place. */
