@@ -16,26 +16,13 @@ namespace oxil {
  * and a Lua error leaves a function by `longjmp`, past all destructors. So a native function that
  * calls C++ does it inside run(), and turns a failure into a Lua error with raise() when nothing
  * with a destructor is alive any more:
- *
- *     int find(lua_State* state)
- *     {
- *         const char* name = luaL_checkstring(state, 1);  // may raise: nothing to destroy yet
- *         int place = 0;
- *
- *         oxil::LuaGuard guard(state);
- *         if (!guard.run([&] { place = shelf->find(std::string(name)); })) {
- *             return guard.raise();
- *         }
- *         lua_pushinteger(state, place);
- *         return 1;
- *     }
+ * @snippet inventory/main.cpp functions
  *
  * The script sees an ordinary Lua error and may handle it. Its text is the position in the script
  * and the first 255 bytes of the exception's own text ("unknown exception" if it is no
- * std::exception). If that very
- * error gets as far as LuaScript::load() or Script::callMethod(), they throw the exception itself
- * to their caller, after everything that they do for any Lua error. In a protected call of the
- * application's own only the Lua error remains.
+ * std::exception). If that very error gets as far as LuaScript::load() or Script::callMethod(),
+ * they throw the exception itself to their caller, after everything that they do for any Lua error.
+ * In a protected call of the application's own only the Lua error remains.
  */
 class OXIL_API LuaGuard {
 public:

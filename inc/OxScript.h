@@ -109,9 +109,8 @@ public:
     /**
      * Calls a function with parameters and results.
      *
-     *     int sum = 0;
-     *     script.callMethod("add", std::tie(sum), 2, 3);
-     *     script.callMethod("greet", std::tie(), "name");
+     * Results come first, as `std::tie(sum)`, or `std::tie()` for none, and then the parameters.
+     * @snippet countdown/main.cpp script
      *
      * Calls nest: when the function leads to other calls of this script, from a timer in a waiting
      * loop say, this one still reads its own results.
