@@ -1532,10 +1532,10 @@ TEST_F(BaseLuaApiTest, ScriptsHaveTimersAndLoopsOfTheirOwn)
     Host first(
         R"(
         calls, name = 0, 'first'
-        function tick() calls = calls + 1 end
-        function leave() WaitingLoop.quit(loop) end
-        function f() loop = WaitingLoop.create() Timer.start(20, 'leave')
-          Timer.start(0, 'tick', true) WaitingLoop.run(loop) end
+        function tick() calls = calls + 1
+          if calls == 20 then WaitingLoop.quit(loop) end end
+        function f() loop = WaitingLoop.create() Timer.start(0, 'tick', true)
+          WaitingLoop.run(loop) end
     )");
     Host second(
         R"(
