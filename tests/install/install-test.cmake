@@ -1,14 +1,16 @@
 # Uses the library as its users do: from an installation through CMake and through pkg-config, and as
 # a subdirectory of another project.
 #
-# cmake -DBUILD=... -DSOURCE=... -DWORK=... -DCXX=... [-DFLAGS=...] -P install-test.cmake
+# cmake -DBUILD=... -DSOURCE=... -DWORK=... -DCXX=... [-DFLAGS=...]
+#   [-DTOOLCHAIN=... -DSYSROOT=... -DEMULATOR=...] -P install-test.cmake
 
 function(run)
   execute_process(COMMAND ${ARGV} COMMAND_ERROR_IS_FATAL ANY)
 endfunction()
 
 function(run_consumer program)
-  execute_process(COMMAND ${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${WORK}/prefix/lib ${program}
+  execute_process(COMMAND ${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${WORK}/prefix/lib
+    ${EMULATOR} ${program}
     OUTPUT_VARIABLE output COMMAND_ERROR_IS_FATAL ANY)
   if(NOT output MATCHES "^answer = 42\ncaptured: OxKeyValues.cpp: getKeyValue.* > Invalid key .question.\n$")
     message(FATAL_ERROR "${program} printed:\n${output}")
@@ -17,16 +19,23 @@ endfunction()
 
 file(REMOVE_RECURSE ${WORK})
 set(consumer ${SOURCE}/tests/install/consumer)
+if(TOOLCHAIN)
+  set(same_build -DCMAKE_TOOLCHAIN_FILE=${TOOLCHAIN} -DOXIL_SYSROOT=${SYSROOT}
+    -DCMAKE_FIND_ROOT_PATH=${WORK}/prefix)
+  string(APPEND FLAGS " --sysroot=${SYSROOT}")
+else()
+  set(same_build -DCMAKE_CXX_COMPILER=${CXX} -DCMAKE_CXX_FLAGS=${FLAGS})
+endif()
 
 run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${WORK}/prefix)
 
 run(${CMAKE_COMMAND} -G Ninja -S ${consumer} -B ${WORK}/package
-  -DCMAKE_PREFIX_PATH=${WORK}/prefix -DCMAKE_CXX_COMPILER=${CXX} -DCMAKE_CXX_FLAGS=${FLAGS})
+  -DCMAKE_PREFIX_PATH=${WORK}/prefix ${same_build})
 run(${CMAKE_COMMAND} --build ${WORK}/package)
 run_consumer(${WORK}/package/consumer)
 
 run(${CMAKE_COMMAND} -G Ninja -S ${consumer} -B ${WORK}/subdirectory
-  -DOXIL_SOURCE_DIR=${SOURCE} -DCMAKE_CXX_COMPILER=${CXX} -DCMAKE_CXX_FLAGS=${FLAGS})
+  -DOXIL_SOURCE_DIR=${SOURCE} ${same_build})
 run(${CMAKE_COMMAND} --build ${WORK}/subdirectory)
 run_consumer(${WORK}/subdirectory/consumer)
 
