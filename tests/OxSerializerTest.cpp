@@ -1877,28 +1877,6 @@ TEST_F(SerializerIteratorTest, ConsistsOfFourFunctionsAndThreeThatDoNothing)
     EXPECT_TRUE(std::has_virtual_destructor_v<IBidirectionalIterator<KeyValues*>>);
 }
 
-/** The place of a virtual function in its table, in the form in which both platforms keep it. */
-template <typename Member>
-std::ptrdiff_t slotOf(Member member)
-{
-    std::ptrdiff_t word = 0;
-    static_assert(sizeof member >= sizeof word, "a pointer to a member starts with its place");
-    std::memcpy(&word, &member, sizeof word);
-    // On the desktop the lowest bit says that the function is virtual.
-    return word / static_cast<std::ptrdiff_t>(sizeof(void*));
-}
-
-TEST_F(SerializerIteratorTest, KeepsTheOrderOfVirtualFunctionsThatApplicationsWereBuiltWith)
-{
-    using Iterator = IBidirectionalIterator<KeyValues*>;
-
-    // The destructor takes two places, one more operation the third.
-    EXPECT_EQ(slotOf(&Iterator::moveTo), 3);
-    EXPECT_EQ(slotOf(&Iterator::next), 4);
-    EXPECT_EQ(slotOf(&Iterator::getPosition), 5);
-    EXPECT_EQ(slotOf(&Iterator::isEnd), 8);
-}
-
 // ---- Reading what does not fit ------------------------------------------------------------------
 
 /** Everything that can come out. */

@@ -45,13 +45,6 @@ using testing::IsEmpty;
 
 using Callback = std::function<void()>;
 
-struct Layout {
-    bool repeating;
-    Callback callback;
-    std::unique_ptr<guint, void (*)(guint*)> source;
-};
-
-static_assert(sizeof(Timer) == sizeof(Layout) && alignof(Timer) == alignof(Layout));
 static_assert(!std::is_polymorphic_v<Timer>);
 static_assert(std::is_nothrow_destructible_v<Timer>);
 static_assert(!std::is_copy_constructible_v<Timer> && !std::is_copy_assignable_v<Timer>);

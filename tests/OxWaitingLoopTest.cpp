@@ -39,18 +39,6 @@ using testing::IsEmpty;
 
 using Predicate = std::function<bool()>;
 
-struct Layout {
-    Predicate runPredicate;
-    Predicate waitPredicate;
-    Timer* runTimer;
-    Timer* waitTimer;
-    std::unique_ptr<GMainLoop, std::function<void(GMainLoop*)>> mainLoop;
-    bool running;
-    bool waiting;
-    int noTimeout;
-};
-
-static_assert(sizeof(WaitingLoop) == sizeof(Layout) && alignof(WaitingLoop) == alignof(Layout));
 static_assert(!std::is_polymorphic_v<WaitingLoop>);
 static_assert(std::is_nothrow_destructible_v<WaitingLoop>);
 static_assert(!std::is_copy_constructible_v<WaitingLoop> &&

@@ -34,15 +34,6 @@ using Texts = std::vector<std::string>;
 
 // ---- What the compiler can tell -----------------------------------------------------------------
 
-struct Layout {
-    std::unique_ptr<xmlDoc, void (*)(xmlDoc*)> document;
-    std::unique_ptr<XmlNode> ownRoot;
-    XmlNode* rootNode;
-    std::string outputFilePath;
-    XmlStyleSheet* styleSheet;
-};
-
-static_assert(sizeof(XmlDocument) == sizeof(Layout) && alignof(XmlDocument) == alignof(Layout));
 static_assert(!std::is_polymorphic_v<XmlDocument>);
 static_assert(std::is_nothrow_destructible_v<XmlDocument>);
 static_assert(!std::is_copy_constructible_v<XmlDocument> &&

@@ -31,15 +31,6 @@ using Texts = std::vector<std::string>;
 
 // ---- What the compiler can tell -----------------------------------------------------------------
 
-struct Layout {
-    xmlNode* native;
-    std::string element;
-    std::string content;
-    std::vector<std::string> attributes;
-    std::vector<XmlNode*> children;
-};
-
-static_assert(sizeof(XmlNode) == sizeof(Layout) && alignof(XmlNode) == alignof(Layout));
 static_assert(!std::is_polymorphic_v<XmlNode>);
 static_assert(std::is_nothrow_destructible_v<XmlNode>);
 static_assert(

@@ -52,12 +52,6 @@ using testing::Not;
 
 // ---- What the compiler can tell -----------------------------------------------------------------
 
-struct Layout {
-    std::string path;
-    xsltStylesheet* native;
-};
-
-static_assert(sizeof(XmlStyleSheet) == sizeof(Layout) && alignof(XmlStyleSheet) == alignof(Layout));
 static_assert(!std::is_polymorphic_v<XmlStyleSheet>);
 static_assert(std::is_nothrow_destructible_v<XmlStyleSheet>);
 static_assert(!std::is_copy_constructible_v<XmlStyleSheet> &&

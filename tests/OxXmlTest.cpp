@@ -29,7 +29,6 @@
 #include "FreeObserver.h"
 #include "LogCapture.h"
 #include "ScriptFile.h"
-#include "VirtualSlot.h"
 #include "XmlCalls.h"
 
 namespace oxil::test {
@@ -48,6 +47,9 @@ using testing::Le;
 using testing::Not;
 using testing::SizeIs;
 using testing::StartsWith;
+
+static_assert(std::has_virtual_destructor_v<IXmlEventListener>);
+static_assert(!std::is_copy_constructible_v<Xml> && !std::is_copy_assignable_v<Xml>);
 
 using Texts = std::vector<std::string>;
 
@@ -254,33 +256,6 @@ protected:
     const ScriptFile file{"<a x='1' y='2'>hi<b/></a>"};
     Recorder recorder;
 };
-
-// ---- Layout ----
-
-TEST(XmlLayoutTest, TheOperationsOfAListenerStandInOrderBehindItsDestructor)
-{
-    static_assert(std::has_virtual_destructor_v<IXmlEventListener>);
-    EXPECT_EQ(virtualSlot(&IXmlEventListener::onStartElement), 2);
-    EXPECT_EQ(virtualSlot(&IXmlEventListener::onEndElement), 3);
-    EXPECT_EQ(virtualSlot(&IXmlEventListener::onCharacters), 4);
-}
-
-TEST(XmlLayoutTest, AReaderIsItsFiveFieldsAndNothingElse)
-{
-    struct Mirror {
-        IXmlEventListener* listener;
-        std::string xmlFilePath;
-        std::function<void(const std::string&, const std::vector<std::string>&)> startElement;
-        std::function<void(const std::string&)> endElement;
-        std::function<void(const std::string&)> characters;
-    };
-
-    EXPECT_EQ(sizeof(Xml), sizeof(Mirror));
-    EXPECT_EQ(alignof(Xml), alignof(Mirror));
-    EXPECT_FALSE(std::is_polymorphic_v<Xml>);
-    EXPECT_FALSE(std::is_copy_constructible_v<Xml>);
-    EXPECT_FALSE(std::is_copy_assignable_v<Xml>);
-}
 
 // ---- The steps of read() ----
 

@@ -1,9 +1,9 @@
 #include "FileCalls.h"
 
-#include <dlfcn.h>
-
 #include <cerrno>
 #include <cstdlib>
+
+#include "NextDefinition.h"
 
 namespace oxil::test {
 namespace {
@@ -11,17 +11,6 @@ namespace {
 constexpr std::size_t CALL_LIMIT = 256;
 
 thread_local FileCalls* current = nullptr;
-
-/** The C library's own function behind the definition of the same name below. */
-template <typename Function>
-Function* real(const char* name)
-{
-    void* address = dlsym(RTLD_NEXT, name);
-    if (address == nullptr) {
-        std::abort();
-    }
-    return reinterpret_cast<Function*>(address);
-}
 
 }  // namespace
 

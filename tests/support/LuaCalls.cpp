@@ -1,9 +1,10 @@
 #include "LuaCalls.h"
 
-#include <dlfcn.h>
 #include <lua.hpp>
 
 #include <utility>
+
+#include "NextDefinition.h"
 
 namespace oxil::test {
 namespace {
@@ -63,16 +64,14 @@ void LuaStates::close(lua_State* state, void (*closeState)(lua_State*))
 // Stand before those of the Lua library, because a definition in the executable wins.
 extern "C" __attribute__((visibility("default"))) lua_State* luaL_newstate(void)
 {
-    using Function = lua_State* (*)();
-    static const Function original = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "luaL_newstate"));
+    static const auto original = oxil::test::real<lua_State*()>("luaL_newstate");
 
     return oxil::test::watch != nullptr ? oxil::test::watch->open(original) : original();
 }
 
 extern "C" __attribute__((visibility("default"))) void lua_close(lua_State* state)
 {
-    using Function = void (*)(lua_State*);
-    static const Function original = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "lua_close"));
+    static const auto original = oxil::test::real<void(lua_State*)>("lua_close");
 
     if (oxil::test::watch != nullptr) {
         oxil::test::watch->close(state, original);

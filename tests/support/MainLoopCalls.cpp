@@ -1,26 +1,16 @@
 #include "MainLoopCalls.h"
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <utility>
 
+#include "NextDefinition.h"
+
 namespace oxil::test {
 namespace {
 
 MainLoopCalls* current = nullptr;
-
-/** GLib's own function behind the definition of the same name below. */
-template <typename Function>
-Function* real(const char* name)
-{
-    void* address = dlsym(RTLD_NEXT, name);
-    if (address == nullptr) {
-        std::abort();
-    }
-    return reinterpret_cast<Function*>(address);
-}
 
 bool isDefault(GMainContext* context)
 {

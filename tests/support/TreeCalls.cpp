@@ -1,6 +1,5 @@
 #include "TreeCalls.h"
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <libxml/tree.h>
 #include <libxslt/transform.h>
@@ -14,23 +13,13 @@
 #include <utility>
 
 #include "FreeObserver.h"
+#include "NextDefinition.h"
 
 namespace oxil::test {
 namespace {
 
 thread_local TreeCalls* current = nullptr;
 thread_local int depth = 0;  // of calls below; only the outermost ones are the library's
-
-/** The engine's own function behind the definition of the same name below. */
-template <typename Function>
-Function* real(const char* name)
-{
-    void* address = dlsym(RTLD_NEXT, name);
-    if (address == nullptr) {
-        std::abort();
-    }
-    return reinterpret_cast<Function*>(address);
-}
 
 /** Calls the engine, which may come back here for its own purposes. */
 template <typename Function, typename... Arguments>

@@ -1,24 +1,13 @@
 #include "XmlCalls.h"
 
-#include <dlfcn.h>
-
 #include <cstdlib>
+
+#include "NextDefinition.h"
 
 namespace oxil::test {
 namespace {
 
 thread_local XmlCalls* current = nullptr;
-
-/** libxml2's own function behind the definition of the same name below. */
-template <typename Function>
-Function* real(const char* name)
-{
-    void* address = dlsym(RTLD_NEXT, name);
-    if (address == nullptr) {
-        std::abort();
-    }
-    return reinterpret_cast<Function*>(address);
-}
 
 }  // namespace
 
