@@ -223,6 +223,24 @@ TEST(StringUtilTest, ShortTextsAreSplitAtAllDelimiters)
     }
 }
 
+TEST(StringUtilTest, TheBeginningOfATextMayMislead)
+{
+    // Room is made as for a text that goes on as it begins.
+    for (const std::string& delimiters : {","s, ",;"s}) {
+        std::string text;
+        Tokens expected;
+        for (const std::size_t length : {1U, 1000U, 1U, 100000U, 1U}) {
+            for (int i = 0; i < 50; ++i) {
+                expected.emplace_back(length, static_cast<char>('a' + i % 26));
+                text += expected.back() + std::string(length, delimiters.back());
+            }
+        }
+
+        EXPECT_EQ(GET_TOKENS(text, delimiters), expected);
+        EXPECT_EQ(GET_TOKENS(std::string(5000, delimiters[0]) + text, delimiters), expected);
+    }
+}
+
 TEST(StringUtilTest, OrderAndRepetitionOfTheDelimitersDoNotMatter)
 {
     const Tokens texts = allTexts("ab, ", 4);
