@@ -16,8 +16,13 @@ enum class Watched { OBJECT, FUNCTION };
  */
 class Watch {
 public:
-    Watch(Watched kind, const void* thing) noexcept;
-    ~Watch();
+    Watch(Watched kind, const void* thing) noexcept
+        : __kind(kind), __thing(thing), __outer(innermost)
+    {
+        innermost = this;
+    }
+
+    ~Watch() { innermost = __outer; }
 
     Watch(const Watch&) = delete;
     Watch& operator=(const Watch&) = delete;
@@ -25,12 +30,27 @@ public:
     bool isIntact() const noexcept { return __thing != nullptr; }
 
     /** Ends all watches of this thing. */
-    static void giveUp(Watched kind, const void* thing) noexcept;
+    static void giveUp(Watched kind, const void* thing) noexcept
+    {
+        while (Watch* watch = find(kind, thing)) {
+            watch->__thing = nullptr;
+        }
+    }
 
     /** The innermost watch of this thing, null if there is none. */
-    static Watch* find(Watched kind, const void* thing) noexcept;
+    static Watch* find(Watched kind, const void* thing) noexcept
+    {
+        return innermost != nullptr ? innermost->__find(kind, thing) : nullptr;
+    }
 
 private:
+    /** From here outwards. */
+    Watch* __find(Watched kind, const void* thing) noexcept;
+
+    // Read for every event and every timer, where the usual way to a variable of the thread, which
+    // is a call, would show.
+    [[gnu::tls_model("initial-exec")]] static inline thread_local Watch* innermost = nullptr;
+
     Watched __kind;
     const void* __thing;
     Watch* __outer;

@@ -198,14 +198,16 @@ int LuaScript::onMethodCalling(const std::string& methodName)
 int LuaScript::onMethodCalled(const std::string&)
 {
     lua_State* state = __luaState.get();
-    if (state == nullptr || lua_gettop(state) <= getParameterCount()) {
+    const int parameterCount = getParameterCount();
+    const int returnCount = getReturnCount();
+    if (state == nullptr || lua_gettop(state) <= parameterCount) {
         return STATUS_INVALID_STATE;
     }
-    if (!internal::reserveLuaStack(state, std::max(getReturnCount(), 1))) {
-        return abandon(state, getParameterCount());
+    if (!internal::reserveLuaStack(state, std::max(returnCount, 1))) {
+        return abandon(state, parameterCount);
     }
     const internal::ProtectedCall call;
-    if (lua_pcall(state, getParameterCount(), getReturnCount(), 0) != 0) {
+    if (lua_pcall(state, parameterCount, returnCount, 0) != 0) {
         // The message stays where the results would be, and nothing is reported.
         rethrow(call, state);
     }

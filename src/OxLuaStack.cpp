@@ -114,11 +114,8 @@ bool prepareLuaState(lua_State* state)
     return lua_cpcall(state, prepare, nullptr) == 0;
 }
 
-bool reserveLuaStack(lua_State* state, int count)
+bool reserveDeepLuaStack(lua_State* state, int count)
 {
-    if (lua_checkstack(state, count) != 0) {
-        return true;
-    }
     // The limit counts from the frame of the running function, so a function of its own can go on.
     // What it needs itself is in the few slots that Lua always keeps in reserve.
     if (lua_cpcall(state, reserve, &count) != 0) {

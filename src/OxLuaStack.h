@@ -13,13 +13,19 @@ namespace oxil::internal {
  */
 bool prepareLuaState(lua_State* state);
 
+/** What reserveLuaStack() does beyond 8000 values. */
+bool reserveDeepLuaStack(lua_State* state, int count);
+
 /**
  * Makes room for values on the Lua stack; false if there can't be any.
  *
  * `lua_checkstack` alone refuses at 8000 values, which a script with failing functions reaches:
  * each failed call leaves a message behind.
  */
-bool reserveLuaStack(lua_State* state, int count);
+inline bool reserveLuaStack(lua_State* state, int count)
+{
+    return lua_checkstack(state, count) != 0 || reserveDeepLuaStack(state, count);
+}
 
 // The following need 3 free places on the Lua stack.
 

@@ -3,21 +3,6 @@
 #include <new>
 
 namespace oxil::internal {
-namespace {
-
-ProtectedCall* innermost = nullptr;
-
-}  // namespace
-
-ProtectedCall::ProtectedCall() noexcept : __raised(false), __outer(innermost)
-{
-    innermost = this;
-}
-
-ProtectedCall::~ProtectedCall()
-{
-    innermost = __outer;
-}
 
 void ProtectedCall::keep() noexcept
 {

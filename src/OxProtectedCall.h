@@ -16,8 +16,8 @@ namespace oxil::internal {
  */
 class ProtectedCall {
 public:
-    ProtectedCall() noexcept;
-    ~ProtectedCall();
+    ProtectedCall() noexcept : __raised(false), __outer(innermost) { innermost = this; }
+    ~ProtectedCall() { innermost = __outer; }
 
     ProtectedCall(const ProtectedCall&) = delete;
     ProtectedCall& operator=(const ProtectedCall&) = delete;
@@ -32,6 +32,8 @@ public:
     std::exception_ptr getException(lua_State* state) const;
 
 private:
+    static inline ProtectedCall* innermost = nullptr;
+
     std::exception_ptr __exception;
     std::string __message;
     bool __raised;

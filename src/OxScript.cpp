@@ -1,9 +1,17 @@
 #include "OxScript.h"
 
+#include <cstdint>
+
 #include "OxLog.h"
 #include "OxStatus.h"
 
 namespace oxil {
+namespace {
+
+/** How many calls this thread has begun, of all scripts: tells whether a hook led to another one. */
+[[gnu::tls_model("initial-exec")]] thread_local std::uint64_t begunCalls = 0;
+
+}  // namespace
 
 Script::Script() : __returnCount(0), __parameterCount(0) {}
 
@@ -120,21 +128,31 @@ int Script::callMethod(const std::string& methodName, std::initializer_list<Para
     int parameterCount = 0;
     __setCall(methodName, returnCount, parameterCount);
 
+    // Any hook may lead to other calls, which leave their own bookkeeping behind.
+    std::uint64_t known = begunCalls;
+    const auto resume = [&] {
+        if (begunCalls != known) {
+            __setCall(methodName, returnCount, parameterCount);
+            known = begunCalls;
+        }
+        __parameterCount = parameterCount;
+    };
+
     if (onMethodCalling(__methodName) != 0) {
         OX_ERROR("Invalid state.");
         return STATUS_INVALID_STATE;
     }
-    // Any hook may lead to other calls, which leave their own bookkeeping behind.
-    __setCall(methodName, returnCount, parameterCount);
+    resume();
     for (const Parameter& parameter : parameters) {
         if (parameter.addTo(*this) != 0) {
             OX_ERROR("Invalid state.");
             return STATUS_INVALID_STATE;
         }
-        __setCall(methodName, returnCount, ++parameterCount);
+        ++parameterCount;
+        resume();
     }
     const int called = onMethodCalled(__methodName);
-    __setCall(methodName, returnCount, parameterCount);
+    resume();
 
     if (called != 0) {
         OX_ERROR("Invalid state.");
@@ -182,6 +200,7 @@ int Script::getParameterCount() const
 
 void Script::__setCall(const std::string& methodName, int returnCount, int parameterCount)
 {
+    ++begunCalls;
     __parameterCount = parameterCount;
     if (__methodName != methodName) {
         __methodName = methodName;

@@ -11,6 +11,7 @@
 #include <exception>
 #include <memory>
 #include <new>
+#include <optional>
 
 #include "OxCallOut.h"
 #include "OxLog.h"
@@ -22,6 +23,14 @@ namespace oxil {
 namespace {
 
 using internal::toText;
+
+/** The texts of an event. */
+struct Texts {
+    std::string name;
+    std::string text;
+    std::vector<std::string> attributes;
+    bool inUse = false;
+};
 
 /** One run of the event parser. Runs nest, when an event reads another file. */
 class Parse {
@@ -65,6 +74,12 @@ public:
         xmlStopParser(innermost->__context.get());
     }
 
+    /** What the innermost run keeps from one event to the next; null outside of runs. */
+    static Texts* getTexts() noexcept
+    {
+        return innermost != nullptr ? &innermost->__texts : nullptr;
+    }
+
 private:
     static void freeContext(xmlParserCtxtPtr context)
     {
@@ -72,14 +87,77 @@ private:
         xmlFreeParserCtxt(context);
     }
 
-    static thread_local Parse* innermost;
+    [[gnu::tls_model("initial-exec")]] static thread_local Parse* innermost;
 
     std::unique_ptr<xmlParserCtxt, void (*)(xmlParserCtxtPtr)> __context;
     std::exception_ptr __exception;
+    Texts __texts;
     Parse* __outer;
 };
 
-thread_local Parse* Parse::innermost = nullptr;
+[[gnu::tls_model("initial-exec")]] thread_local Parse* Parse::innermost = nullptr;
+
+/**
+ * The texts of the current event, in the storage of the one before: most are like it.
+ *
+ * An event that is delivered from inside another one gets its own.
+ */
+class EventTexts {
+public:
+    EventTexts() noexcept
+    {
+        Texts* kept = Parse::getTexts();
+        __texts = kept != nullptr && !kept->inUse ? kept : &__own.emplace();
+        __texts->inUse = true;
+    }
+
+    ~EventTexts() { __texts->inUse = false; }
+
+    EventTexts(const EventTexts&) = delete;
+    EventTexts& operator=(const EventTexts&) = delete;
+
+    Texts* operator->() const noexcept { return __texts; }
+
+private:
+    std::optional<Texts> __own;
+    Texts* __texts;
+};
+
+/** As an assignment, which takes longer: it reckons with a source inside the destination. */
+void assign(std::string& text, const char* source, std::size_t size)
+{
+    text.clear();
+    text.append(source, size);
+}
+
+void assign(std::string& text, const char* source)
+{
+    assign(text, source, std::strlen(source));
+}
+
+/** Names often are those of the event before, and to compare is cheaper than to copy. */
+void assignName(std::string& text, const char* name)
+{
+    if (std::strcmp(text.c_str(), name) != 0) {
+        assign(text, name);
+    }
+}
+
+/** @param attributes  name, value, name, value, ..., ended by null, or null itself */
+void assignAttributes(std::vector<std::string>& list, const char** attributes)
+{
+    std::size_t count = 0;
+    for (; attributes != nullptr && attributes[count] != nullptr; ++count) {
+        if (count == list.size()) {
+            list.emplace_back(attributes[count]);
+        } else if (count % 2 == 0) {
+            assignName(list[count], attributes[count]);
+        } else {
+            assign(list[count], attributes[count]);
+        }
+    }
+    list.resize(count);
+}
 
 // ---- Handlers, called by the parser
 
@@ -283,49 +361,60 @@ void Xml::__onStartElement(const char* name, const char** attributes)
     if (__listener == nullptr && !internal::isSet(__startElementCallback)) {
         return;
     }
-    std::vector<std::string> list;
-    if (attributes != nullptr) {
-        for (const char** attribute = attributes; *attribute != nullptr; ++attribute) {
-            list.emplace_back(*attribute);
-        }
-    }
+    EventTexts texts;
+    assignName(texts->name, name);
+    assignAttributes(texts->attributes, attributes);
     if (__listener != nullptr) {
-        __listener->onStartElement(name, list);
+        __listener->onStartElement(texts->name, texts->attributes);
     }
     // The listener may have set or removed it.
     if (internal::isSet(__startElementCallback)) {
-        internal::callFrom(__startElementCallback, std::string(name), list);
+        internal::callFrom(__startElementCallback, texts->name, texts->attributes);
     }
 }
 
 void Xml::__onEndElement(const char* name)
 {
+    if (__listener == nullptr && !internal::isSet(__endElementCallback)) {
+        return;
+    }
+    EventTexts texts;
+    assignName(texts->name, name);
     if (__listener != nullptr) {
-        __listener->onEndElement(name);
+        __listener->onEndElement(texts->name);
     }
     if (internal::isSet(__endElementCallback)) {
-        internal::callFrom(__endElementCallback, std::string(name));
+        internal::callFrom(__endElementCallback, texts->name);
     }
 }
 
 void Xml::__onCharacters(const char* text, int)
 {
+    if (__listener == nullptr && !internal::isSet(__charactersCallback)) {
+        return;
+    }
+    EventTexts texts;
+    assign(texts->text, text);
     if (__listener != nullptr) {
-        __listener->onCharacters(text);
+        __listener->onCharacters(texts->text);
     }
     if (internal::isSet(__charactersCallback)) {
-        internal::callFrom(__charactersCallback, std::string(text));
+        internal::callFrom(__charactersCallback, texts->text);
     }
 }
 
 void Xml::__onExactCharacters(const char* text, int length)
 {
-    const auto size = static_cast<std::size_t>(length);
+    if (__listener == nullptr && !internal::isSet(__charactersCallback)) {
+        return;
+    }
+    EventTexts texts;
+    assign(texts->text, text, static_cast<std::size_t>(length));
     if (__listener != nullptr) {
-        __listener->onCharacters(std::string(text, size));
+        __listener->onCharacters(texts->text);
     }
     if (internal::isSet(__charactersCallback)) {
-        internal::callFrom(__charactersCallback, std::string(text, size));
+        internal::callFrom(__charactersCallback, texts->text);
     }
 }
 
