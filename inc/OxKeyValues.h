@@ -13,7 +13,8 @@ namespace oxil {
 
 namespace internal {
 class KeyIndex;
-}
+class WantedKey;
+}  // namespace internal
 
 class SerializedData;
 
@@ -290,7 +291,11 @@ private:
     KeyValue& __at(int index) noexcept;
     const KeyValue& __at(int index) const noexcept;
     int __find(const std::string& key) const noexcept;
-    void __append(KeyValue&& entry);
+    OXIL_LOCAL int __find(const internal::WantedKey& key) const noexcept;
+    template <typename... Parts>
+    OXIL_LOCAL bool __add(const std::string& key, Parts&&... parts);
+    OXIL_LOCAL void __makeIndex();
+    OXIL_LOCAL std::size_t __describe(int block, SerializedData& data) const noexcept;
     void __erase(int index);
 
     std::vector<KeyValue> __entries;

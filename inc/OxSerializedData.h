@@ -64,8 +64,8 @@ static_assert(offsetof(SerializationInfo, typeSizes) == 10064, "fixed place");
  * object is good for nothing but destruction: calling any member is the caller's mistake.
  *
  * @par Threads
- * No locks. getValues() fills a cache inside a const object, so two threads must not even read one
- * object at the same time.
+ * No locks. getValues() and getSerializationInfo() complete an object that is const, so two threads
+ * must not even read one object at the same time.
  *
  * @par Exceptions
  * None of its own. Decoding may throw `std::bad_alloc`.
@@ -255,6 +255,8 @@ public:
     const std::vector<Variant>* getValues() const;
 
 private:
+    friend class KeyValues;  // describes its entries in one go
+
     using Release = void (*)(void*);
 
     bool __isValidBlock(int block) const;

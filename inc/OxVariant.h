@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <type_traits>
 #include <utility>
@@ -110,14 +112,19 @@ public:
     Variant(Pointer) = delete;
 
     /** Copies kind and value. */
-    Variant(const Variant& other) : Variant() { __copy(other); }
+    Variant(const Variant& other)
+        : __type(other.__type),
+          __number(other.__number),
+          __text(__type == VARIANT_TYPE_STRING ? other.__text : std::string())
+    {
+    }
 
     /** Takes over kind and value. @p other keeps its kind; what text it holds is unspecified. */
-    Variant(Variant&& other) noexcept : __type(other.__type), __number(other.__number)
+    Variant(Variant&& other) noexcept
+        : __type(other.__type),
+          __number(other.__number),
+          __text(__type == VARIANT_TYPE_STRING ? std::move(other.__text) : std::string())
     {
-        if (__type == VARIANT_TYPE_STRING) {
-            __text = std::move(other.__text);
-        }
     }
 
     /** Releases the text. */
@@ -146,7 +153,7 @@ public:
         return *this;
     }
 
-    /** The copy step of construction and assignment; meant for the class itself. */
+    /** The copy step of assignment; meant for the class itself. */
     void __copy(const Variant& other)
     {
         // The kind follows the text, which may not fit into memory.
@@ -273,18 +280,36 @@ public:
     /** Bytes of a number or boolean of this kind, -1 for any other kind. */
     static constexpr int __getNumberSize(VariantType type) noexcept
     {
-        switch (type) {
-            case VARIANT_TYPE_INT:
-            case VARIANT_TYPE_UINT:
-            case VARIANT_TYPE_LONG:
-            case VARIANT_TYPE_ULONG:
-            case VARIANT_TYPE_FLOAT:
+        // No switch: the kinds of a record follow each other without a pattern.
+        return type >= VARIANT_TYPE_NONE && type <= VARIANT_TYPE_STRING ? __NUMBER_SIZES[type] : -1;
+    }
+
+    /** Tells the constructor below from the others. */
+    struct __Slice {};
+
+    /** Makes a value of kind VARIANT_TYPE_STRING in its place; meant for the library itself. */
+    Variant(__Slice, const char* text, std::size_t length)
+        : __type(VARIANT_TYPE_STRING), __text(text, length)
+    {
+    }
+
+    /** The text of a VARIANT_TYPE_STRING, without a copy; meant for the library itself. */
+    const std::string& __getText() const noexcept { return __text; }
+
+    /** Copies the bytes of a number or boolean and returns how many they are, or -1 for any other
+     *  kind; meant for the library itself. */
+    int __copyNumber(void* destination) const noexcept
+    {
+        // All members of the union start where it starts.
+        switch (__getNumberSize(__type)) {
+            case 4:
+                std::memcpy(destination, &__number, 4);
                 return 4;
-            case VARIANT_TYPE_LONGLONG:
-            case VARIANT_TYPE_ULONGLONG:
-            case VARIANT_TYPE_DOUBLE:
+            case 8:
+                std::memcpy(destination, &__number, 8);
                 return 8;
-            case VARIANT_TYPE_BOOL:
+            case 1:
+                std::memcpy(destination, &__number, 1);
                 return 1;
             default:
                 return -1;
@@ -314,7 +339,7 @@ private:
         bool asBool;
     };
 
-    int __copyNumber(void* destination) const noexcept;
+    static constexpr std::int8_t __NUMBER_SIZES[] = {-1, 4, 4, 4, 4, 8, 8, 4, 8, 1, -1};
 
     VariantType __type;
     Number __number;

@@ -1,23 +1,17 @@
 #include "OxKeyIndex.h"
 
-#include <functional>
+#include <utility>
 
 namespace oxil::internal {
 
-std::uint32_t KeyIndex::hash(const std::string& key) noexcept
+void KeyIndex::__grow()
 {
-    return static_cast<std::uint32_t>(std::hash<std::string>()(key));
-}
+    constexpr unsigned int FEWEST_BITS = 5;
 
-void KeyIndex::reserveOne()
-{
-    constexpr std::size_t FEWEST = 32;
-
-    if (2 * (__count + 1) <= __slots.size()) {
-        return;
-    }
+    const unsigned int bits = __slots.empty() ? FEWEST_BITS : 33 - __shift;
     KeyIndex larger;
-    larger.__slots.resize(__slots.empty() ? FEWEST : 2 * __slots.size());
+    larger.__slots.resize(std::size_t{1} << bits);
+    larger.__shift = 32 - bits;
     for (const Slot& slot : __slots) {
         if (slot.position != NOWHERE) {
             larger.insert(slot.hash, slot.position);
@@ -28,7 +22,7 @@ void KeyIndex::reserveOne()
 
 void KeyIndex::insert(std::uint32_t hash, int position) noexcept
 {
-    std::size_t i = hash & __mask();
+    std::size_t i = __home(hash);
     while (__slots[i].position != NOWHERE) {
         i = (i + 1) & __mask();
     }
@@ -39,7 +33,7 @@ void KeyIndex::insert(std::uint32_t hash, int position) noexcept
 
 void KeyIndex::remove(std::uint32_t hash, int position) noexcept
 {
-    std::size_t hole = hash & __mask();
+    std::size_t hole = __home(hash);
     while (__slots[hole].position != position) {
         hole = (hole + 1) & __mask();
     }
@@ -48,7 +42,7 @@ void KeyIndex::remove(std::uint32_t hash, int position) noexcept
     // nearer to its home slot does.
     for (std::size_t i = (hole + 1) & __mask(); __slots[i].position != NOWHERE;
          i = (i + 1) & __mask()) {
-        const std::size_t home = __slots[i].hash & __mask();
+        const std::size_t home = __home(__slots[i].hash);
         if (((i - home) & __mask()) >= ((i - hole) & __mask())) {
             __slots[hole] = __slots[i];
             hole = i;

@@ -2,12 +2,88 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <vector>
 
-#include "OxKeyValue.h"
-
 namespace oxil::internal {
+
+/**
+ * A key that is looked for.
+ *
+ * Its last eight bytes are compared first: keys with a common beginning differ there, and few keys
+ * are much longer.
+ */
+class WantedKey {
+public:
+    explicit WantedKey(const std::string& key) noexcept
+        : __key(key), __end(__readEnd(key.data(), key.size()))
+    {
+    }
+
+    bool operator==(const std::string& other) const noexcept
+    {
+        const std::size_t size = __key.size();
+        if (other.size() != size || __readEnd(other.data(), size) != __end) {
+            return false;
+        }
+        for (std::size_t i = 0; i + WORD < size; i += WORD) {
+            if (__readWord(other.data() + i) != __readWord(__key.data() + i)) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    std::uint32_t hash() const noexcept
+    {
+        constexpr std::uint64_t FACTOR = 0x9e3779b97f4a7c15;  // odd, and without a pattern
+
+        std::uint64_t hash = __key.size() * FACTOR;
+        for (std::size_t i = 0; i + WORD < __key.size(); i += WORD) {
+            hash = (hash ^ __readWord(__key.data() + i)) * FACTOR;
+            hash ^= hash >> 32;
+        }
+        // The high bits of a product depend on all bits of its factors.
+        return static_cast<std::uint32_t>(((hash ^ __end) * FACTOR) >> 32);
+    }
+
+private:
+    static constexpr std::size_t WORD = sizeof(std::uint64_t);
+
+    template <typename Word>
+    static std::uint64_t __read(const char* bytes) noexcept
+    {
+        Word word;
+        std::memcpy(&word, bytes, sizeof word);
+        return word;
+    }
+
+    static std::uint64_t __readWord(const char* bytes) noexcept
+    {
+        return __read<std::uint64_t>(bytes);
+    }
+
+    /** The last bytes as a number, eight at the most; reads that overlap save a loop. */
+    static std::uint64_t __readEnd(const char* bytes, std::size_t size) noexcept
+    {
+        if (size >= WORD) {
+            return __readWord(bytes + size - WORD);
+        }
+        if (size >= WORD / 2) {
+            return __read<std::uint32_t>(bytes) << 32 |
+                   __read<std::uint32_t>(bytes + size - WORD / 2);
+        }
+        if (size == 0) {
+            return 0;
+        }
+        return __read<std::uint8_t>(bytes) << 16 | __read<std::uint8_t>(bytes + size / 2) << 8 |
+               __read<std::uint8_t>(bytes + size - 1);
+    }
+
+    const std::string& __key;
+    std::uint64_t __end;
+};
 
 /**
  * Finds the position of a key in the entry list of a record.
@@ -18,10 +94,13 @@ namespace oxil::internal {
  */
 class KeyIndex {
 public:
-    static std::uint32_t hash(const std::string& key) noexcept;
-
     /** Makes room for one more entry, so that the next insert() can't fail. */
-    void reserveOne();
+    void reserveOne()
+    {
+        if (2 * (__count + 1) > __slots.size()) {
+            __grow();
+        }
+    }
 
     /** Adds an entry whose key is not there yet. */
     void insert(std::uint32_t hash, int position) noexcept;
@@ -33,7 +112,7 @@ public:
         if (__slots.empty()) {
             return NOWHERE;
         }
-        std::size_t i = hash & __mask();
+        std::size_t i = __home(hash);
         while (__slots[i].position != NOWHERE &&
                !(__slots[i].hash == hash && isKey(__slots[i].position))) {
             i = (i + 1) & __mask();
@@ -52,10 +131,13 @@ private:
         std::int32_t position = NOWHERE;
     };
 
+    void __grow();
     std::size_t __mask() const noexcept { return __slots.size() - 1; }
+    std::size_t __home(std::uint32_t hash) const noexcept { return hash >> __shift; }
 
     std::vector<Slot> __slots;  // a power of two of them, at the most half of them taken
     std::size_t __count = 0;
+    unsigned int __shift = 32;  // what the number of slots leaves of the bits of a hash
 };
 
 }  // namespace oxil::internal

@@ -3,23 +3,12 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "OxDataArea.h"
 #include "OxLog.h"
 #include "OxSerializedData.h"
 #include "OxStatus.h"
-#include "OxTextSlot.h"
 
 namespace oxil {
-namespace {
-
-constexpr int SLOT_SIZE = static_cast<int>(internal::TEXT_SLOT_SIZE);
-
-/** What the value takes behind the key; -1 for one that can't be stored. */
-int getValueSpace(const Variant& value) noexcept
-{
-    return value.getType() == VARIANT_TYPE_STRING ? SLOT_SIZE : value.getValueSize();
-}
-
-}  // namespace
 
 KeyValue::KeyValue(const SerializedData& data)
 {
@@ -71,9 +60,7 @@ int KeyValue::copySerializedData(void* destination) const
         OX_ERROR("data is nullptr.");
         return STATUS_FAILURE;
     }
-    internal::copyTextSlot(destination, __key);
-    return __value.toRaw(static_cast<char*>(destination) + SLOT_SIZE, getValueSpace(__value)) +
-           SLOT_SIZE;
+    return internal::writeEntry(destination, __key, __value);
 }
 
 int KeyValue::copySerializedData(void* destination, int size) const
@@ -86,7 +73,8 @@ int KeyValue::copySerializedData(void* destination, int size) const
         OX_ERROR("Invalid size( %d)", size);
         return STATUS_FAILURE;
     }
-    const int needed = getValueSpace(__value) + SLOT_SIZE;
+    const int needed =
+        internal::getValueSpace(__value) + static_cast<int>(internal::TEXT_SLOT_SIZE);
     if (size < needed) {
         OX_ERROR("Invalid checkSize (%d) size( %d)", needed, size);
         return STATUS_FAILURE;
@@ -137,7 +125,7 @@ int KeyValue::deserialize(const SerializedData& data)
 /** Bytes that copySerializedData() may write. */
 std::size_t KeyValue::__getSpace() const noexcept
 {
-    return static_cast<std::size_t>(SLOT_SIZE + std::max(getValueSpace(__value), 0));
+    return internal::getEntrySpace(__value);
 }
 
 }  // namespace oxil

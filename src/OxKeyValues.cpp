@@ -4,11 +4,11 @@
 #include <cstdlib>
 #include <utility>
 
+#include "OxDataArea.h"
 #include "OxKeyIndex.h"
 #include "OxLog.h"
 #include "OxSerializedData.h"
 #include "OxStatus.h"
-#include "OxTextSlot.h"
 
 namespace oxil {
 namespace {
@@ -16,9 +16,14 @@ namespace {
 // Up to here a walk over the keys is as fast as a hash look-up, and costs no memory.
 constexpr std::size_t LARGEST_UNINDEXED = 16;
 
+// Records have several entries as a rule: the list need not grow for each of the first.
+constexpr std::size_t FEWEST_RESERVED = 4;
+
 constexpr int ABSENT = -1;
 
 }  // namespace
+
+// A function that programs spend their time in is [[gnu::flatten]]: what it calls is built into it.
 
 KeyValues::KeyValues() noexcept = default;
 
@@ -89,7 +94,7 @@ KeyValue KeyValues::getKeyValue(const std::string& key) const
     return __at(index);
 }
 
-Variant KeyValues::getValue(const std::string& key) const
+[[gnu::flatten]] Variant KeyValues::getValue(const std::string& key) const
 {
     if (key.empty()) {
         OX_ERROR("Invalid parameter");
@@ -159,31 +164,33 @@ bool KeyValues::isIncluded(const std::string& key, const Variant& value) const
 
 int KeyValues::add(const KeyValue& entry)
 {
-    if (__find(entry.__key) != ABSENT) {
+    if (!__add(entry.__key, entry)) {
         OX_ERROR("Key(%s) already exist.", entry.__key.c_str());
         return STATUS_ALREADY_EXISTS;
     }
-    __append(KeyValue(entry));
     return STATUS_SUCCESS;
 }
 
 int KeyValues::add(KeyValue&& entry)
 {
-    if (__find(entry.__key) != ABSENT) {
+    if (!__add(entry.__key, std::move(entry))) {
         OX_ERROR("Key(%s) already exist.", entry.__key.c_str());
         return STATUS_ALREADY_EXISTS;
     }
-    __append(std::move(entry));
     return STATUS_SUCCESS;
 }
 
-int KeyValues::add(const std::string& key, const Variant& value)
+[[gnu::flatten]] int KeyValues::add(const std::string& key, const Variant& value)
 {
     if (key.empty()) {
         OX_ERROR("Invalid parameter.");
         return STATUS_INVALID_PARAMETER;
     }
-    return add(KeyValue(key, value));
+    if (!__add(key, key, value)) {
+        OX_ERROR("Key(%s) already exist.", key.c_str());
+        return STATUS_ALREADY_EXISTS;
+    }
+    return STATUS_SUCCESS;
 }
 
 int KeyValues::update(const KeyValue& entry)
@@ -201,7 +208,7 @@ int KeyValues::update(const KeyValue& entry)
     return r;
 }
 
-int KeyValues::update(const std::string& key, const Variant& value)
+[[gnu::flatten]] int KeyValues::update(const std::string& key, const Variant& value)
 {
     const int index = key.empty() ? ABSENT : __find(key);
     if (index != ABSENT) {
@@ -254,8 +261,9 @@ int KeyValues::remove(int index)
 
 int KeyValues::setSerializedDataInfo(int block, SerializedData& data) const
 {
-    for (const KeyValue& entry : __entries) {
-        const int r = entry.setSerializedDataInfo(block, data);
+    // One by one only where one is refused, which tells why.
+    for (std::size_t i = __describe(block, data); i < __entries.size(); ++i) {
+        const int r = __entries[i].setSerializedDataInfo(block, data);
         if (r != STATUS_SUCCESS) {
             OX_ERROR("r (%d).", r);
             return r;
@@ -269,7 +277,7 @@ int KeyValues::setSerializedDataInfo(SerializedData& data) const
     return setSerializedDataInfo(0, data);
 }
 
-int KeyValues::copySerializedData(void* destination) const
+[[gnu::flatten]] int KeyValues::copySerializedData(void* destination) const
 {
     if (destination == nullptr) {
         OX_ERROR("data is nullptr.");
@@ -277,7 +285,8 @@ int KeyValues::copySerializedData(void* destination) const
     }
     int offset = 0;
     for (const KeyValue& entry : __entries) {
-        offset += entry.copySerializedData(static_cast<char*>(destination) + offset);
+        offset += internal::writeEntry(static_cast<char*>(destination) + offset, entry.__key,
+                                       entry.__value);
     }
     return offset;
 }
@@ -294,7 +303,8 @@ int KeyValues::copySerializedData(void* destination, int size) const
     }
     int offset = 0;
     for (const KeyValue& entry : __entries) {
-        const int copied = entry.copySerializedData(static_cast<char*>(destination) + offset);
+        const int copied = internal::writeEntry(static_cast<char*>(destination) + offset,
+                                                entry.__key, entry.__value);
         offset += copied;
         if (offset > size) {
             OX_ERROR("Invalid copySize (%d) size( %d)", copied, size);
@@ -340,8 +350,8 @@ int KeyValues::deserialize(const SerializedData& data)
     return deserialize(data, 0);
 }
 
-int KeyValues::deserialize(const std::vector<Variant>::const_iterator& first,
-                           const std::vector<Variant>::const_iterator& last)
+[[gnu::flatten]] int KeyValues::deserialize(const std::vector<Variant>::const_iterator& first,
+                                            const std::vector<Variant>::const_iterator& last)
 {
     const auto count = last - first;
     if (count % 2 != 0) {
@@ -352,11 +362,10 @@ int KeyValues::deserialize(const std::vector<Variant>::const_iterator& first,
         __entries.reserve(static_cast<std::size_t>(count / 2));
     }
     for (auto value = first; value != last; value += 2) {
-        std::string key = value[0].toString();
-        if (key.empty()) {
-            add(key, value[1]);
+        if (value[0].getType() == VARIANT_TYPE_STRING) {
+            add(value[0].__getText(), value[1]);
         } else {
-            add(KeyValue(std::move(key), Variant(value[1])));
+            add(value[0].toString(), value[1]);
         }
     }
     return STATUS_SUCCESS;
@@ -375,44 +384,98 @@ const KeyValue& KeyValues::__at(int index) const noexcept
 /** The position of a key, the empty one included, or ABSENT. */
 int KeyValues::__find(const std::string& key) const noexcept
 {
+    return __find(internal::WantedKey(key));
+}
+
+int KeyValues::__find(const internal::WantedKey& key) const noexcept
+{
     if (__index != nullptr) {
-        return __index->find(internal::KeyIndex::hash(key),
-                             [&](int position) { return __at(position).__key == key; });
+        return __index->find(key.hash(), [&](int position) { return key == __at(position).__key; });
     }
     for (std::size_t i = 0; i < __entries.size(); ++i) {
-        if (__entries[i].__key == key) {
+        if (key == __entries[i].__key) {
             return static_cast<int>(i);
         }
     }
     return ABSENT;
 }
 
-/** Appends an entry whose key is not there yet. When memory runs out nothing has changed. */
-void KeyValues::__append(KeyValue&& entry)
+/** Appends KeyValue(parts...), unless its key is there. When memory runs out nothing has changed.
+ */
+template <typename... Parts>
+bool KeyValues::__add(const std::string& key, Parts&&... parts)
 {
+    const internal::WantedKey wanted(key);
+    if (__find(wanted) != ABSENT) {
+        return false;
+    }
     if (__index == nullptr && __entries.size() >= LARGEST_UNINDEXED) {
-        auto index = std::make_unique<internal::KeyIndex>();
-        for (int i = 0; i < getCount(); ++i) {
-            index->reserveOne();
-            index->insert(internal::KeyIndex::hash(__at(i).__key), i);
+        __makeIndex();
+    }
+    if (__index == nullptr) {
+        if (__entries.capacity() == 0) {
+            __entries.reserve(FEWEST_RESERVED);
         }
-        __index = std::move(index);
+        __entries.emplace_back(std::forward<Parts>(parts)...);
+        return true;
     }
-    if (__index != nullptr) {
-        __index->reserveOne();
+    const std::uint32_t hash = wanted.hash();
+    __index->reserveOne();
+    __entries.emplace_back(std::forward<Parts>(parts)...);
+    __index->insert(hash, getCount() - 1);
+    return true;
+}
+
+void KeyValues::__makeIndex()
+{
+    auto index = std::make_unique<internal::KeyIndex>();
+    for (int i = 0; i < getCount(); ++i) {
+        index->reserveOne();
+        index->insert(internal::WantedKey(__at(i).__key).hash(), i);
     }
-    __entries.push_back(std::move(entry));
-    if (__index != nullptr) {
-        __index->insert(internal::KeyIndex::hash(__entries.back().__key), getCount() - 1);
-    }
+    __index = std::move(index);
 }
 
 void KeyValues::__erase(int index)
 {
     if (__index != nullptr) {
-        __index->remove(internal::KeyIndex::hash(__at(index).__key), index);
+        __index->remove(internal::WantedKey(__at(index).__key).hash(), index);
     }
     __entries.erase(__entries.begin() + index);
+}
+
+/** Appends the type entries up to the first entry for which addType() would refuse one; returns how
+ *  many entries it has described. */
+std::size_t KeyValues::__describe(int block, SerializedData& data) const noexcept
+{
+    if (!data.__isValidBlock(block)) {
+        return 0;
+    }
+    SerializationInfo& info = *data.__info;
+    std::uint8_t* types = info.types[block];
+    std::int32_t* sizes = info.typeSizes[block];
+    int count = info.typeCount[block];
+    // A stranger's description may be so large that the sum wraps around.
+    unsigned int dataSize = static_cast<unsigned int>(info.dataSize[block]);
+    std::size_t described = 0;
+    const std::size_t entryCount = __entries.size();
+    for (; described < entryCount && count >= 0 && count <= MAX_TYPE_COUNT - 2; ++described) {
+        const Variant& value = __entries[described].__value;
+        const int size = internal::getValueSpace(value);
+        if (size < 1) {
+            break;
+        }
+        types[count] = VARIANT_TYPE_STRING;
+        sizes[count] = static_cast<std::int32_t>(internal::TEXT_SLOT_SIZE);
+        types[count + 1] = static_cast<std::uint8_t>(value.getType());
+        sizes[count + 1] = size;
+        count += 2;
+        dataSize +=
+            static_cast<unsigned int>(internal::TEXT_SLOT_SIZE) + static_cast<unsigned int>(size);
+    }
+    info.typeCount[block] = count;
+    info.dataSize[block] = static_cast<int>(dataSize);
+    return described;
 }
 
 /** Bytes that copySerializedData() may write. */
@@ -420,7 +483,7 @@ std::size_t KeyValues::__getSpace() const noexcept
 {
     std::size_t space = 0;
     for (const KeyValue& entry : __entries) {
-        space += entry.__getSpace();
+        space += internal::getEntrySpace(entry.__value);
     }
     return space;
 }

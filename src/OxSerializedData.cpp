@@ -5,10 +5,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <type_traits>
 
+#include "OxDataArea.h"
 #include "OxLog.h"
 #include "OxStatus.h"
-#include "OxTextSlot.h"
 
 namespace oxil {
 namespace {
@@ -30,21 +31,70 @@ int multiply(int left, int right)
     return static_cast<int>(static_cast<unsigned int>(left) * static_cast<unsigned int>(right));
 }
 
+/** What a SerializedData has as its description. */
+struct Description {
+    SerializationInfo info;  // first: a pointer to it is one to all of this
+    bool isComplete;         // whether the type entries that are not in use are zero, too
+};
+static_assert(std::is_standard_layout_v<Description>);
+
+Description* descriptionOf(SerializationInfo* info) noexcept
+{
+    return reinterpret_cast<Description*>(info);
+}
+
+/** Makes a description without types; null if there is no memory. */
+SerializationInfo* makeInfo() noexcept
+{
+    auto* description = new (std::nothrow) Description;
+    if (description == nullptr) {
+        return nullptr;
+    }
+    // To clear the type entries takes ten times as long as to pack a record: that waits until
+    // someone looks at all of them.
+    std::memset(&description->info, 0, offsetof(SerializationInfo, types));
+    description->isComplete = false;
+    return &description->info;
+}
+
+SerializationInfo* makeInfo(const SerializationInfo& info) noexcept
+{
+    auto* description = new (std::nothrow) Description{info, true};
+    return description != nullptr ? &description->info : nullptr;
+}
+
+/** Zeroes the type entries that are not in use. */
+void complete(Description& description) noexcept
+{
+    SerializationInfo& info = description.info;
+    for (int block = 0; block < MAX_BLOCK_COUNT; ++block) {
+        const auto used = static_cast<std::size_t>(info.typeCount[block]);
+        const std::size_t unused = MAX_TYPE_COUNT - used;
+        std::memset(info.types[block] + used, 0, unused * sizeof info.types[block][0]);
+        std::memset(info.typeSizes[block] + used, 0, unused * sizeof info.typeSizes[block][0]);
+    }
+    description.isComplete = true;
+}
+
 /** The number in the first @p size bytes at a place, with the bytes that are missing zero. */
 template <typename Number>
-Number read(const void* place, int size)
+Number read(const void* place, std::size_t size)
 {
     // Reading on would tear the values apart, and the description is beyond repair.
-    if (size > static_cast<int>(sizeof(Number))) {
+    if (size > sizeof(Number)) {
         std::abort();
     }
     Number number = 0;
-    std::memcpy(&number, place, static_cast<std::size_t>(size));
+    if (size == sizeof number) {
+        std::memcpy(&number, place, sizeof number);  // a size known here: no call
+    } else {
+        std::memcpy(&number, place, size);
+    }
     return number;
 }
 
 /** Appends the value of a known kind that stands at a place; false for an unknown kind. */
-bool decode(int type, const void* place, int size, std::vector<Variant>& values)
+bool decode(int type, const void* place, std::size_t size, std::vector<Variant>& values)
 {
     switch (type) {
         case VARIANT_TYPE_INT:
@@ -75,7 +125,9 @@ bool decode(int type, const void* place, int size, std::vector<Variant>& values)
             values.emplace_back(read<std::uint8_t>(place, size) != 0);
             return true;
         case VARIANT_TYPE_STRING:
-            values.emplace_back(internal::readTextSlot(place));
+            values.emplace_back(Variant::__Slice(), static_cast<const char*>(place),
+                                internal::getTextLength(static_cast<const char*>(place),
+                                                        internal::TEXT_SLOT_SIZE - 1));
             return true;
         default:
             return false;
@@ -87,7 +139,7 @@ bool decode(int type, const void* place, int size, std::vector<Variant>& values)
 SerializedData::SerializedData() : SerializedData(1) {}
 
 SerializedData::SerializedData(int blockCount)
-    : __info(new (std::nothrow) SerializationInfo()),
+    : __info(makeInfo()),
       __release(std::free),
       __data(nullptr),
       __ownsData(false),
@@ -106,7 +158,7 @@ SerializedData::SerializedData(int blockCount)
 }
 
 SerializedData::SerializedData(const SerializationInfo& info)
-    : __info(new (std::nothrow) SerializationInfo(info)),
+    : __info(makeInfo(info)),
       __release(std::free),
       __data(nullptr),
       __ownsData(false),
@@ -126,7 +178,7 @@ SerializedData::~SerializedData()
     if (__ownsData) {
         __release(__data);
     }
-    delete __info;
+    delete descriptionOf(__info);
 }
 
 int SerializedData::validate(const SerializationInfo& info, std::size_t size)
@@ -342,11 +394,15 @@ void* SerializedData::getData(int block) const
 int SerializedData::setSerializationInfo(const SerializationInfo& info)
 {
     *__info = info;
+    descriptionOf(__info)->isComplete = true;
     return STATUS_SUCCESS;
 }
 
 const SerializationInfo& SerializedData::getSerializationInfo() const
 {
+    if (Description& description = *descriptionOf(__info); !description.isComplete) {
+        complete(description);
+    }
     return *__info;
 }
 
@@ -375,7 +431,7 @@ unsigned int SerializedData::getContextId() const
     return __contextId;
 }
 
-const std::vector<Variant>* SerializedData::getValues(int block) const
+[[gnu::flatten]] const std::vector<Variant>* SerializedData::getValues(int block) const
 {
     if (!__isValidBlock(block)) {
         OX_ERROR("Invalid parameter (%d).", block);
@@ -410,23 +466,25 @@ const std::vector<Variant>* SerializedData::getValues(int block) const
 
     // A number, because only a number can come out as null by going on.
     std::uintptr_t place = reinterpret_cast<std::uintptr_t>(start);
-    int k = 0;
-    for (long long i = 0; i < total; ++i) {
-        const int size = sizes[k];
-        if (size < 1) {
-            OX_ERROR("Invalid copySize (%d).", size);
-            return nullptr;
+    for (long long left = total; left > 0;) {
+        for (int k = 0; k < typeCount; ++k) {
+            const int size = sizes[k];
+            if (size < 1) {
+                OX_ERROR("Invalid copySize (%d).", size);
+                return nullptr;
+            }
+            if (decode(types[k], reinterpret_cast<const void*>(place),
+                       static_cast<std::size_t>(size), values)) {
+                place += static_cast<std::uintptr_t>(size);
+            } else {
+                OX_ERROR("Invalid type (%d).", types[k]);
+            }
+            --left;
+            if (place == 0 && left > 0) {
+                OX_ERROR("ptr is nullptr.");
+                return nullptr;
+            }
         }
-        if (decode(types[k], reinterpret_cast<const void*>(place), size, values)) {
-            place += static_cast<std::uintptr_t>(size);
-        } else {
-            OX_ERROR("Invalid type (%d).", types[k]);
-        }
-        if (place == 0 && i + 1 < total) {
-            OX_ERROR("ptr is nullptr.");
-            return nullptr;
-        }
-        k = k + 1 < typeCount ? k + 1 : 0;
     }
     return &values;
 }

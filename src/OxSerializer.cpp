@@ -9,9 +9,9 @@
 #include <new>
 #include <utility>
 
+#include "OxDataArea.h"
 #include "OxLog.h"
 #include "OxStatus.h"
-#include "OxTextSlot.h"
 
 namespace oxil {
 namespace {
@@ -40,11 +40,8 @@ public:
     void values(const std::vector<Variant>& values)
     {
         for (const Variant& value : values) {
-            const int space = value.getType() == VARIANT_TYPE_STRING
-                                  ? static_cast<int>(internal::TEXT_SLOT_SIZE)
-                                  : value.getValueSize();
-            if (__fits(static_cast<std::size_t>(space))) {
-                __advance(value.toRaw(__place(), space));
+            if (__fits(static_cast<std::size_t>(internal::getValueSpace(value)))) {
+                __advance(internal::writeValue(__place(), value));
             }
         }
     }

@@ -4,10 +4,13 @@
 #include <charconv>
 #include <cstdio>
 #include <cstring>
+#include <system_error>
 
+#include <langinfo.h>
+
+#include "OxDataArea.h"
 #include "OxLog.h"
 #include "OxStatus.h"
-#include "OxTextSlot.h"
 
 namespace oxil {
 namespace {
@@ -39,17 +42,17 @@ constexpr bool CONVERTIBLE[TYPE_COUNT * TYPE_COUNT] = {
 // Room for any text form of a number; longer ones are cut.
 constexpr std::size_t TEXT_SIZE = 256;
 
-template <typename Integer>
-std::string toDecimal(Integer value)
-{
-    char digits[24];
-    const std::to_chars_result end = std::to_chars(digits, digits + sizeof digits, value);
-    return std::string(digits, end.ptr);
-}
-
 std::string toSixDecimals(double value)
 {
     char digits[TEXT_SIZE];
+    // The same digits in a quarter of the time, where the locale's decimal point is a point.
+    if (std::strcmp(nl_langinfo(RADIXCHAR), ".") == 0) {
+        const std::to_chars_result end =
+            std::to_chars(digits, digits + sizeof digits - 1, value, std::chars_format::fixed, 6);
+        if (end.ec == std::errc()) {
+            return std::string(digits, end.ptr);
+        }
+    }
     const int length = std::snprintf(digits, sizeof digits, "%f", value);
     return std::string(digits, std::min(static_cast<std::size_t>(length), sizeof digits - 1));
 }
@@ -215,14 +218,14 @@ std::string Variant::toString() const
     switch (__type) {
         case VARIANT_TYPE_INT:
         case VARIANT_TYPE_LONG:
-            return toDecimal(__number.asInt);
+            return std::to_string(__number.asInt);
         case VARIANT_TYPE_UINT:
         case VARIANT_TYPE_ULONG:
-            return toDecimal(__number.asUInt);
+            return std::to_string(__number.asUInt);
         case VARIANT_TYPE_LONGLONG:
-            return toDecimal(__number.asLongLong);
+            return std::to_string(__number.asLongLong);
         case VARIANT_TYPE_ULONGLONG:
-            return toDecimal(__number.asULongLong);
+            return std::to_string(__number.asULongLong);
         case VARIANT_TYPE_FLOAT:
             return toSixDecimals(static_cast<double>(__number.asFloat));
         case VARIANT_TYPE_DOUBLE:
@@ -275,18 +278,6 @@ int Variant::toRaw(void* destination, int size) const
         OX_ERROR("Invalid type (%d).", __type);
     }
     return copied;
-}
-
-/** Copies the number's bytes and returns how many they are, or STATUS_FAILURE if it is none. */
-int Variant::__copyNumber(void* destination) const noexcept
-{
-    const int size = __getNumberSize(__type);
-    if (size < 0) {
-        return STATUS_FAILURE;
-    }
-    // All members of the union start where it starts.
-    std::memcpy(destination, &__number, static_cast<std::size_t>(size));
-    return size;
 }
 
 }  // namespace oxil

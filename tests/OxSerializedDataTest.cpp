@@ -231,6 +231,53 @@ TEST(SerializedDataTest, TheDescriptionItselfIsHandedOut)
     EXPECT_EQ(info.blockCount, 2);
 }
 
+/** Leaves rubbish in the memory that the next description is likely to get. */
+void soilMemory()
+{
+    const std::unique_ptr<volatile unsigned char[]> memory(
+        new volatile unsigned char[sizeof(SerializationInfo) + sizeof(void*)]);
+    for (std::size_t i = 0; i < sizeof(SerializationInfo); ++i) {
+        memory[i] = 0xA5;
+    }
+}
+
+TEST(SerializedDataTest, EveryByteOfADescriptionIsZeroWhereNothingWasDescribed)
+{
+    SerializationInfo expected = {};
+    expected.blockCount = 3;
+    expected.typeCount[1] = 2;
+    expected.dataSize[1] = 12;
+    expected.types[1][0] = VARIANT_TYPE_INT;
+    expected.types[1][1] = VARIANT_TYPE_DOUBLE;
+    expected.typeSizes[1][0] = 4;
+    expected.typeSizes[1][1] = 8;
+
+    for (const int lookAfter : {0, 1, 2}) {
+        SCOPED_TRACE(lookAfter);
+        soilMemory();
+        SerializedData data(3);
+        // Looked at before all types are there, it follows what comes later.
+        const SerializationInfo* early = lookAfter == 0 ? &data.getSerializationInfo() : nullptr;
+        EXPECT_EQ(data.addType(1, VARIANT_TYPE_INT, 4), STATUS_SUCCESS);
+        early = lookAfter == 1 ? &data.getSerializationInfo() : early;
+        EXPECT_EQ(data.addType(1, VARIANT_TYPE_DOUBLE, 8), STATUS_SUCCESS);
+
+        EXPECT_TRUE(sameBytes(early != nullptr ? *early : data.getSerializationInfo(), expected));
+    }
+}
+
+TEST(SerializedDataTest, ADescriptionThatIsReplacedIsTheNewOneToItsLastByte)
+{
+    soilMemory();
+    SerializationInfo foreign;
+    std::memset(&foreign, 0x3C, sizeof foreign);
+    SerializedData data(2);
+
+    EXPECT_EQ(data.setSerializationInfo(foreign), STATUS_SUCCESS);
+
+    EXPECT_TRUE(sameBytes(data.getSerializationInfo(), foreign));
+}
+
 TEST(SerializedDataTest, EveryFieldOfTheDescriptionHasItsPlace)
 {
     SerializedData data;

@@ -1,0 +1,82 @@
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+#include <string>
+
+#include "OxVariant.h"
+
+/** How keys and values stand in a data area. */
+namespace oxil::internal {
+
+/** Bytes of a text in a data area: at most 255 characters and a NUL. */
+inline constexpr std::size_t TEXT_SLOT_SIZE = 256;
+
+/** The length of a text up to its first NUL byte, and no more than @p most. */
+inline std::size_t getTextLength(const char* text, std::size_t most) noexcept
+{
+    std::size_t length = strnlen(text, most);
+    // A compiler that knows the bound copies with an instruction that is far slower than memcpy().
+    asm("" : "+r"(length));
+    return length;
+}
+
+/**
+ * Writes a text up to its first NUL byte, cut to @p size - 1 characters, and a terminating NUL.
+ *
+ * What is behind the NUL stays as it is. Nothing is written when @p size is 0.
+ */
+inline void copyText(void* destination, std::size_t size, const std::string& text) noexcept
+{
+    if (size == 0) {
+        return;
+    }
+    const std::size_t length = getTextLength(text.c_str(), size - 1);
+    std::memcpy(destination, text.c_str(), length);
+    static_cast<char*>(destination)[length] = '\0';
+}
+
+/** The same into a slot; returns the slot's size. */
+inline std::size_t copyTextSlot(void* slot, const std::string& text) noexcept
+{
+    copyText(slot, TEXT_SLOT_SIZE, text);
+    return TEXT_SLOT_SIZE;
+}
+
+/** Bytes of a value; -1 for one that can't be stored. */
+inline int getValueSpace(const Variant& value) noexcept
+{
+    return value.getType() == VARIANT_TYPE_STRING ? static_cast<int>(TEXT_SLOT_SIZE)
+                                                  : Variant::__getNumberSize(value.getType());
+}
+
+/** Writes a value; returns its bytes, or -1 after Variant::toRaw() has logged why it can't. */
+inline int writeValue(void* place, const Variant& value)
+{
+    if (value.getType() != VARIANT_TYPE_STRING) {
+        const int size = value.__copyNumber(place);
+        if (size > 0) {
+            return size;
+        }
+    } else if (value.__getText().length() <= TEXT_SLOT_SIZE) {
+        return static_cast<int>(copyTextSlot(place, value.__getText()));
+    }
+    return value.toRaw(place, getValueSpace(value));
+}
+
+/** Bytes that writeEntry() may write for an entry with this value. */
+inline std::size_t getEntrySpace(const Variant& value) noexcept
+{
+    return TEXT_SLOT_SIZE + static_cast<std::size_t>(std::max(getValueSpace(value), 0));
+}
+
+/** Writes the two parts of an entry; returns their bytes, where a value that can't be written
+ *  counts -1. */
+inline int writeEntry(void* place, const std::string& key, const Variant& value)
+{
+    const std::size_t keySize = copyTextSlot(place, key);
+    return writeValue(static_cast<char*>(place) + keySize, value) + static_cast<int>(keySize);
+}
+
+}  // namespace oxil::internal
