@@ -3,6 +3,8 @@
 //
 // footprint operations               name, number of repetitions and description of each operation
 // footprint run NAME TIMES LUA XML   carries out an operation
+// footprint growing                  name and description of what is done with many items at a time
+// footprint grow NAME SIZE TIMES FILE  carries it out; FILE is what it reads or writes, if it does
 // footprint memory LUA XML           description, sizeof, heap bytes of the first one and of another
 // footprint libc                     version of the C library
 //
@@ -16,6 +18,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <string>
@@ -482,6 +485,174 @@ int run(const char* name, int times, const Files& files)
     return 3;
 }
 
+// ---- Growth --------------------------------------------------------------------------------------
+
+/** Something that is done with as many items as it is told. */
+struct Growing {
+    const char* name;
+    const char* description;
+    Repeat (*prepare)(int size, const std::string& file);
+};
+
+/** Names of the same length, however many there are. */
+std::vector<std::string> makeNames(int size)
+{
+    std::vector<std::string> names;
+    for (int i = 0; i < size; ++i) {
+        names.push_back("name" + std::to_string(100000 + i));
+    }
+    return names;
+}
+
+oxil::KeyValues makeRecord(const std::vector<std::string>& names)
+{
+    oxil::KeyValues record;
+    for (const std::string& name : names) {
+        record.add(name, 42);
+    }
+    return record;
+}
+
+Repeat growAdding(int size, const std::string& /*file*/)
+{
+    const std::vector<std::string> names = makeNames(size);
+    return repeat([names] {
+        const oxil::KeyValues record = makeRecord(names);
+        keep(record);
+    });
+}
+
+Repeat growLookingUp(int size, const std::string& /*file*/)
+{
+    const std::vector<std::string> names = makeNames(size);
+    const oxil::KeyValues record = makeRecord(names);
+    return repeat([record, names] {
+        for (const std::string& name : names) {
+            const oxil::Variant value = record.getValue(name);
+            keep(value);
+        }
+    });
+}
+
+std::shared_ptr<oxil::SerializedData> packList(const std::vector<oxil::KeyValues>& records)
+{
+    auto data = std::make_shared<oxil::SerializedData>();
+    require(oxil::Serializer::serialize(records, *data, oxil::REPEATABLE) == oxil::STATUS_SUCCESS,
+            "not packed");
+    return data;
+}
+
+std::vector<oxil::KeyValues> makeList(int size)
+{
+    return std::vector<oxil::KeyValues>(static_cast<std::size_t>(size), makeRecord(4));
+}
+
+Repeat growPacking(int size, const std::string& /*file*/)
+{
+    const std::vector<oxil::KeyValues> records = makeList(size);
+    return repeat([records] { packList(records); });
+}
+
+Repeat growUnpacking(int size, const std::string& /*file*/)
+{
+    const auto packed = packList(makeList(size));
+    return repeat([packed, size] {
+        oxil::SerializedData data(packed->getSerializationInfo());
+        data.setData(static_cast<const void*>(packed->getData()));
+        std::vector<oxil::KeyValues> records;
+        require(oxil::Serializer::deserialize(data, records, oxil::REPEATABLE) ==
+                        oxil::STATUS_SUCCESS &&
+                    records.size() == static_cast<std::size_t>(size),
+                "not unpacked");
+    });
+}
+
+Repeat growTokenising(int size, const std::string& /*file*/)
+{
+    std::string text;
+    for (const std::string& name : makeNames(size)) {
+        text += name + ' ';
+    }
+    return repeat([text, size] {
+        require(oxil::StringUtil::getTokens(text, " ,").size() == static_cast<std::size_t>(size),
+                "not tokenised");
+    });
+}
+
+Repeat growReading(int size, const std::string& file)
+{
+    std::ofstream document(file);
+    document << "<catalogue>";
+    for (const std::string& name : makeNames(size)) {
+        document << "\n  <item id=\"" << name << "\">Hall</item>";
+    }
+    document << "\n</catalogue>\n";
+    document.close();
+    require(!document.fail(), "document not written");
+
+    return repeat([file, size] {
+        oxil::Xml xml(file);
+        int starts = 0;
+        int ends = 0;
+        std::size_t length = 0;
+        xml.setOnStartElement(
+            [&](const std::string&, const std::vector<std::string>&) { ++starts; });
+        xml.setOnEndElement([&](const std::string&) { ++ends; });
+        xml.setOnCharacters([&](const std::string& text) { length += text.size(); });
+        require(xml.read(oxil::EXACT_TEXT) == oxil::STATUS_SUCCESS && starts == size + 1 &&
+                    ends == starts && length > 0,
+                "not read");
+    });
+}
+
+Repeat growWriting(int size, const std::string& file)
+{
+    const std::vector<std::string> names = makeNames(size);
+    return repeat([names, file] {
+        oxil::XmlDocument document;
+        oxil::XmlNode root("catalogue");
+        for (const std::string& name : names) {
+            auto* item = new oxil::XmlNode("item");
+            item->setAttribute("id", name);
+            item->setContent("Hall");
+            root.addChild(item);
+        }
+        document.setRootNode(&root);
+        document.setOutputFilePath(file);
+        require(document.write() == oxil::STATUS_SUCCESS, "not written");
+    });
+}
+
+constexpr Growing GROWING[] = {
+    {"add", "Entry added to a record of so many, `KeyValues::add()`", growAdding},
+    {"look-up", "Entry looked up in a record of so many, `KeyValues::getValue()`", growLookingUp},
+    {"pack", "Record of 4 entries packed into a list, `REPEATABLE`", growPacking},
+    {"unpack", "Record of 4 entries unpacked from a list, `REPEATABLE`", growUnpacking},
+    {"tokenise", "Token found by `StringUtil::getTokens()`", growTokenising},
+    {"xml-read", "XML element read by `Xml::read(EXACT_TEXT)`, all events", growReading},
+    {"xml-write", "XML element built, written by `XmlDocument::write()`, destroyed", growWriting},
+};
+
+int tellGrowing()
+{
+    for (const Growing& growing : GROWING) {
+        std::printf("%s\t%s\n", growing.name, growing.description);
+    }
+    return 0;
+}
+
+int grow(const char* name, int size, int times, const std::string& file)
+{
+    for (const Growing& growing : GROWING) {
+        if (std::strcmp(growing.name, name) == 0) {
+            growing.prepare(size, file)(times);
+            return 0;
+        }
+    }
+    require(false, "no such operation");
+    return 3;
+}
+
 // ---- Memory --------------------------------------------------------------------------------------
 
 /** Bytes that the program has from malloc, what malloc needs for itself included. */
@@ -561,6 +732,12 @@ int main(int argc, char** argv)
     }
     if (command == "run" && argc == 6) {
         return run(argv[2], std::atoi(argv[3]), {argv[4], argv[5]});
+    }
+    if (command == "growing" && argc == 2) {
+        return tellGrowing();
+    }
+    if (command == "grow" && argc == 6) {
+        return grow(argv[2], std::atoi(argv[3]), std::atoi(argv[4]), argv[5]);
     }
     if (command == "memory" && argc == 4) {
         return tellMemory({argv[2], argv[3]});
