@@ -31,6 +31,13 @@ enum VariantType : std::int32_t {
     VARIANT_TYPE_STRING = 10     ///< `std::string`, of any length and with any bytes
 };
 
+namespace internal {
+
+// A table and no switch: the kinds of a record follow each other without a pattern.
+inline constexpr std::int8_t NUMBER_SIZES[] = {-1, 4, 4, 4, 4, 8, 8, 4, 8, 1, -1};
+
+}  // namespace internal
+
 /**
  * One tagged value: nothing, a number of one of eight kinds, a boolean or a text.
  *
@@ -280,8 +287,9 @@ public:
     /** Bytes of a number or boolean of this kind, -1 for any other kind. */
     static constexpr int __getNumberSize(VariantType type) noexcept
     {
-        // No switch: the kinds of a record follow each other without a pattern.
-        return type >= VARIANT_TYPE_NONE && type <= VARIANT_TYPE_STRING ? __NUMBER_SIZES[type] : -1;
+        return type >= VARIANT_TYPE_NONE && type <= VARIANT_TYPE_STRING
+                   ? internal::NUMBER_SIZES[type]
+                   : -1;
     }
 
     /** Tells the constructor below from the others. */
@@ -338,8 +346,6 @@ private:
         double asDouble;
         bool asBool;
     };
-
-    static constexpr std::int8_t __NUMBER_SIZES[] = {-1, 4, 4, 4, 4, 8, 8, 4, 8, 1, -1};
 
     VariantType __type;
     Number __number;

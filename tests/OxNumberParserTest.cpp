@@ -12,14 +12,13 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <limits>
 #include <string>
 #include <string_view>
 #include <type_traits>
 #include <vector>
 
+#include "DecimalComma.h"
 #include "LogCapture.h"
 
 namespace oxil::test {
@@ -476,88 +475,10 @@ TEST(NumberParserTest, NanIsRead)
 
 // ---- A decimal comma ----------------------------------------------------------------------------
 
-void write(const std::filesystem::path& file, const std::string& content)
-{
-    std::ofstream(file) << content;
-}
-
-/**
- * The process's locale has a decimal comma while this lives, if that can be had.
- *
- * It need not be installed: the C library's own compiler makes one that consists of the comma.
- */
-class DecimalComma {
-public:
-    DecimalComma()
-    {
-        for (const char* name : {"de_DE.utf8", "fr_FR.utf8", "de_DE", "fr_FR"}) {
-            if (select(name)) {
-                return;
-            }
-        }
-        makeLocale();
-        setenv("LOCPATH", __directory.c_str(), 1);
-        select("comma");
-    }
-
-    ~DecimalComma()
-    {
-        std::setlocale(LC_NUMERIC, __previousLocale.c_str());
-        if (__hadPath) {
-            setenv("LOCPATH", __previousPath.c_str(), 1);
-        } else {
-            unsetenv("LOCPATH");
-        }
-        if (!__directory.empty()) {
-            std::filesystem::remove_all(__directory);
-        }
-    }
-
-    DecimalComma(const DecimalComma&) = delete;
-    DecimalComma& operator=(const DecimalComma&) = delete;
-
-    bool selected() const { return __selected; }
-
-private:
-    bool select(const char* name)
-    {
-        __selected = std::setlocale(LC_NUMERIC, name) != nullptr &&
-                     std::string(std::localeconv()->decimal_point) == ",";
-        return __selected;
-    }
-
-    void makeLocale()
-    {
-        std::string pattern = testing::TempDir() + "oxil-locale-XXXXXX";
-        if (mkdtemp(pattern.data()) == nullptr) {
-            return;
-        }
-        __directory = pattern;
-
-        write(__directory / "characters",
-              "<code_set_name> ASCII\n<escape_char> /\nCHARMAP\n"
-              "<U0000>..<U007F> /x00 ASCII\nEND CHARMAP\n");
-        write(__directory / "numbers",
-              "LC_NUMERIC\ndecimal_point \",\"\nthousands_sep \".\"\ngrouping 3\n"
-              "END LC_NUMERIC\n");
-        // Its status tells of the categories that are missing, not whether there is a locale.
-        const std::string command = "cd '" + __directory.string() +
-                                    "' && localedef -c -i numbers -f characters ./comma "
-                                    ">/dev/null 2>&1";
-        [[maybe_unused]] const int status = std::system(command.c_str());
-    }
-
-    const std::string __previousLocale = std::setlocale(LC_NUMERIC, nullptr);
-    const bool __hadPath = std::getenv("LOCPATH") != nullptr;
-    const std::string __previousPath = __hadPath ? std::getenv("LOCPATH") : "";
-    std::filesystem::path __directory;
-    bool __selected = false;
-};
-
 TEST(NumberParserTest, DecimalPointIsThatOfTheLocale)
 {
     const DecimalComma comma;
-    if (!comma.selected()) {
+    if (!comma.isSelected()) {
         GTEST_SKIP() << "neither an installed locale with a decimal comma nor a working localedef";
     }
 
