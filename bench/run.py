@@ -65,7 +65,7 @@ def run_program(program, arguments, core):
         command = [
             str(program),
             "--benchmark_enable_random_interleaving=true",
-            f"--benchmark_repetitions={3 if arguments.quick else 9}",
+            f"--benchmark_repetitions={3 if arguments.quick else 15}",
             f"--benchmark_min_time={0.005 if arguments.quick else 0.02}",
             f"--benchmark_filter={arguments.only}",
             f"--benchmark_out={report}",
@@ -258,7 +258,8 @@ def page(build, results, arguments, core):
             "## Growth",
             "",
             "Time per item: work that is linear keeps it, but for what no longer fits into the"
-            " processor's caches.",
+            " processor's caches. [The footprint](../doc/footprint.md) has the instructions per item,"
+            " on ARM as well.",
             "",
             *growth(grown),
         ]
