@@ -3,6 +3,10 @@
 #
 #     <!-- quotes examples/countdown/main.cpp wait -->
 #
+# Rows of a table stand in the file that they are taken from:
+#
+#     <!-- rows of bench/results.md -->
+#
 # And every message that is logged has its place in doc/errors.md.
 #
 # cmake -DSOURCE=... -P check-docs.cmake
@@ -71,6 +75,32 @@ if(count EQUAL 0)
   message(FATAL_ERROR "nothing is quoted anywhere")
 endif()
 message(STATUS "${count} quotations are as they should be")
+
+set(count 0)
+foreach(document IN LISTS documents)
+  set(file "")
+  file(READ ${document} lines)
+  string(REGEX REPLACE "[][;]" "" lines "${lines}")  # these mean something in lists
+  string(REPLACE "\n" ";" lines "${lines}")
+  foreach(line IN LISTS lines)
+    if(line MATCHES "^<!-- rows of ([^ ]+) -->$")
+      set(file ${CMAKE_MATCH_1})
+      file(READ ${SOURCE}/${file} rows)
+    elseif(file AND line MATCHES "^[|]")
+      string(FIND "${rows}" "${line}\n" place)
+      if(place EQUAL -1)
+        message(SEND_ERROR "${document} has a row that is not in ${file}:\n${line}")
+      endif()
+      math(EXPR count "${count} + 1")
+    else()
+      set(file "")
+    endif()
+  endforeach()
+endforeach()
+if(count EQUAL 0)
+  message(FATAL_ERROR "no row of a table is taken from anywhere")
+endif()
+message(STATUS "${count} rows are as they should be")
 
 file(GLOB sources ${SOURCE}/src/*.cpp ${SOURCE}/inc/*.h)
 file(READ ${SOURCE}/doc/errors.md errors)
