@@ -1621,6 +1621,45 @@ TEST_F(XmlTest, AReaderMayReadAnotherFileInsideItsOwnEvent)
     }
 }
 
+TEST_F(XmlTest, AnEventThatIsDeliveredFromInsideAnotherLeavesItsTextsAlone)
+{
+    Recorder inside;
+    Xml other;
+    inside.setFunctions(other, "");
+    const auto deliver = [&other] {
+        const char* attributes[] = {"u", "v", nullptr};
+        other.__onStartElement("other", attributes);
+        other.__onCharacters("other text", 10);
+        other.__onExactCharacters("exact text", 10);
+        other.__onEndElement("other");
+    };
+
+    Texts seen;
+    Xml xml(file.path());
+    xml.setOnStartElement([&](const std::string& name, const Texts& attributes) {
+        deliver();
+        seen.push_back("start " + name);
+        seen.insert(seen.end(), attributes.begin(), attributes.end());
+    });
+    xml.setOnEndElement([&](const std::string& name) {
+        deliver();
+        seen.push_back("end " + name);
+    });
+    xml.setOnCharacters([&](const std::string& text) {
+        deliver();
+        seen.push_back("text " + text);
+    });
+
+    EXPECT_EQ(read(xml, Form::Exact), STATUS_SUCCESS);
+
+    EXPECT_THAT(seen,
+                ElementsAre("start a", "x", "1", "y", "2", "text hi", "start b", "end b", "end a"));
+    // Five times the same four events.
+    EXPECT_THAT(inside.events(), SizeIs(20));
+    EXPECT_EQ(Texts(inside.events().begin(), inside.events().begin() + 4),
+              Texts({"start other|u|v", "text other text", "text exact text", "end other"}));
+}
+
 TEST_F(XmlTest, AFunctionsOwnStateIsOneInNestedReadsToo)
 {
     const ScriptFile inner("<i/>");
