@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "OxExport.h"
+#include "OxPlainFile.h"
 
 struct _xmlSAXHandler;
 
@@ -130,6 +131,16 @@ public:
     int read(ExactText);
 
     /**
+     * As read(const std::string&, ExactText), for a regular file of no more than `file.limit` bytes.
+     * This is the one for paths from outside: a pipe doesn't make it wait.
+     *
+     * @return as there, and nothing is positioned: a folder, a pipe or device, or a file that is
+     *         too large is "File open failed : (%s)(%s)" as well, with the reason EISDIR, EINVAL or
+     *         EFBIG: STATUS_INVALID_PARAMETER
+     */
+    int read(const std::string& xmlFilePath, PlainFile file);
+
+    /**
      * Parses a file into a tree.
      *
      * It fails if no file was remembered before, whatever the argument is: the remembered path is
@@ -144,6 +155,19 @@ public:
 
     /** Parses the file remembered; fails as load(const std::string&) does if there is none. */
     XmlDocument* load();
+
+    /**
+     * As load(const std::string&), for a regular file of no more than `file.limit` bytes: no URL, no
+     * compressed file, no catalog, and nothing that the document refers to, whatever libxml2 was
+     * told for the whole process (`xmlSubstituteEntitiesDefault`, `xmlLoadExtDtdDefaultValue`).
+     *
+     * The argument is what is checked for being empty, not the path remembered.
+     *
+     * @return a new document, which is the caller's; null after logging "xmlFilePath is empty
+     *         string.", "Invalid state. (%s)(%s)" with path and reason ("Success" for what is
+     *         not well-formed; EISDIR, EINVAL, EFBIG as for read()), or "Memory allocation failed."
+     */
+    XmlDocument* load(const std::string& xmlFilePath, PlainFile file);
 
     /** Sets the listener, which stays the caller's and has to live until it is replaced or the
      *  reader is no longer used; null removes it. */

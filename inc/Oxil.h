@@ -15,6 +15,7 @@
 #include "OxLuaGuard.h"
 #include "OxLuaScript.h"
 #include "OxNumberParser.h"
+#include "OxPlainFile.h"
 #include "OxPoint.h"
 #include "OxRectangle.h"
 #include "OxScreen.h"

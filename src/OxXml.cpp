@@ -17,6 +17,7 @@
 #include "OxLog.h"
 #include "OxStatus.h"
 #include "OxXmlDocument.h"
+#include "OxXmlFile.h"
 #include "OxXmlText.h"
 
 namespace oxil {
@@ -310,6 +311,36 @@ int Xml::read(const std::string& xmlFilePath, const _xmlSAXHandler& handlers)
     return STATUS_SUCCESS;
 }
 
+int Xml::read(const std::string& xmlFilePath, PlainFile file)
+{
+    if (xmlFilePath.empty()) {
+        OX_ERROR("xmlFilePath is empty string.");
+        return STATUS_INVALID_STATE;
+    }
+    __xmlFilePath = xmlFilePath;
+
+    internal::FileContent content;
+    const int error = internal::readPlainFile(__xmlFilePath, file, content);
+    if (error == ENOMEM) {
+        OX_ERROR("Memory allocation failed.");
+        return STATUS_OUT_OF_MEMORY;
+    }
+    if (error != 0) {
+        OX_ERROR("File open failed : (%s)(%s)", __xmlFilePath.c_str(), std::strerror(error));
+        return STATUS_INVALID_PARAMETER;
+    }
+    if (content.size == 0) {
+        OX_ERROR("Please check the file size.");
+        return STATUS_INVALID_STATE;
+    }
+    if (!Parse(EXACT_HANDLERS, *this, content.bytes.get(), static_cast<int>(content.size)).run()) {
+        OX_ERROR("Xml parsing failed");
+        return STATUS_INVALID_PARAMETER;
+    }
+    xmlCleanupMemory();
+    return STATUS_SUCCESS;
+}
+
 XmlDocument* Xml::load(const std::string& xmlFilePath)
 {
     if (__xmlFilePath.empty()) {
@@ -334,6 +365,28 @@ XmlDocument* Xml::load(const std::string& xmlFilePath)
 XmlDocument* Xml::load()
 {
     return load(__xmlFilePath);
+}
+
+XmlDocument* Xml::load(const std::string& xmlFilePath, PlainFile file)
+{
+    if (xmlFilePath.empty()) {
+        OX_ERROR("xmlFilePath is empty string.");
+        return nullptr;
+    }
+    __xmlFilePath = xmlFilePath;
+
+    int error = 0;
+    xmlDocPtr native = internal::parsePlainFile(__xmlFilePath, file, error);
+    if (native == nullptr) {
+        OX_ERROR("Invalid state. (%s)(%s)", __xmlFilePath.c_str(), std::strerror(error));
+        return nullptr;
+    }
+    XmlDocument* document = new (std::nothrow) XmlDocument(native);
+    if (document == nullptr) {
+        OX_ERROR("Memory allocation failed.");
+        xmlFreeDoc(native);
+    }
+    return document;
 }
 
 void Xml::setXmlEventListener(IXmlEventListener* listener)
