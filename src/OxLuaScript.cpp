@@ -30,7 +30,11 @@ void __initInstance()
 {
     constexpr std::size_t BUCKETS = 10;
 
-    registry = new (std::nothrow) Registry(BUCKETS);
+    try {
+        registry = new (std::nothrow) Registry(BUCKETS);
+    } catch (const std::bad_alloc&) {
+        // It was there, but not its buckets.
+    }
     if (registry == nullptr) {
         OX_ERROR("Memory allocation failed");
     }

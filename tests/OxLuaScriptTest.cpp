@@ -607,12 +607,12 @@ TEST(LuaScriptTest, NewStateAtAnOldAddressBelongsToItsNewScript)
 }
 
 /** Whether the first use of the registry, without memory for it, goes as it should. */
-bool useRegistryWithoutMemory()
+bool useRegistryWithoutMemory(Allocation missing)
 {
     LogCapture log;
     bool happened = false;
     {
-        const AllocationFailure failure(Allocation::NothrowNew);
+        const AllocationFailure failure(missing);
         LuaScript::getLuaScript(nullptr);
         happened = failure.happened();
     }
@@ -637,7 +637,11 @@ TEST(LuaScriptDeathTest, NoMemoryForTheRegistryLeavesNoneForTheWholeProcess)
     // Runs in a process of its own, where the registry was not used before.
     const std::string style = GTEST_FLAG_GET(death_test_style);
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_EXIT(std::_Exit(useRegistryWithoutMemory() ? 0 : 1), testing::ExitedWithCode(0), "");
+    // The registry itself, and the buckets in it.
+    for (const Allocation missing : {Allocation::NothrowNew, Allocation::ThrowingNew}) {
+        EXPECT_EXIT(std::_Exit(useRegistryWithoutMemory(missing) ? 0 : 1),
+                    testing::ExitedWithCode(0), "");
+    }
     GTEST_FLAG_SET(death_test_style, style);
 }
 
