@@ -98,6 +98,20 @@ public:
      */
     int callMethod(const std::string& methodName, int returnCount);
 
+    /** Does not compile: what is no number of results was meant as a parameter, and those stand
+     *  behind the results, as in `callMethod(name, std::tie(), true)`. */
+    template <typename Count,
+              std::enable_if_t<std::is_same_v<Count, bool> || std::is_floating_point_v<Count> ||
+                                   std::is_pointer_v<Count>,
+                               int> = 0>
+    int callMethod(const std::string&, Count)
+    {
+        static_assert(std::is_void_v<Count>,  // never
+                      "the number of results is an int; parameters stand behind the results: "
+                      "callMethod(name, std::tie(), parameter)");
+        return 0;
+    }
+
     /**
      * Calls a function without parameters or results.
      *
@@ -113,7 +127,7 @@ public:
      * @snippet countdown/main.cpp script
      *
      * Calls nest: when the function leads to other calls of this script, from a timer in a waiting
-     * loop say, this one still reads its own results.
+     * loop say, or the reading of a result does, this one still reads its own results.
      *
      * @param methodName  name of the function; has to live until the call returns
      * @param results     where the results go, first to last: `bool`, `int`, `float`, `std::string`

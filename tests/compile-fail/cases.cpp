@@ -43,6 +43,43 @@ int call(Script& script, int* number)
 }
 #endif
 
+#if SCRIPT_RESULT_COUNT_IS_NO_BOOLEAN
+int call(Script& script)
+{
+    return script.callMethod("f", true);
+}
+#endif
+
+#if SCRIPT_RESULT_COUNT_IS_NO_FLOATING_POINT
+int call(Script& script)
+{
+    return script.callMethod("f", 2.5);
+}
+#endif
+
+#if SCRIPT_RESULT_COUNT_IS_NO_TEXT
+int call(Script& script)
+{
+    return script.callMethod("f", "text");
+}
+#endif
+
+#if SCRIPT_RESULT_COUNT_IS_NO_POINTER
+int call(Script& script, int* number)
+{
+    return script.callMethod("f", number);
+}
+#endif
+
+// What counts results goes on compiling.
+int count(Script& script, short few, unsigned int many)
+{
+    enum { SOME = 3 };
+    return script.callMethod("f", 1) + script.callMethod("f", SOME) + script.callMethod("f", few) +
+           script.callMethod("f", 'c') + script.callMethod("f", many) +
+           script.callMethod("f", std::tie());
+}
+
 #if LOG_ARGUMENTS_FIT_THE_FORMAT
 void log(const char* text)
 {
