@@ -283,16 +283,25 @@ int LuaScript::onGetReturnValue(std::string& value) const
     lua_State* state = __luaState.get();
     if (index == 0) {
         value.clear();
-    } else if (lua_type(state, index) != LUA_TNUMBER) {
+        return STATUS_SUCCESS;
+    }
+    if (lua_type(state, index) != LUA_TNUMBER) {
         const char* text = lua_tostring(state, index);
         value = text != nullptr ? text : "";
-    } else if (internal::reserveLuaStack(state, 3) &&
-               internal::pushLuaTextOf(state, lua_tonumber(state, index))) {
+        return STATUS_SUCCESS;
+    }
+
+    // Asks Lua for memory, so that a finalizer may run, which may call this script and read results
+    // of its own.
+    const int nextIndex = __returnIndex;
+    if (internal::reserveLuaStack(state, 3) &&
+        internal::pushLuaTextOf(state, lua_tonumber(state, index))) {
         value = lua_tostring(state, -1);
         lua_pop(state, 1);
     } else {
         value.clear();
     }
+    __returnIndex = nextIndex;
     return STATUS_SUCCESS;
 }
 

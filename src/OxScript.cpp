@@ -128,7 +128,8 @@ int Script::callMethod(const std::string& methodName, std::initializer_list<Para
     int parameterCount = 0;
     __setCall(methodName, returnCount, parameterCount);
 
-    // Any hook may lead to other calls, which leave their own bookkeeping behind.
+    // Any hook may lead to other calls, from a finalizer that happens to run there for one, which
+    // leave their own bookkeeping behind.
     std::uint64_t known = begunCalls;
     const auto resume = [&] {
         if (begunCalls != known) {
@@ -165,11 +166,13 @@ int Script::callMethod(const std::string& methodName, std::initializer_list<Para
     int read = 0;
     onReturnValueEvaluateBegin();
     for (const Result& result : results) {
+        resume();
         read = result.getFrom(*this);
         if (read != 0) {
             break;
         }
     }
+    resume();
     onReturnValueEvaluateEnd();
     if (read != 0) {
         OX_ERROR("Invalid state.");

@@ -529,6 +529,42 @@ TEST(ScriptTest, TypedCallReadsItsOwnResultsAfterCallsFromWithin)
     }
 }
 
+TEST(ScriptTest, TypedCallReadsItsOwnResultsAfterCallsFromWithinTheReading)
+{
+    for (const std::string place : {"begin", "get text", "get int"}) {
+        SCOPED_TRACE(place);
+        NotingScript script;
+        int innerCalls = 0;
+        script.answer = [&](const std::string& hook) {
+            // Not again from the hooks of the inner call.
+            if (hook == place && innerCalls == 0) {
+                ++innerCalls;
+                int number = 0;
+                EXPECT_EQ(script.callMethod("inner", std::tie(number), 1, 2, 3), STATUS_SUCCESS);
+            }
+            return 0;
+        };
+        std::string word;
+        int number = 0;
+
+        EXPECT_EQ(script.callMethod("outer", std::tie(word, number), "a"), STATUS_SUCCESS);
+
+        EXPECT_EQ(innerCalls, 1);
+        std::vector<std::string> outer;
+        for (const std::string& state : script.states) {
+            if (state.find("[inner") == std::string::npos) {
+                outer.push_back(state);
+            }
+        }
+        EXPECT_THAT(outer, ElementsAre("calling outer [outer 0->2]", "text a [outer 0->2]",
+                                       "called outer [outer 1->2]", "begin [outer 1->2]",
+                                       "get text [outer 1->2]", "get int [outer 1->2]",
+                                       "end [outer 1->2]"));
+        EXPECT_EQ(word, "seven");
+        EXPECT_EQ(number, 7);
+    }
+}
+
 TEST(ScriptTest, FailedCallFromWithinDoesNotFailTheOuterOne)
 {
     NotingScript script;
