@@ -20,7 +20,10 @@ namespace oxil {
  *
  * @par Memory
  * A timer that fires once gives up a cell of 4 bytes each time it does, deliberately: the cell is
- * not freed.
+ * not freed. With the C library's bookkeeping it takes 32 bytes of the heap on a 64-bit host and 16
+ * on the device. A timer that repeats gives up nothing.
+ *
+ * GLib ends the process when it has no memory for a source.
  *
  * @par Example
  * @snippet countdown/main.cpp countdown
@@ -30,7 +33,8 @@ public:
     /** Makes a timer that is not armed and fires once when it is. */
     Timer();
 
-    /** Removes the source if the timer is armed, then lets go of the callback. */
+    /** Removes the source if the timer is armed, and those that nobody owns, see start(); then lets
+     *  go of the callback. */
     ~Timer();
 
     Timer(const Timer&) = delete;
@@ -52,8 +56,8 @@ public:
      * @return STATUS_SUCCESS; STATUS_INVALID_STATE after logging "Invalid state." under the name
      *         __start, if the main loop refused the source (the timer stays armed or not as
      *         it was); STATUS_OUT_OF_MEMORY after logging "Memory allocation failed." there. In
-     *         that last case the source runs without an owner: it fires all the same, so the timer
-     *         must not be destroyed before, and neither cancel() nor another start() stops it.
+     *         that last case the source runs without an owner: it fires all the same, and neither
+     *         cancel() nor another start() stops it; the destructor does.
      */
     int start(int interval, const std::function<void()>& callback);
 
@@ -71,6 +75,7 @@ private:
     using SourceId = unsigned int;
 
     int __start(int interval, const std::function<void()>& callback);
+    OXIL_LOCAL void __leaveBehind(SourceId source);
     static int __timerExpired(void* data) noexcept;
     bool __onTimerExpired();
     static void __removeSource(SourceId* source);

@@ -29,6 +29,10 @@ class Timer;
  * on the same loop replaces the time-out and the predicate of the first, and one quit() ends both;
  * wait() and go() likewise. A quit() or go() that comes before run() or wait() is not remembered.
  *
+ * @par Memory
+ * A time-out without predicate that comes to its end gives up a cell of memory, as each expiry of a
+ * Timer that fires once does. GLib ends the process when it has no memory for a loop or a time-out.
+ *
  * @par Threads
  * All members are called on the thread that runs the default main context.
  *

@@ -9,12 +9,33 @@
 #include "OxStatus.h"
 
 namespace oxil {
+namespace {
+
+/** How many sources there are that nobody owns, each counted once more while it is dispatched. */
+int strays = 0;
+
+/** What a source that nobody owns carries: a place inside its timer, which is no one else's data. */
+char* toMark(Timer* timer)
+{
+    return reinterpret_cast<char*>(timer) + 1;
+}
+
+Timer* fromMark(gpointer mark)
+{
+    return static_cast<Timer*>(static_cast<void*>(static_cast<char*>(mark) - 1));
+}
+
+}  // namespace
 
 Timer::Timer() : __repeating(false), __source(nullptr, __removeSource) {}
 
 Timer::~Timer()
 {
     internal::giveUp(__callback);
+    if (strays > 0) {
+        while (g_source_remove_by_user_data(toMark(this)) != FALSE) {
+        }
+    }
 }
 
 int Timer::start(int interval, const std::function<void()>& callback)
@@ -45,12 +66,28 @@ int Timer::__start(int interval, const std::function<void()>& callback)
     SourceId* cell = new (std::nothrow) SourceId(id);
     if (cell == nullptr) {
         OX_ERROR("Memory allocation failed.");
+        __leaveBehind(id);
         return STATUS_OUT_OF_MEMORY;
     }
 
     // The new source is in place before the old one goes, so an armed timer stays armed throughout.
     __source.reset(cell);
     return STATUS_SUCCESS;
+}
+
+/** Leaves a source without owner, but so that the destructor finds it. Needs no memory. */
+void Timer::__leaveBehind(SourceId source)
+{
+    static GSourceCallbackFuncs functions = {
+        [](gpointer) { ++strays; }, [](gpointer) { --strays; },
+        [](gpointer mark, GSource*, GSourceFunc* function, gpointer* data) {
+            *function = [](gpointer ofTimer) { return __timerExpired(fromMark(ofTimer)); };
+            *data = mark;
+        }};
+
+    ++strays;
+    g_source_set_callback_indirect(g_main_context_find_source_by_id(nullptr, source), toMark(this),
+                                   &functions);
 }
 
 int Timer::__timerExpired(void* data) noexcept

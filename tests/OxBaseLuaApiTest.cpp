@@ -1124,6 +1124,27 @@ TEST_F(BaseLuaApiTest, ATimerThatCouldNotBeArmedProperlyIsATimerAllTheSame)
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
+TEST_F(BaseLuaApiTest, ATimerThatCouldNotBeArmedProperlyIsSilentOnceItIsStopped)
+{
+    Host host(
+        R"(
+        calls = 0 function tick() calls = calls + 1 end
+        function f() handle = Timer.start(0, 'tick') end
+    )");
+    lua_getglobal(host.state(), "f");
+    {
+        LogCapture log;
+        AllocationFailure failure(Allocation::NothrowNew, 2);
+        EXPECT_EQ(lua_pcall(host.state(), 0, 0, 0), 0);
+        EXPECT_TRUE(failure.happened());
+    }
+
+    EXPECT_EQ(host.run("Timer.stop(handle)"), "");
+
+    iterateFor(10ms);
+    EXPECT_EQ(host.number("calls"), 0);
+}
+
 // Has a function create objects, and each time lets one allocation after the other fail; goes on
 // until the registry must have grown. Returns how many failed.
 int failEveryAllocation(Host& host, const char* function, const char* handle, const char* first)

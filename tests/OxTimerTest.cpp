@@ -3,6 +3,7 @@
 #include <glib.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <chrono>
 #include <climits>
@@ -666,6 +667,45 @@ TEST_F(TimerTest, AnOwnerlessOneShotDisarmsTheTimerWithoutRemovingTheOwnedSource
     calls.remove(1);
 }
 
+TEST_F(TimerTest, SourcesWithoutAnOwnerGoWithTheirTimer)
+{
+    EXPECT_EQ(startWithoutMemory(0, count), STATUS_OUT_OF_MEMORY);
+    EXPECT_EQ(startWithoutMemory(HOUR, count), STATUS_OUT_OF_MEMORY);
+    std::unique_ptr<Timer> old = std::exchange(timer, std::make_unique<Timer>());
+    EXPECT_EQ(startWithoutMemory(HOUR, count), STATUS_OUT_OF_MEMORY);
+    // An object and its first member have the same address.
+    const guint ofTheApplication = g_timeout_add(
+        HOUR, [](gpointer) -> gboolean { return G_SOURCE_REMOVE; }, old.get());
+
+    old.reset();
+
+    EXPECT_FALSE(calls.isAttached(1));
+    EXPECT_FALSE(calls.isAttached(2));
+    EXPECT_TRUE(calls.isAttached(3)) << "this is another timer's";
+    iterateFor(QUIET);
+    EXPECT_EQ(fired, 0);
+    EXPECT_TRUE(g_source_remove(ofTheApplication));
+    timer.reset();
+    EXPECT_FALSE(calls.isAttached(3));
+}
+
+TEST_F(TimerTest, ASourceWithoutAnOwnerCanDestroyItsTimer)
+{
+    EXPECT_EQ(startWithoutMemory(HOUR, count), STATUS_OUT_OF_MEMORY);
+    const int status = startWithoutMemory(0, [this, kept = std::make_shared<int>(1)] {
+        timer.reset();
+        fired += *kept;
+    });
+    EXPECT_EQ(status, STATUS_OUT_OF_MEMORY);
+
+    EXPECT_TRUE(firesWithin(LIMIT));
+    iterateFor(QUIET);
+
+    EXPECT_EQ(fired, 1);
+    EXPECT_FALSE(calls.isAttached(1));
+    EXPECT_FALSE(calls.isAttached(2));
+}
+
 // ---- Callbacks that deal with their own timer ---------------------------------------------------
 
 TEST_F(TimerTest, OneShotIsUnarmedInsideItsCallback)
@@ -1016,6 +1056,55 @@ TEST_F(TimerMemoryTest, NothingElseLeavesMemoryBehind)
               }),
               0)
         << "cancel() in a repeating callback";
+}
+
+/** The heap that one round of something takes for good, with the C library's bookkeeping. */
+double heapTakenBy(const std::function<void()>& round)
+{
+    constexpr int ROUNDS = 1000;
+    const auto inUse = [] {
+        malloc_trim(0);  // what was freed and is kept for later no longer counts
+        return mallinfo2().uordblks;
+    };
+    const auto goOn = [&] {
+        for (int i = 0; i < ROUNDS; ++i) {
+            round();
+        }
+    };
+    goOn();  // what the main loop keeps for later is allocated now
+    const std::size_t before = inUse();
+    goOn();
+    return static_cast<double>(inUse() - before) / ROUNDS;
+}
+
+TEST(TimerHeapTest, ALostCellTakesTheSmallestPieceOfTheHeap)
+{
+    if (__sanitizer_get_current_allocated_bytes != nullptr) {
+        GTEST_SKIP() << "the address sanitizer has a heap of its own";
+    }
+    const double smallest = sizeof(void*) == 8 ? 32 : 16;
+    Timer timer;
+    bool fired = false;
+    const auto fire = [&] {
+        fired = false;
+        while (!fired) {
+            g_main_context_iteration(nullptr, FALSE);
+        }
+    };
+    WaitingLoop loop;
+
+    EXPECT_NEAR(heapTakenBy([&] {
+                    timer.start(0, [&] { fired = true; });
+                    fire();
+                }),
+                smallest, 1);
+    EXPECT_NEAR(heapTakenBy([&] { loop.run(0); }), smallest, 1);
+    EXPECT_NEAR(heapTakenBy([&] { loop.wait(0); }), smallest, 1);
+
+    EXPECT_NEAR(heapTakenBy([&] { loop.run(0, [] { return true; }); }), 0, 1);
+    timer.start(
+        0, [&] { fired = true; }, REPEATABLE);
+    EXPECT_NEAR(heapTakenBy(fire), 0, 1);
 }
 
 MATCHER(ReportsLostCellsAsExpected, "")

@@ -763,6 +763,25 @@ private:
     MainLoopCalls::Timeout __left = {};
 };
 
+TEST_F(WaitingLoopOwnerlessTest, ALoopTakesItsTimeOutsWithIt)
+{
+    for (const Mode& mode : {RUN, WAIT}) {
+        SCOPED_TRACE(mode.starter);
+        const CallLater ender(0ms, [&] { mode.leave(*loop); });
+        LogCapture log;
+        {
+            const AllocationFailure failure(Allocation::NothrowNew);
+            EXPECT_EQ(mode.enterTimed(*loop, HOUR), 0);
+        }
+        const std::size_t number = calls.timeoutCount();
+        EXPECT_TRUE(calls.isAttached(number)) << "nobody should own it";
+
+        loop = std::make_unique<WaitingLoop>();
+
+        EXPECT_FALSE(calls.isAttached(number));
+    }
+}
+
 TEST_F(WaitingLoopOwnerlessTest, ARunThatTimesOutWhenOnlyWaitingEndsTheWait)
 {
     leaveTimeOutBehind(RUN);
