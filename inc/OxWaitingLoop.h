@@ -79,6 +79,7 @@ public:
      *                   one question to the next. An empty one makes this run(int). It must not
      *                   throw: the process ends if it does.
      * @return 0
+     * @throws  what copying the predicate throws; the loop is as it was before then
      */
     int run(int interval, const std::function<bool()>& predicate);
 
@@ -95,7 +96,7 @@ public:
     int wait(int interval);
 
     /** Keeps iterating until go() or until the predicate, asked every @p interval milliseconds, is
-     *  true; interval and predicate are as for run(). Returns 0. */
+     *  true; interval, predicate and what is thrown are as for run(). Returns 0. */
     int wait(int interval, const std::function<bool()>& predicate);
 
     /**

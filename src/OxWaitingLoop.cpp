@@ -27,6 +27,20 @@ void start(Timer& timer, int interval, const std::function<bool()>& predicate,
     }
 }
 
+/** Enters a mode and prepares its time-out; if that throws, the mode is as it was. */
+template <typename Prepare>
+void enter(bool& active, const Prepare& prepare)
+{
+    const bool wasActive = active;
+    active = true;
+    try {
+        prepare();
+    } catch (...) {
+        active = active && wasActive;
+        throw;
+    }
+}
+
 }  // namespace
 
 WaitingLoop::WaitingLoop()
@@ -63,8 +77,7 @@ int WaitingLoop::run(int interval)
 
 int WaitingLoop::run(int interval, const std::function<bool()>& predicate)
 {
-    __running = true;
-    __startRunTimer(interval, predicate);
+    enter(__running, [&] { __startRunTimer(interval, predicate); });
     // GLib holds a reference of its own meanwhile, so that the loop object may be destroyed inside.
     g_main_loop_run(__mainLoop.get());
     return 0;
@@ -82,8 +95,7 @@ int WaitingLoop::wait(int interval)
 
 int WaitingLoop::wait(int interval, const std::function<bool()>& predicate)
 {
-    __waiting = true;
-    __startWaitTimer(interval, predicate);
+    enter(__waiting, [&] { __startWaitTimer(interval, predicate); });
 
     const Watch watch(Watched::OBJECT, this);
     while (watch.isIntact() && isWaiting()) {

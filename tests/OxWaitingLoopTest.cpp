@@ -1104,6 +1104,50 @@ TEST_P(WaitingLoopModeTest, APredicateThatThrowsEndsTheProcess)
     EXPECT_EXIT(end(), testing::ExitedWithCode(TERMINATED), "");
 }
 
+/** A predicate that can be copied so often, and throws then; true whenever it is asked. */
+struct Uncopyable {
+    explicit Uncopyable(int copies) : left(copies) {}
+    Uncopyable(const Uncopyable& from) : left(from.left - 1)
+    {
+        if (left < 0) {
+            throw std::runtime_error("from a copy");
+        }
+    }
+    bool operator()() const { return true; }
+
+    int left;
+};
+
+TEST_P(WaitingLoopModeTest, APredicateThatCannotBeCopiedLeavesTheLoopIdle)
+{
+    const Predicate uncopyable{Uncopyable(1)};  // it is copied into its place here
+
+    EXPECT_THROW(mode.enterPolled(*loop, 1, uncopyable), std::runtime_error);
+
+    EXPECT_FALSE(mode.isActive(*loop));
+    EXPECT_FALSE(mode.isOtherActive(*loop));
+    EXPECT_THAT(calls.lines(), IsEmpty());
+    EXPECT_EQ(mode.enterPolled(*loop, 1, [] { return true; }), 0) << "it can be used again";
+}
+
+TEST_P(WaitingLoopModeTest, APredicateThatCannotBeCopiedLeavesAStayGoOn)
+{
+    const Predicate uncopyable{Uncopyable(1)};
+    bool tried = false;
+    const CallInTurn turns{[&] {
+                               EXPECT_THROW(mode.enterPolled(*loop, 1, uncopyable),
+                                            std::runtime_error);
+                               EXPECT_TRUE(mode.isActive(*loop));
+                               tried = true;
+                           },
+                           [&] { mode.leave(*loop); }};
+
+    EXPECT_EQ(mode.enter(*loop), 0);
+
+    EXPECT_TRUE(tried);
+    EXPECT_FALSE(mode.isActive(*loop));
+}
+
 // ---- Without memory for a timer -----------------------------------------------------------------
 
 TEST_P(WaitingLoopModeTest, WithoutMemoryForItsTimerATimedStayIsLoggedAndEnteredAllTheSame)
