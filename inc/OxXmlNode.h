@@ -55,7 +55,7 @@ public:
     XmlNode& operator=(const XmlNode& other);
 
     /** Unlinks the native node, deletes the children, and frees the native node with whatever
-     *  native nodes are still under it. */
+     *  native nodes are still under it. However deep the tree is, the stack it takes is the same. */
     ~XmlNode();
 
     /**
@@ -101,7 +101,8 @@ public:
      * The text is plain: `&` and `<` need no escape, they get one when the document is written.
      *
      * @return STATUS_SUCCESS; STATUS_INVALID_STATE after logging "Invalid state." without native
-     *         node
+     *         node; STATUS_OUT_OF_MEMORY after logging "Memory allocation failed.": the content is
+     *         what it was
      */
     int setContent(const std::string& content);
 

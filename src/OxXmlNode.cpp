@@ -1,8 +1,10 @@
 #include "OxXmlNode.h"
 
 #include <libxml/tree.h>
+#include <libxml/xmlerror.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "OxLog.h"
 #include "OxStatus.h"
@@ -12,13 +14,31 @@ namespace oxil {
 
 using internal::toXml;
 
+namespace {
+
+/** False without memory. */
+bool addContent(xmlNode* node, const xmlChar* content)
+{
+#if LIBXML_VERSION >= 21300
+    return xmlNodeAddContent(node, content) == 0;
+#else
+    // It returned nothing yet, and told of a lack of memory by the last error alone.
+    xmlResetLastError();
+    xmlNodeAddContent(node, content);
+    const xmlError* error = xmlGetLastError();
+    return error == nullptr || error->code != XML_ERR_NO_MEMORY;
+#endif
+}
+
+}  // namespace
+
 XmlNode::XmlNode() : __native(nullptr) {}
 
 XmlNode::XmlNode(_xmlNode* node) : __native(node) {}
 
-XmlNode::XmlNode(const std::string& element)
-    : __native(xmlNewNode(nullptr, toXml(element))), __element(element)
+XmlNode::XmlNode(const std::string& element) : __native(nullptr), __element(element)
 {
+    __native = xmlNewNode(nullptr, toXml(__element));  // behind all that may throw
     if (__native == nullptr) {
         OX_ERROR("XmlNode creation failed.");
     }
@@ -30,12 +50,33 @@ XmlNode& XmlNode::operator=(const XmlNode& other) = default;
 
 XmlNode::~XmlNode()
 {
-    xmlUnlinkNode(__native);
-    for (XmlNode* child : __children) {
-        delete child;
+    const auto enter = [](XmlNode& node) {
+        xmlUnlinkNode(node.__native);
+        std::reverse(node.__children.begin(), node.__children.end());  // the first one goes first
+    };
+
+    // A tree may be deeper than the stack allows. So this goes down and up in a loop, and the way
+    // up is kept where it takes no memory: in the parent's list, in place of the child.
+    XmlNode* node = this;
+    XmlNode* parent = nullptr;
+    enter(*node);
+    while (node != nullptr) {
+        if (!node->__children.empty()) {
+            XmlNode* child = std::exchange(node->__children.back(), parent);
+            parent = std::exchange(node, child);
+            enter(*node);
+            continue;
+        }
+        xmlFreeNode(std::exchange(node->__native, nullptr));
+        if (node != this) {
+            delete node;  // with nothing left to be taken down
+        }
+        node = parent;
+        if (node != nullptr) {
+            parent = node->__children.back();
+            node->__children.pop_back();
+        }
     }
-    __children.clear();
-    xmlFreeNode(__native);
 }
 
 int XmlNode::setElement(const std::string& element)
@@ -92,7 +133,10 @@ int XmlNode::setContent(const std::string& content)
         return STATUS_INVALID_STATE;
     }
     __content = content;
-    xmlNodeAddContent(__native, toXml(__content));
+    if (!addContent(__native, toXml(__content))) {
+        OX_ERROR("Memory allocation failed.");
+        return STATUS_OUT_OF_MEMORY;
+    }
     return STATUS_SUCCESS;
 }
 
@@ -102,11 +146,12 @@ int XmlNode::addChild(XmlNode* child)
         OX_ERROR("Invalid parameter.");
         return STATUS_INVALID_PARAMETER;
     }
+    __children.push_back(child);  // first, because it may throw
     if (xmlAddChild(__native, child->__native) == nullptr) {
+        __children.pop_back();
         OX_ERROR("Invalid state.");
         return STATUS_INVALID_STATE;
     }
-    __children.push_back(child);
     return STATUS_SUCCESS;
 }
 
