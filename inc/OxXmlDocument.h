@@ -17,9 +17,9 @@ class XmlStyleSheet;
  * here from nodes.
  *
  * @par Ownership
- * A document owns its native tree and the node that getRootNode() made for it. A node given to
- * setRootNode() stays the caller's, who has to destroy it before the document, or never: its native
- * node is a part of the tree that the document frees.
+ * A document owns its native tree, the node that getRootNode() made for it, and a root that was
+ * moved into it. A root given as a plain pointer stays the caller's, who has to destroy it before
+ * the document, or never: its native node is a part of the tree that the document frees.
  *
  * @par Threads
  * One thread at a time.
@@ -53,10 +53,21 @@ public:
      * keeps the root that it has. The node must not be the child of another one: say removeChild()
      * first. Once it is destroyed, getRootNode() must not be called before another root is set.
      *
+     * libxml2 2.9 tells each node under it whose it is by recursion. A tree of many thousand levels
+     * grows from the root down, with its document told first.
+     *
      * @return STATUS_SUCCESS; STATUS_INVALID_PARAMETER after logging "Invalid parameter." for null;
      *         STATUS_INVALID_STATE after logging "Invalid state." without native document
      */
     int setRootNode(XmlNode* node);
+
+    /**
+     * The same, with a node that becomes the document's. One that is refused is destroyed.
+     *
+     * The root that the document had of its own, moved into it or made by getRootNode(), is
+     * destroyed with everything under it.
+     */
+    int setRootNode(std::unique_ptr<XmlNode> node);
 
     /**
      * The node given to setRootNode(), or else a node for the root element of the tree, which is

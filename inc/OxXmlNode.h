@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -14,12 +15,20 @@ namespace oxil {
  *
  * @par Ownership
  * A node owns its native node and the nodes that were given to addChild(), until removeChild()
- * hands them back; its destructor frees all of them. So children are made with `new`, and every
- * node belongs to exactly one owner:
- * - a node that was given to addChild() must not be deleted by anybody else, nor be added to a
- *   second parent or twice to one: each of its owners would free it;
+ * hands them back; its destructor frees all of them. Every node belongs to exactly one owner. Make
+ * nodes with `std::make_unique` and move them into their parent or document, and all of this
+ * follows. Where plain pointers are given away:
+ * - a node that was given to addChild() must have been made with `new`, and must not be deleted by
+ *   anybody else, nor be added to a second parent or twice to one: each of its owners would free
+ *   it;
  * - a root that was given to XmlDocument::setRootNode() must be destroyed before the document, with
- *   everything under it, or never: the document frees the tree as well;
+ *   everything under it, or never: the document frees the tree as well.
+ *
+ * And in any case:
+ * - a node that removeChild() handed back must be destroyed before the document in whose tree it
+ *   was: its native node goes on pointing there;
+ * - nodes of a document that was loaded, or is the result of a stylesheet, stay with it: their names
+ *   may live in a dictionary of that document's;
  * - a node made from a native node frees it, wherever that is linked: anything else that frees it,
  *   its document above all, must have gone before or never come;
  * - copies share everything with their source, deliberately: only one of them may be destroyed.
@@ -114,6 +123,9 @@ public:
      *         one of the two has no native node or both are the same: the child stays the caller's
      */
     int addChild(XmlNode* child);
+
+    /** The same for a node whose owner says so. One that is refused is destroyed. */
+    int addChild(std::unique_ptr<XmlNode> child);
 
     /**
      * Unlinks a node from its tree and hands it back to the caller. Every occurrence in this node's

@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <new>
+#include <utility>
 
 #include "OxLog.h"
 #include "OxStatus.h"
@@ -46,6 +47,15 @@ int XmlDocument::setRootNode(XmlNode* node)
     xmlDocSetRootElement(__document.get(), node->__getNativeNode());
     __rootNode = node;
     return STATUS_SUCCESS;
+}
+
+int XmlDocument::setRootNode(std::unique_ptr<XmlNode> node)
+{
+    const int r = setRootNode(node.get());
+    if (r == STATUS_SUCCESS) {
+        __ownRoot = std::move(node);
+    }
+    return r;
 }
 
 XmlNode* XmlDocument::getRootNode() const

@@ -155,6 +155,15 @@ int XmlNode::addChild(XmlNode* child)
     return STATUS_SUCCESS;
 }
 
+int XmlNode::addChild(std::unique_ptr<XmlNode> child)
+{
+    const int r = addChild(child.get());
+    if (r == STATUS_SUCCESS) {
+        static_cast<void>(child.release());
+    }
+    return r;
+}
+
 int XmlNode::removeChild(XmlNode* child)
 {
     if (child == nullptr) {

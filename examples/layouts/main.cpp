@@ -11,6 +11,7 @@
 #include <fstream>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <Oxil.h>
@@ -67,15 +68,15 @@ std::vector<Layout> readLayouts(const std::string& path)
 int writeReport(const std::vector<Layout>& layouts, const std::string& styleSheetPath,
                 const std::string& path)
 {
-    oxil::XmlDocument document;
-    oxil::XmlNode report("report");  // declared after the document, so it goes before it
+    auto report = std::make_unique<oxil::XmlNode>("report");
     for (const Layout& layout : layouts) {
-        auto* node = new oxil::XmlNode("layout");
+        auto node = std::make_unique<oxil::XmlNode>("layout");
         node->setAttribute({"name", layout.name, "variants", std::to_string(layout.variants)});
         node->setContent(layout.description);
-        report.addChild(node);  // which owns it from here on
+        report->addChild(std::move(node));
     }
-    document.setRootNode(&report);
+    oxil::XmlDocument document;
+    document.setRootNode(std::move(report));
 
     oxil::XmlStyleSheet styleSheet(styleSheetPath);
     int r = styleSheet.load();

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <memory>
+#include <utility>
 
 namespace picker {
 namespace {
@@ -32,9 +32,9 @@ oxil::Color getInk(oxil::Color tint)
 }
 //! [color]
 
-oxil::XmlNode* makeElement(const std::string& name, const std::string& content)
+std::unique_ptr<oxil::XmlNode> makeElement(const std::string& name, const std::string& content)
 {
-    auto* node = new oxil::XmlNode(name);
+    auto node = std::make_unique<oxil::XmlNode>(name);
     node->setContent(content);
     return node;
 }
@@ -84,14 +84,14 @@ int Page::write(const std::string& styleSheetPath, const std::string& path) cons
     const oxil::Dimension screen = oxil::Screen::getInstance()->getSize();
 
     // The page is written for this screen, with a sensible width where there is none.
-    oxil::XmlDocument document;
-    oxil::XmlNode root("page");  // declared after the document, so it goes before it
-    root.setAttribute("width", std::to_string(screen.width > 0 ? screen.width : 1280));
+    auto root = std::make_unique<oxil::XmlNode>("page");
+    root->setAttribute("width", std::to_string(screen.width > 0 ? screen.width : 1280));
     int place = 0;
     for (const Layout& layout : __layouts) {
-        root.addChild(makeNode(layout, place++));
+        root->addChild(makeNode(layout, place++));
     }
-    document.setRootNode(&root);
+    oxil::XmlDocument document;
+    document.setRootNode(std::move(root));
 
     oxil::XmlStyleSheet styleSheet(styleSheetPath);
     const int r = styleSheet.load();
@@ -108,10 +108,10 @@ int Page::write(const std::string& styleSheetPath, const std::string& path) cons
 }
 //! [write]
 
-oxil::XmlNode* Page::makeNode(const Layout& layout, int place) const
+std::unique_ptr<oxil::XmlNode> Page::makeNode(const Layout& layout, int place) const
 {
     const oxil::Color tint = getTint(place);
-    auto* node = new oxil::XmlNode("layout");
+    auto node = std::make_unique<oxil::XmlNode>("layout");
     node->setAttribute({"name", layout.name, "variants", std::to_string(layout.variants), "tint",
                         toHex(tint), "ink", toHex(getInk(tint))});
     node->addChild(makeElement("title", layout.title));

@@ -1,6 +1,7 @@
 // The page that shows the layouts that were picked.
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -32,7 +33,7 @@ private:
         std::vector<std::string> examples;
     };
 
-    oxil::XmlNode* makeNode(const Layout& layout, int place) const;
+    std::unique_ptr<oxil::XmlNode> makeNode(const Layout& layout, int place) const;
 
     std::vector<Layout> __layouts;
 };
