@@ -66,7 +66,7 @@ public:
      *         terminate="yes"` and endless recursion too), or "Out of memory." (the result is lost
      *         then)
      */
-    XmlDocument* apply(XmlDocument* document);
+    [[nodiscard]] XmlDocument* apply(XmlDocument* document);
 
     /** The native stylesheet, null before load(); it stays this object's. */
     _xsltStylesheet* __getNativeStyleSheet() const;

@@ -80,6 +80,13 @@ int count(Script& script, short few, unsigned int many)
            script.callMethod("f", std::tie());
 }
 
+#if RESULTS_OF_STYLESHEETS_ARE_OWNED
+void transform(XmlStyleSheet& styleSheet, XmlDocument& document)
+{
+    styleSheet.apply(&document);
+}
+#endif
+
 #if LOG_ARGUMENTS_FIT_THE_FORMAT
 void log(const char* text)
 {
