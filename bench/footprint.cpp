@@ -25,13 +25,12 @@
 #include <tuple>
 #include <vector>
 
+#include <OxPlatform.h>
 #include <Oxil.h>
 
-extern "C" [[gnu::format(printf, 4, 5)]] int __dlog_print(int logId, int priority, const char* tag,
-                                                          const char* format, ...);
-
 // What is measured goes well; a line of the log means that something else was measured.
-int __dlog_print(int /*logId*/, int /*priority*/, const char* /*tag*/, const char* format, ...)
+[[gnu::format(printf, 4, 5)]] int __dlog_print(int /*logId*/, int /*priority*/, const char* /*tag*/,
+                                               const char* format, ...)
 {
     std::va_list arguments;
     va_start(arguments, format);

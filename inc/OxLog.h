@@ -1,7 +1,6 @@
 #pragma once
 
-// Without the attribute for formats, because the check is made where the message is written.
-extern "C" int __dlog_print(int logId, int priority, const char* tag, const char* format, ...);
+#include "OxPlatform.h"
 
 namespace oxil::internal {
 

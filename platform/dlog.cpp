@@ -11,8 +11,7 @@
 #include <new>
 #include <string_view>
 
-extern "C" __attribute__((visibility("default"), format(printf, 4, 5))) int __dlog_print(
-    int logId, int priority, const char* tag, const char* format, ...);
+#include "OxPlatform.h"
 
 namespace {
 
@@ -188,7 +187,8 @@ __attribute__((format(printf, 3, 0))) int print(int priority, std::string_view t
 
 }  // namespace
 
-int __dlog_print(int /*logId*/, int priority, const char* tag, const char* format, ...)
+[[gnu::format(printf, 4, 5)]] int __dlog_print(int /*logId*/, int priority, const char* tag,
+                                               const char* format, ...)
 {
     va_list arguments;
     va_start(arguments, format);

@@ -4,11 +4,9 @@
 #include <optional>
 #include <string_view>
 
+#include "OxPlatform.h"
 #include "OxStatus.h"
 #include "display.h"
-
-extern "C" __attribute__((visibility("default"))) int system_info_get_platform_int(const char* key,
-                                                                                   int* value);
 
 namespace oxil::platform {
 namespace {

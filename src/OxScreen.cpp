@@ -5,13 +5,7 @@
 #include <new>
 
 #include "OxLog.h"
-
-// The namespace of the platform's vendor is a setting of the build.
-#ifndef OXIL_FEATURE_NAMESPACE
-#define OXIL_FEATURE_NAMESPACE ""
-#endif
-
-extern "C" int system_info_get_platform_int(const char* key, int* value);
+#include "OxPlatform.h"
 
 namespace oxil {
 namespace {

@@ -25,8 +25,7 @@
 #include <vector>
 
 #include "AllocationFailure.h"
-
-extern "C" int __dlog_print(int logId, int priority, const char* tag, const char* format, ...);
+#include "OxPlatform.h"
 
 namespace oxil::test {
 namespace {

@@ -19,10 +19,9 @@
 #include <vector>
 
 #include "AllocationFailure.h"
+#include "OxPlatform.h"
 #include "OxStatus.h"
 #include "display.h"
-
-extern "C" int system_info_get_platform_int(const char* key, int* value);
 
 namespace oxil::platform {
 

@@ -7,6 +7,8 @@
 #include <mutex>
 #include <string_view>
 
+#include "OxPlatform.h"
+
 namespace oxil::test {
 namespace {
 
@@ -72,8 +74,8 @@ testing::Matcher<const LogLine&> LoggedIn(const std::string& file, const std::st
 }  // namespace oxil::test
 
 // Stands before the platform's logger, because a definition in the executable wins.
-extern "C" __attribute__((visibility("default"), format(printf, 4, 5))) int __dlog_print(
-    int logId, int priority, const char* tag, const char* format, ...)
+[[gnu::format(printf, 4, 5)]] int __dlog_print(int logId, int priority, const char* tag,
+                                               const char* format, ...)
 {
     using namespace oxil::test;
 

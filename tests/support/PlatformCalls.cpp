@@ -4,6 +4,8 @@
 
 #include <atomic>
 
+#include "OxPlatform.h"
+
 namespace oxil::test {
 namespace {
 
@@ -62,11 +64,8 @@ int PlatformCalls::ask(const std::string& key, int* value)
 
 }  // namespace oxil::test
 
-extern "C" int system_info_get_platform_int(const char* key, int* value);
-
 // Stands before the platform's own, because a definition in the executable wins.
-extern "C" __attribute__((visibility("default"))) int system_info_get_platform_int(const char* key,
-                                                                                   int* value)
+int system_info_get_platform_int(const char* key, int* value)
 {
     using oxil::test::PlatformCalls;
 

@@ -1,10 +1,11 @@
+#include <OxPlatform.h>
 #include <Oxil.h>
 
 #include <cstdarg>
 #include <cstdio>
 
 // A definition in the executable wins over the platform's.
-extern "C" int __dlog_print(int, int, const char*, const char* format, ...)
+int __dlog_print(int, int, const char*, const char* format, ...)
 {
     std::va_list arguments;
     va_start(arguments, format);
