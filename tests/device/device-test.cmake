@@ -91,7 +91,8 @@ set(platform_libraries
 # ---- The library ---------------------------------------------------------------------------------
 
 execute_process(COMMAND ${CMAKE_COMMAND} -G Ninja -S ${SOURCE} -B ${WORK}/library ${settings}
-    -DOXIL_BUILD_TESTS=OFF -DOXIL_BUILD_EXAMPLES=OFF -DCMAKE_INSTALL_LIBDIR=lib
+    -DOXIL_BUILD_TESTS=OFF -DOXIL_BUILD_EXAMPLES=OFF
+    -DCMAKE_INSTALL_PREFIX=${WORK}/prefix -DCMAKE_INSTALL_LIBDIR=${WORK}/prefix/lib
     "-DOXIL_PLATFORM_LIBRARIES=${platform_libraries}" -DOXIL_FEATURE_NAMESPACE=example.org
   COMMAND_ERROR_IS_FATAL ANY)
 run(${CMAKE_COMMAND} --build ${WORK}/library)
@@ -110,6 +111,14 @@ foreach(file IN ITEMS cmake/oxil/oxil-targets.cmake pkgconfig/oxil.pc)
     message(SEND_ERROR "${file} leads to the platform's libraries:\n${content}")
   endif()
 endforeach()
+
+# The library's folder is absolute here, and the package file is right all the same.
+lines(flags ${CMAKE_COMMAND} -E env PKG_CONFIG_PATH=${WORK}/prefix/lib/pkgconfig
+  pkg-config --cflags --libs oxil)
+string(STRIP "${flags}" flags)
+if(NOT flags STREQUAL "-I${WORK}/prefix/include/oxil -L${WORK}/prefix/lib -loxil")
+  message(SEND_ERROR "oxil.pc gives ${flags}")
+endif()
 
 dynamic_entries(needed ${library} NEEDED)
 foreach(name IN LISTS platform_names)

@@ -39,10 +39,10 @@ run(${CMAKE_COMMAND} -G Ninja -S ${consumer} -B ${WORK}/subdirectory
 run(${CMAKE_COMMAND} --build ${WORK}/subdirectory)
 run_consumer(${WORK}/subdirectory/consumer)
 
-# The package file names the prefix that the tree was configured for; pkg-config may be told another.
+# The package file has come to another place than the one that the tree was configured for.
 execute_process(
   COMMAND ${CMAKE_COMMAND} -E env PKG_CONFIG_PATH=${WORK}/prefix/lib/pkgconfig
-    pkg-config --define-variable=prefix=${WORK}/prefix --cflags --libs oxil
+    pkg-config --cflags --libs oxil
   OUTPUT_VARIABLE flags OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
 separate_arguments(flags)
 separate_arguments(own_flags UNIX_COMMAND "${FLAGS}")
