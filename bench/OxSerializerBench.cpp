@@ -120,7 +120,7 @@ char* writeText(char* place, const std::string& text)
 {
     const std::size_t length = slotLength(text.c_str());
     std::memcpy(place, text.c_str(), length);
-    place[length] = '\0';
+    std::memset(place + length, 0, SLOT - length);
     return place + SLOT;
 }
 

@@ -125,8 +125,7 @@ public:
     /**
      * Writes key slot and value, without checking the space.
      *
-     * The key is cut to 255 characters and at its first NUL byte. The bytes of a slot behind the
-     * terminator are left as they are.
+     * The key is cut to 255 characters and at its first NUL byte. What is left of a slot is zero.
      *
      * @param destination  256 bytes and those of the value (256 for a text); any alignment
      * @return the bytes taken. A value that can't be written (a text of more than 256 bytes, kind
@@ -149,8 +148,8 @@ public:
      *
      * Type entries are appended, so @p data should be fresh: serializing a second time into the
      * same object leaves a description twice as long, and a buffer of that size of which the first
-     * half is written. A value of kind VARIANT_TYPE_NONE can't be described; the key alone is then
-     * serialized, with success, and can't be read back.
+     * half is written and the second is zero. A value of kind VARIANT_TYPE_NONE can't be described;
+     * the key alone is then serialized, with success, and can't be read back.
      *
      * @return STATUS_SUCCESS; STATUS_INVALID_STATE after logging "Invalid data size (%d).";
      *         STATUS_OUT_OF_MEMORY after logging "Memory allocation failed.". After a failure the

@@ -49,8 +49,8 @@ static_assert(offsetof(SerializationInfo, typeSizes) == 10064, "fixed place");
  *
  * The data area holds the values block after block, entry after entry, without padding, tags or
  * lengths; a block with a repeat count of at least 1 holds its type list that many times. A text
- * takes a slot: NUL-terminated, at most 255 characters; what is behind the terminator is
- * unspecified.
+ * takes a slot: NUL-terminated, at most 255 characters; what is behind the terminator is zero in
+ * what the library writes, and is not looked at where it reads.
  *
  * A writer sets the block count, adds types, fills getTotalDataSize() bytes from `malloc` and hands
  * them over with setData(void*, TransferOwnership); Serializer does all of that. A reader builds an

@@ -32,6 +32,9 @@ namespace oxil {
  * parameter with a text of more than 256 bytes can't be written: Variant::toRaw() logs it, and what
  * follows lands 257 bytes early.
  *
+ * Every byte of a data area that no value is written to is zero: the bytes depend on the values
+ * alone, and nothing else of this process's memory travels with them.
+ *
  * @par Results of serialize
  * STATUS_SUCCESS, with a new data area owned by @p data. The first description step that is refused
  * (a value of kind VARIANT_TYPE_NONE, a full type list) is logged as "r (%d)." with its code, which
@@ -101,7 +104,8 @@ public:
      * Packs a list of records of one shape, describing only the first.
      *
      * All records should have the same keys in the same order with values of the same kinds.
-     * Nothing checks it: every record is written as it is, and read with the types of the first.
+     * Nothing checks it: every record is written as it is, one behind the other, and read with the
+     * types of the first. What smaller records leave at the end is zero.
      *
      * @throws std::out_of_range  if the list is empty; @p data then has one block without types
      */

@@ -26,21 +26,25 @@ inline std::size_t getTextLength(const char* text, std::size_t most) noexcept
  * Writes a text up to its first NUL byte, cut to @p size - 1 characters, and a terminating NUL.
  *
  * What is behind the NUL stays as it is. Nothing is written when @p size is 0.
+ *
+ * @return the characters written
  */
-inline void copyText(void* destination, std::size_t size, const std::string& text) noexcept
+inline std::size_t copyText(void* destination, std::size_t size, const std::string& text) noexcept
 {
     if (size == 0) {
-        return;
+        return 0;
     }
     const std::size_t length = getTextLength(text.c_str(), size - 1);
     std::memcpy(destination, text.c_str(), length);
     static_cast<char*>(destination)[length] = '\0';
+    return length;
 }
 
-/** The same into a slot; returns the slot's size. */
+/** Writes a whole slot, with zeros behind the text; returns the slot's size. */
 inline std::size_t copyTextSlot(void* slot, const std::string& text) noexcept
 {
-    copyText(slot, TEXT_SLOT_SIZE, text);
+    const std::size_t length = copyText(slot, TEXT_SLOT_SIZE, text);
+    std::memset(static_cast<char*>(slot) + length, 0, TEXT_SLOT_SIZE - length);
     return TEXT_SLOT_SIZE;
 }
 

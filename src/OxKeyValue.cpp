@@ -1,10 +1,10 @@
 #include "OxKeyValue.h"
 
 #include <algorithm>
-#include <cstdlib>
 
 #include "OxDataArea.h"
 #include "OxLog.h"
+#include "OxNewDataArea.h"
 #include "OxSerializedData.h"
 #include "OxStatus.h"
 
@@ -92,14 +92,13 @@ int KeyValue::serialize(SerializedData& data) const
         return STATUS_INVALID_STATE;
     }
     // A description that was refused may be smaller than what is written all the same.
-    void* buffer = std::malloc(std::max(static_cast<std::size_t>(size), __getSpace()));
-    if (buffer == nullptr) {
+    internal::NewDataArea area(
+        data, static_cast<long long>(std::max(static_cast<std::size_t>(size), __getSpace())));
+    if (area.get() == nullptr) {
         OX_ERROR("Memory allocation failed.");
         return STATUS_OUT_OF_MEMORY;
     }
-    copySerializedData(buffer);
-    data.setData(buffer, TRANSFER_OWNERSHIP);
-    return STATUS_SUCCESS;
+    return area.handOver(static_cast<std::size_t>(copySerializedData(area.get())));
 }
 
 int KeyValue::deserialize(const SerializedData& data, int block)

@@ -1,12 +1,12 @@
 #include "OxKeyValues.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <utility>
 
 #include "OxDataArea.h"
 #include "OxKeyIndex.h"
 #include "OxLog.h"
+#include "OxNewDataArea.h"
 #include "OxSerializedData.h"
 #include "OxStatus.h"
 
@@ -325,14 +325,13 @@ int KeyValues::serialize(SerializedData& data) const
     }
     // A description that was refused, or added to one of a stranger, may promise less than what is
     // written.
-    void* buffer = std::malloc(std::max(static_cast<std::size_t>(size), __getSpace()));
-    if (buffer == nullptr) {
+    internal::NewDataArea area(
+        data, static_cast<long long>(std::max(static_cast<std::size_t>(size), __getSpace())));
+    if (area.get() == nullptr) {
         OX_ERROR("Memory allocation failed.");
         return STATUS_OUT_OF_MEMORY;
     }
-    copySerializedData(buffer);
-    data.setData(buffer, TRANSFER_OWNERSHIP);
-    return STATUS_SUCCESS;
+    return area.handOver(static_cast<std::size_t>(copySerializedData(area.get())));
 }
 
 int KeyValues::deserialize(const SerializedData& data, int block)

@@ -1,9 +1,7 @@
 #include "OxSerializer.h"
 
 #include <algorithm>
-#include <climits>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -11,6 +9,7 @@
 
 #include "OxDataArea.h"
 #include "OxLog.h"
+#include "OxNewDataArea.h"
 #include "OxStatus.h"
 
 namespace oxil {
@@ -28,6 +27,9 @@ public:
 
     /** Whether everything has found room so far. */
     bool isComplete() const { return __complete; }
+
+    /** Bytes up to the end of what has been written. */
+    std::size_t written() const { return __written; }
 
     void text(const std::string& text)
     {
@@ -77,6 +79,7 @@ private:
     {
         if (size >= 0) {
             __offset += static_cast<std::size_t>(size);
+            __written = std::max(__written, __offset);
         } else if (__offset > 0) {
             --__offset;
         }
@@ -85,6 +88,7 @@ private:
     char* __buffer;
     std::size_t __size;
     std::size_t __offset = 0;
+    std::size_t __written = 0;
     bool __complete = true;
 };
 
@@ -256,23 +260,19 @@ int serialize(SerializedData& data, int blockCount, const Describe& describe,
         return r;
     }
 
-    // At least one byte: an empty payload succeeds also where malloc(0) gives a null pointer. What
-    // doesn't fit an int can't be described, and no memory is asked for it.
-    const long long size = std::max({static_cast<long long>(data.getTotalDataSize()), space, 1LL});
-    std::unique_ptr<void, void (*)(void*)> buffer(
-        size <= INT_MAX ? std::malloc(static_cast<std::size_t>(size)) : nullptr, std::free);
-    if (buffer == nullptr) {
+    internal::NewDataArea area(data, space);
+    if (area.get() == nullptr) {
         OX_ERROR("Memory allocation failed.");
         return STATUS_OUT_OF_MEMORY;
     }
 
-    Writer writer(buffer.get(), static_cast<std::size_t>(size));
+    Writer writer(area.get(), area.size());
     r = write(writer);
     if (r != STATUS_SUCCESS || !writer.isComplete()) {
         OX_ERROR("Invalid state.");
         return STATUS_INVALID_STATE;
     }
-    return data.setData(buffer.release(), TRANSFER_OWNERSHIP);
+    return area.handOver(writer.written());
 }
 
 template <typename Describe, typename Write>

@@ -1408,7 +1408,7 @@ TEST_P(SerializerListTest, WritesRecordsThatAreSmallerThanTheFirst)
               STATUS_SUCCESS);
 
     EXPECT_EQ(data.getTotalDataSize(), 4 * 512);
-    LogCapture log;  // of what was not written, something may come out
+    LogCapture log;  // what the smaller records left are empty keys
     const Unpacked out = unpackRepeated(data);
     EXPECT_EQ(out.result, STATUS_SUCCESS);
     ASSERT_GE(out.records.size(), 2u);

@@ -144,13 +144,12 @@ void append(Bytes& bytes, const Bytes& more)
     bytes.insert(bytes.end(), more.begin(), more.end());
 }
 
-/** A text in a slot; what is left of the slot stays untouched. */
+/** A text in a slot, with zeros behind it. */
 void append(Bytes& bytes, const std::string& text, std::size_t slot)
 {
     const std::size_t end = bytes.size() + slot;
     append(bytes, Bytes(text.begin(), text.end()));
-    bytes.push_back(0);
-    bytes.resize(end, UNTOUCHED);
+    bytes.resize(end);
 }
 
 /** Room at a misaligned address, with untouched bytes round it. */

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 
 extern "C" void* __libc_malloc(std::size_t size);
@@ -16,6 +17,7 @@ thread_local long count = 0;
 thread_local int remaining = 0;  // 0: nothing is to fail
 thread_local Allocation failing = Allocation::Malloc;
 thread_local bool failed = false;
+thread_local bool dirty = false;
 
 void* allocate(Allocation kind, std::size_t size) noexcept
 {
@@ -24,7 +26,12 @@ void* allocate(Allocation kind, std::size_t size) noexcept
         failed = true;
         return nullptr;
     }
-    return __interceptor_malloc != nullptr ? __interceptor_malloc(size) : __libc_malloc(size);
+    void* memory =
+        __interceptor_malloc != nullptr ? __interceptor_malloc(size) : __libc_malloc(size);
+    if (dirty && memory != nullptr) {
+        std::memset(memory, 0xA5, size);
+    }
+    return memory;
 }
 
 }  // namespace
@@ -44,6 +51,16 @@ AllocationFailure::~AllocationFailure()
 bool AllocationFailure::happened() const
 {
     return failed;
+}
+
+DirtyMemory::DirtyMemory()
+{
+    dirty = true;
+}
+
+DirtyMemory::~DirtyMemory()
+{
+    dirty = false;
 }
 
 long allocationCount()

@@ -27,6 +27,19 @@ public:
     bool happened() const;
 };
 
+/**
+ * Fills what is allocated on this thread with bytes other than zero while it lives, as memory has
+ * them that was in use before.
+ */
+class DirtyMemory {
+public:
+    DirtyMemory();
+    ~DirtyMemory();
+
+    DirtyMemory(const DirtyMemory&) = delete;
+    DirtyMemory& operator=(const DirtyMemory&) = delete;
+};
+
 /** The number of allocations, of any kind, on this thread so far. */
 long allocationCount();
 

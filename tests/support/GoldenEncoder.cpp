@@ -108,7 +108,6 @@ public:
         for (std::size_t i = 0; i < SLOT; ++i) {
             const bool inText = i < text.size();
             __data.push_back(inText ? static_cast<std::uint8_t>(text[i]) : std::uint8_t{0});
-            __specified.push_back(i <= text.size());
         }
     }
 
@@ -121,7 +120,6 @@ public:
         const std::uint64_t bits = bitsOf(value);
         for (std::size_t i = 0; i < widthOf(value.kind); ++i) {
             __data.push_back(byteOf(bits, i));
-            __specified.push_back(true);
         }
     }
 
@@ -172,7 +170,6 @@ public:
         put(bytes, REPEAT_COUNT + 4 * number, __repeatCount);
 
         bytes.data.insert(bytes.data.end(), __data.begin(), __data.end());
-        bytes.specified.insert(bytes.specified.end(), __specified.begin(), __specified.end());
     }
 
     static void put(GoldenBytes& bytes, std::size_t offset, std::size_t number)
@@ -186,7 +183,6 @@ private:
     std::vector<std::uint8_t> __types;
     std::vector<std::size_t> __sizes;
     std::vector<std::uint8_t> __data;
-    std::vector<bool> __specified;
     std::size_t __repeatCount = 0;
 };
 

@@ -71,10 +71,9 @@ struct GoldenPayload {
 struct GoldenBytes {
     std::vector<std::uint8_t> info;  ///< the description
     std::vector<std::uint8_t> data;
-    std::vector<bool> specified;  ///< for each byte of data; others are what is left of text slots
 };
 
-/** Packs a payload whose keys and texts fit their slots. Bytes that nothing specifies are zero. */
+/** Packs a payload whose keys and texts fit their slots. What is left of a slot is zero. */
 GoldenBytes encode(const GoldenPayload& payload);
 
 /** The payloads that the files hold: every layout, every kind, and the extremes of both. */

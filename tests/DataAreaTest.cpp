@@ -1,0 +1,182 @@
+// What every byte of a data area holds, and that there are as many as its description says.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "AllocationFailure.h"
+#include "LogCapture.h"
+#include "OxSerializer.h"
+#include "OxStatus.h"
+
+namespace oxil::test {
+namespace {
+
+using testing::ElementsAre;
+
+using Bytes = std::vector<std::uint8_t>;
+
+constexpr std::uint8_t UNTOUCHED = 0xA5;
+
+KeyValues recordOf(const std::vector<KeyValue>& entries)
+{
+    KeyValues record;
+    for (const KeyValue& entry : entries) {
+        EXPECT_EQ(record.add(entry), STATUS_SUCCESS);
+    }
+    return record;
+}
+
+Bytes bytesOf(const SerializedData& data)
+{
+    const auto* first = static_cast<const std::uint8_t*>(data.getData());
+    return first != nullptr ? Bytes(first, first + data.getTotalDataSize()) : Bytes();
+}
+
+struct Piece {
+    std::size_t offset;
+    std::string bytes;
+};
+
+/** So many zeros, but for these pieces. */
+Bytes zerosBut(std::size_t size, const std::vector<Piece>& pieces)
+{
+    Bytes bytes(size);
+    for (const Piece& piece : pieces) {
+        std::memcpy(&bytes.at(piece.offset), piece.bytes.data(), piece.bytes.size());
+    }
+    return bytes;
+}
+
+// Numbers with the same bytes on every host.
+constexpr int ONES = 0x01010101;
+constexpr int TWOS = 0x02020202;
+const std::string ONES_BYTES(4, 1);
+const std::string TWOS_BYTES(4, 2);
+
+// ---- Bytes that nothing is written to -----------------------------------------------------------
+
+TEST(DataAreaTest, WhatIsLeftOfASlotIsZero)
+{
+    const DirtyMemory dirty;
+    SerializedData data;
+
+    ASSERT_EQ(recordOf({KeyValue("id", ONES), KeyValue("name", "ok")}).serialize(data),
+              STATUS_SUCCESS);
+
+    EXPECT_EQ(bytesOf(data),
+              zerosBut(772, {{0, "id"}, {256, ONES_BYTES}, {260, "name"}, {516, "ok"}}));
+}
+
+TEST(DataAreaTest, WhatIsLeftOfASlotInTheCallersBufferIsZero)
+{
+    const KeyValue entry("id", std::string("ok\0hidden", 9));
+    Bytes one(514, UNTOUCHED);
+    Bytes several(514, UNTOUCHED);
+
+    EXPECT_EQ(entry.copySerializedData(&one[1]), 512);
+    EXPECT_EQ(recordOf({entry}).copySerializedData(&several[1]), 512);
+
+    Bytes expected = zerosBut(514, {{1, "id"}, {257, "ok"}});
+    expected.front() = expected.back() = UNTOUCHED;
+    EXPECT_EQ(one, expected);
+    EXPECT_EQ(several, expected);
+}
+
+TEST(DataAreaTest, RawBytesOfATextAreNoMoreThanTheText)
+{
+    Bytes bytes(256, UNTOUCHED);
+
+    EXPECT_EQ(Variant("ok").toRaw(bytes.data(), 256), 256);
+
+    Bytes expected(256, UNTOUCHED);
+    std::memcpy(expected.data(), "ok", 3);
+    EXPECT_EQ(bytes, expected);
+}
+
+TEST(DataAreaTest, WhatASecondRecordDoesNotFillIsZero)
+{
+    const DirtyMemory dirty;
+    SerializedData data;
+    ASSERT_EQ(KeyValue("first", ONES).serialize(data), STATUS_SUCCESS);
+
+    ASSERT_EQ(KeyValue("second", TWOS).serialize(data), STATUS_SUCCESS);
+
+    EXPECT_EQ(bytesOf(data), zerosBut(520, {{0, "second"}, {256, TWOS_BYTES}}));
+}
+
+TEST(DataAreaTest, WhatASecondCallDoesNotFillIsZero)
+{
+    const DirtyMemory dirty;
+    SerializedData data;
+    ASSERT_EQ(Serializer::serialize("first", std::vector<Variant>{ONES}, data), STATUS_SUCCESS);
+
+    ASSERT_EQ(Serializer::serialize("second", std::vector<Variant>{TWOS}, data), STATUS_SUCCESS);
+
+    EXPECT_EQ(bytesOf(data), zerosBut(520, {{0, "second"}, {256, TWOS_BYTES}}));
+}
+
+TEST(DataAreaTest, WhatLaterRecordsOfOneShapeDoNotFillIsZero)
+{
+    const DirtyMemory dirty;
+    const std::vector<KeyValues> records = {recordOf({KeyValue("first", "text")}),
+                                            recordOf({KeyValue("second", ONES)}), KeyValues()};
+    SerializedData data;
+
+    ASSERT_EQ(Serializer::serialize(records, data, REPEATABLE), STATUS_SUCCESS);
+
+    EXPECT_EQ(bytesOf(data),
+              zerosBut(3 * 512, {{0, "first"}, {256, "text"}, {512, "second"}, {768, ONES_BYTES}}));
+}
+
+TEST(DataAreaTest, WhatAnEntryWithoutValueDoesNotFillIsZero)
+{
+    const DirtyMemory dirty;
+    SerializedData data;
+    data.setRepeatCount(0, 2);
+    LogCapture log;
+
+    ASSERT_EQ(KeyValue("key", Variant()).serialize(data), STATUS_SUCCESS);
+
+    EXPECT_EQ(bytesOf(data), zerosBut(512, {{0, "key"}}));
+}
+
+TEST(DataAreaTest, TheSlotOfATextThatIsTooLongIsZeroWhereNothingElseLands)
+{
+    const DirtyMemory dirty;
+    const std::string tooLong(257, 'x');
+    LogCapture log;
+
+    SerializedData entry;
+    ASSERT_EQ(KeyValue("key", tooLong).serialize(entry), STATUS_SUCCESS);
+    EXPECT_EQ(bytesOf(entry), zerosBut(512, {{0, "key"}}));
+
+    SerializedData record;
+    ASSERT_EQ(recordOf({KeyValue("key", tooLong), KeyValue("next", ONES)}).serialize(record),
+              STATUS_SUCCESS);
+    EXPECT_EQ(bytesOf(record), zerosBut(772, {{0, "key"}, {255, "next"}, {511, ONES_BYTES}}));
+
+    SerializedData call;
+    ASSERT_EQ(Serializer::serialize("m", {ONES, tooLong}, "extra", call), STATUS_SUCCESS);
+    EXPECT_EQ(bytesOf(call), zerosBut(772, {{0, "m"}, {256, ONES_BYTES}, {259, "extra"}}));
+}
+
+TEST(DataAreaTest, ATextThatIsTooLongTakesNothingFromWhatIsInFrontOfIt)
+{
+    const DirtyMemory dirty;
+    const std::string tooLong(257, 'x');
+    SerializedData call;
+    LogCapture log;
+
+    ASSERT_EQ(Serializer::serialize("m", {ONES, tooLong, tooLong}, call), STATUS_SUCCESS);
+
+    EXPECT_EQ(bytesOf(call), zerosBut(772, {{0, "m"}, {256, ONES_BYTES}}));
+}
+
+}  // namespace
+}  // namespace oxil::test
