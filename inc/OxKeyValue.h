@@ -146,6 +146,8 @@ public:
     /**
      * Describes this entry in block 0 of @p data and gives it a newly allocated buffer.
      *
+     * The buffer has the size of all blocks: what is described in others is there as well, and zero.
+     *
      * Type entries are appended, so @p data should be fresh: serializing a second time into the
      * same object leaves a description twice as long, and a buffer of that size of which the first
      * half is written and the second is zero. A value of kind VARIANT_TYPE_NONE can't be described;
@@ -153,7 +155,8 @@ public:
      *
      * @return STATUS_SUCCESS; STATUS_INVALID_STATE after logging "Invalid data size (%d).";
      *         STATUS_OUT_OF_MEMORY after logging "Memory allocation failed.". After a failure the
-     *         type entries stay and the buffer is the one it was.
+     *         type entries stay and @p data has no buffer: the one that it had would be too short
+     *         for them. A borrowed one is forgotten and stays with its owner.
      */
     int serialize(SerializedData& data) const;
 

@@ -9,6 +9,10 @@
 
 namespace oxil {
 
+namespace internal {
+class NewDataArea;
+}  // namespace internal
+
 /** Overload tag: asks for the repeating form of an operation. Its value is never looked at. */
 enum Repeatable : std::int32_t { REPEATABLE = 0 };
 
@@ -56,6 +60,11 @@ static_assert(offsetof(SerializationInfo, typeSizes) == 10064, "fixed place");
  * them over with setData(void*, TransferOwnership); Serializer does all of that. A reader builds an
  * object from the description it received, lends it the bytes with setData(const void*) and calls
  * getValues().
+ *
+ * @warning Description and data area are two things. What describes more (addType(),
+ * setBlockCount(), setRepeatCount(), setSerializationInfo(), setSerializedDataInfo() of a record)
+ * doesn't make a data area longer that is there already: give a new one before anything is read or
+ * sent. Serializer and the serialize() members always do, or leave none.
  *
  * A bad block below is one that is negative, not less than getBlockCount(), or not less than
  * MAX_BLOCK_COUNT; it is logged as "Invalid parameter (%d)." with its number.
@@ -255,13 +264,15 @@ public:
     const std::vector<Variant>* getValues() const;
 
 private:
-    friend class KeyValues;  // describes its entries in one go
+    friend class KeyValues;              // describes its entries in one go
+    friend class internal::NewDataArea;  // drops data that is shorter than the description
 
     using Release = void (*)(void*);
 
     bool __isValidBlock(int block) const;
     int __getOffset(int block) const;
     void __replaceData(void* data, bool owned);
+    OXIL_LOCAL void __dropData() noexcept;
 
     SerializationInfo* __info;
     Release __release;

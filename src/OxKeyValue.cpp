@@ -1,7 +1,5 @@
 #include "OxKeyValue.h"
 
-#include <algorithm>
-
 #include "OxDataArea.h"
 #include "OxLog.h"
 #include "OxNewDataArea.h"
@@ -84,6 +82,7 @@ int KeyValue::copySerializedData(void* destination, int size) const
 
 int KeyValue::serialize(SerializedData& data) const
 {
+    internal::NewDataArea area(data);
     setSerializedDataInfo(data);
 
     const int size = data.getDataSize();
@@ -92,13 +91,11 @@ int KeyValue::serialize(SerializedData& data) const
         return STATUS_INVALID_STATE;
     }
     // A description that was refused may be smaller than what is written all the same.
-    internal::NewDataArea area(
-        data, static_cast<long long>(std::max(static_cast<std::size_t>(size), __getSpace())));
-    if (area.get() == nullptr) {
+    if (!area.allocate(static_cast<long long>(__getSpace()))) {
         OX_ERROR("Memory allocation failed.");
         return STATUS_OUT_OF_MEMORY;
     }
-    return area.handOver(static_cast<std::size_t>(copySerializedData(area.get())));
+    return area.handOver(static_cast<std::size_t>(copySerializedData(area.begin())));
 }
 
 int KeyValue::deserialize(const SerializedData& data, int block)

@@ -1,6 +1,5 @@
 #include "OxKeyValues.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "OxDataArea.h"
@@ -316,6 +315,7 @@ int KeyValues::copySerializedData(void* destination, int size) const
 
 int KeyValues::serialize(SerializedData& data) const
 {
+    internal::NewDataArea area(data);
     setSerializedDataInfo(data);
 
     const int size = data.getDataSize();
@@ -325,13 +325,11 @@ int KeyValues::serialize(SerializedData& data) const
     }
     // A description that was refused, or added to one of a stranger, may promise less than what is
     // written.
-    internal::NewDataArea area(
-        data, static_cast<long long>(std::max(static_cast<std::size_t>(size), __getSpace())));
-    if (area.get() == nullptr) {
+    if (!area.allocate(static_cast<long long>(__getSpace()))) {
         OX_ERROR("Memory allocation failed.");
         return STATUS_OUT_OF_MEMORY;
     }
-    return area.handOver(static_cast<std::size_t>(copySerializedData(area.get())));
+    return area.handOver(static_cast<std::size_t>(copySerializedData(area.begin())));
 }
 
 int KeyValues::deserialize(const SerializedData& data, int block)

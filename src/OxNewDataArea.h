@@ -12,37 +12,62 @@
 
 namespace oxil::internal {
 
-/** The data area that a SerializedData is about to get. */
+/**
+ * The data area that a SerializedData is about to get; made before the first type is added.
+ *
+ * If it is not handed over, the target is left without data: what it had may be shorter than what
+ * its description says by then.
+ */
 class NewDataArea {
 public:
-    /** Allocates what @p target describes, or @p space bytes if those are more. */
-    NewDataArea(SerializedData& target, long long space)
-        : __target(target),
-          // At least one byte: an empty payload succeeds also where malloc(0) gives a null pointer.
-          __size(std::max({static_cast<long long>(target.getTotalDataSize()), space, 1LL})),
-          // What doesn't fit an int can't be described, and no memory is asked for it.
-          __memory(__size <= INT_MAX ? std::malloc(static_cast<std::size_t>(__size)) : nullptr,
-                   std::free)
+    explicit NewDataArea(SerializedData& target) noexcept
+        : __target(target), __size(0), __memory(nullptr, std::free)
     {
     }
 
-    /** Where it starts; null if there is no memory. */
-    void* get() const noexcept { return __memory.get(); }
+    ~NewDataArea()
+    {
+        if (!__handedOver) {
+            __target.__dropData();
+        }
+    }
 
-    std::size_t size() const noexcept { return static_cast<std::size_t>(__size); }
+    NewDataArea(const NewDataArea&) = delete;
+    NewDataArea& operator=(const NewDataArea&) = delete;
+
+    /** Allocates what is described by now, of all blocks, or @p space bytes if those are more;
+     *  false if there is no memory. */
+    bool allocate(long long space) noexcept
+    {
+        // At least one byte: an empty payload succeeds also where malloc(0) gives a null pointer.
+        // What doesn't fit an int can't be described, and no memory is asked for it.
+        const long long size =
+            std::max({static_cast<long long>(__target.getTotalDataSize()), space, 1LL});
+        if (size <= INT_MAX) {
+            __size = static_cast<std::size_t>(size);
+            __memory.reset(std::malloc(__size));
+        }
+        return __memory != nullptr;
+    }
+
+    char* begin() const noexcept { return static_cast<char*>(__memory.get()); }
+
+    std::size_t size() const noexcept { return __size; }
 
     /** Gives it to the target; what is behind the first @p written bytes is zero then. */
     int handOver(std::size_t written)
     {
         // What memory held before must not leave the process.
-        std::memset(static_cast<char*>(__memory.get()) + written, 0, size() - written);
+        std::memset(begin() + written, 0, __size - written);
+        __handedOver = true;
         return __target.setData(__memory.release(), TRANSFER_OWNERSHIP);
     }
 
 private:
     SerializedData& __target;
-    long long __size;
+    std::size_t __size;
     std::unique_ptr<void, void (*)(void*)> __memory;
+    bool __handedOver = false;
 };
 
 }  // namespace oxil::internal

@@ -175,9 +175,7 @@ SerializedData::~SerializedData()
     for (std::vector<Variant>& values : __values) {
         std::vector<Variant>().swap(values);
     }
-    if (__ownsData) {
-        __release(__data);
-    }
+    __dropData();
     delete descriptionOf(__info);
 }
 
@@ -517,6 +515,16 @@ void SerializedData::__replaceData(void* data, bool owned)
     if (previous != nullptr) {
         __release(previous);
     }
+}
+
+/** Releases the data area if it is owned, and forgets it in any case. */
+void SerializedData::__dropData() noexcept
+{
+    if (__ownsData) {
+        __release(__data);
+    }
+    __data = nullptr;
+    __ownsData = false;
 }
 
 }  // namespace oxil

@@ -23,7 +23,7 @@ namespace {
  */
 class Writer {
 public:
-    Writer(void* buffer, std::size_t size) : __buffer(static_cast<char*>(buffer)), __size(size) {}
+    Writer(char* buffer, std::size_t size) : __buffer(buffer), __size(size) {}
 
     /** Whether everything has found room so far. */
     bool isComplete() const { return __complete; }
@@ -248,6 +248,7 @@ template <typename Describe, typename Write>
 int serialize(SerializedData& data, int blockCount, const Describe& describe,
               const long long& space, const Write& write)
 {
+    internal::NewDataArea area(data);
     data.setBlockCount(blockCount);
 
     int r = describe();
@@ -260,13 +261,12 @@ int serialize(SerializedData& data, int blockCount, const Describe& describe,
         return r;
     }
 
-    internal::NewDataArea area(data, space);
-    if (area.get() == nullptr) {
+    if (!area.allocate(space)) {
         OX_ERROR("Memory allocation failed.");
         return STATUS_OUT_OF_MEMORY;
     }
 
-    Writer writer(area.get(), area.size());
+    Writer writer(area.begin(), area.size());
     r = write(writer);
     if (r != STATUS_SUCCESS || !writer.isComplete()) {
         OX_ERROR("Invalid state.");

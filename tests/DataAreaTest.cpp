@@ -6,10 +6,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
 #include "AllocationFailure.h"
+#include "FreeObserver.h"
 #include "LogCapture.h"
 #include "OxSerializer.h"
 #include "OxStatus.h"
@@ -176,6 +178,100 @@ TEST(DataAreaTest, ATextThatIsTooLongTakesNothingFromWhatIsInFrontOfIt)
     ASSERT_EQ(Serializer::serialize("m", {ONES, tooLong, tooLong}, call), STATUS_SUCCESS);
 
     EXPECT_EQ(bytesOf(call), zerosBut(772, {{0, "m"}, {256, ONES_BYTES}}));
+}
+
+// ---- As many bytes as are described -------------------------------------------------------------
+
+TEST(DataAreaTest, ASingleRecordComesWithTheBytesOfAllBlocks)
+{
+    for (const bool whole : {false, true}) {
+        const DirtyMemory dirty;
+        const KeyValue entry("key", ONES);
+        SerializedData data(3);
+        ASSERT_EQ(data.addType(1, VARIANT_TYPE_STRING), STATUS_SUCCESS);
+        ASSERT_EQ(data.addType(2, VARIANT_TYPE_INT), STATUS_SUCCESS);
+        data.setRepeatCount(2, 1000);
+
+        ASSERT_EQ(whole ? recordOf({entry}).serialize(data) : entry.serialize(data),
+                  STATUS_SUCCESS);
+
+        EXPECT_EQ(bytesOf(data), zerosBut(260 + 256 + 4000, {{0, "key"}, {256, ONES_BYTES}}));
+        ASSERT_NE(data.getValues(2), nullptr);
+        EXPECT_EQ(*data.getValues(2), std::vector<Variant>(1000, Variant(0)));
+    }
+}
+
+/** A way to fail at serializing into an object that has 260 bytes of data. */
+struct Failure {
+    const char* name;
+    std::function<int(SerializedData&)> serialize;
+    int result;
+};
+
+std::vector<Failure> failures()
+{
+    const auto outOfMemory = [](const std::function<int(SerializedData&)>& serialize) {
+        return [serialize](SerializedData& data) {
+            const AllocationFailure failure(Allocation::Malloc);
+            return serialize(data);
+        };
+    };
+    static const KeyValue ENTRY("next", ONES);
+    static const KeyValues RECORD = recordOf({ENTRY});
+    static const std::vector<Variant> PARAMS = {ONES, Variant()};
+    return {
+        {"entry", outOfMemory([](SerializedData& data) { return ENTRY.serialize(data); }),
+         STATUS_OUT_OF_MEMORY},
+        {"record", outOfMemory([](SerializedData& data) { return RECORD.serialize(data); }),
+         STATUS_OUT_OF_MEMORY},
+        {"list", outOfMemory([](SerializedData& data) {
+             return Serializer::serialize(std::vector<KeyValues>{RECORD}, data);
+         }),
+         STATUS_OUT_OF_MEMORY},
+        {"call", [](SerializedData& data) { return Serializer::serialize("m", PARAMS, data); },
+         STATUS_INVALID_PARAMETER},
+    };
+}
+
+TEST(DataAreaTest, AfterAFailureNothingIsReadByTheNewDescriptionFromTheOldData)
+{
+    for (const Failure& failure : failures()) {
+        SCOPED_TRACE(failure.name);
+        SerializedData data;
+        ASSERT_EQ(KeyValue("old", ONES).serialize(data), STATUS_SUCCESS);
+        const FreeObserver observer(data.getData());
+        LogCapture log;
+
+        const int result = failure.serialize(data);
+        const int freed = observer.count();
+
+        EXPECT_EQ(result, failure.result);
+        EXPECT_EQ(freed, 1);
+        EXPECT_GT(data.getTotalDataSize(), 260);
+        EXPECT_EQ(data.getData(), nullptr);
+        log.clear();
+        EXPECT_EQ(data.getValues(0), nullptr);
+        EXPECT_THAT(log.lines(), ElementsAre(Logged("getValues", "__data is nullptr.")));
+    }
+}
+
+TEST(DataAreaTest, AfterAFailureBorrowedDataIsForgottenAndStaysWithItsOwner)
+{
+    for (const Failure& failure : failures()) {
+        SCOPED_TRACE(failure.name);
+        const std::vector<char> owned(260);
+        SerializedData data;
+        ASSERT_EQ(data.setData(owned.data()), STATUS_SUCCESS);
+        const FreeObserver observer(owned.data());
+        LogCapture log;
+
+        const int result = failure.serialize(data);
+        const int freed = observer.count();
+
+        EXPECT_EQ(result, failure.result);
+        EXPECT_EQ(freed, 0);
+        EXPECT_EQ(data.getData(), nullptr);
+    }
 }
 
 }  // namespace
