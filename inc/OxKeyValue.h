@@ -135,7 +135,11 @@ public:
     int copySerializedData(void* destination) const;
 
     /**
-     * The same with a check of the space before anything is written.
+     * The same with a check of the space before anything is written; nothing is written beyond it.
+     *
+     * A value of kind VARIANT_TYPE_NONE counts -1 here, too, so that 255 bytes are enough for its
+     * entry: they get the key's slot without its last byte, which is the NUL of a key of 255
+     * characters.
      *
      * @param size  bytes available
      * @return as above; STATUS_FAILURE after logging "data is nullptr.", "Invalid size( %d)" for a

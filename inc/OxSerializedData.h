@@ -77,7 +77,7 @@ static_assert(offsetof(SerializationInfo, typeSizes) == 10064, "fixed place");
  * must not even read one object at the same time.
  *
  * @par Exceptions
- * None of its own. Decoding may throw `std::bad_alloc`.
+ * None of its own. Decoding may throw `std::bad_alloc`; the block is then as undecoded as before.
  */
 class OXIL_API SerializedData {
 public:

@@ -1,5 +1,7 @@
 #include "OxKeyValue.h"
 
+#include <cstring>
+
 #include "OxDataArea.h"
 #include "OxLog.h"
 #include "OxNewDataArea.h"
@@ -76,6 +78,13 @@ int KeyValue::copySerializedData(void* destination, int size) const
     if (size < needed) {
         OX_ERROR("Invalid checkSize (%d) size( %d)", needed, size);
         return STATUS_FAILURE;
+    }
+    if (static_cast<std::size_t>(size) < internal::TEXT_SLOT_SIZE) {
+        // A value that can't be written counts -1, and so makes do with less than the key's slot.
+        char entry[2 * internal::TEXT_SLOT_SIZE];
+        const int copied = copySerializedData(entry);
+        std::memcpy(destination, entry, static_cast<std::size_t>(size));
+        return copied;
     }
     return copySerializedData(destination);
 }

@@ -458,31 +458,37 @@ unsigned int SerializedData::getContextId() const
     const std::int32_t* sizes = __info->typeSizes[block];
     const long long total =
         static_cast<long long>(typeCount) * std::max(__info->repeatCount[block], 1);
-    if (total > 0) {
-        values.reserve(static_cast<std::size_t>(std::min(total, MOST_RESERVED_VALUES)));
-    }
+    try {
+        if (total > 0) {
+            values.reserve(static_cast<std::size_t>(std::min(total, MOST_RESERVED_VALUES)));
+        }
 
-    // A number, because only a number can come out as null by going on.
-    std::uintptr_t place = reinterpret_cast<std::uintptr_t>(start);
-    for (long long left = total; left > 0;) {
-        for (int k = 0; k < typeCount; ++k) {
-            const int size = sizes[k];
-            if (size < 1) {
-                OX_ERROR("Invalid copySize (%d).", size);
-                return nullptr;
-            }
-            if (decode(types[k], reinterpret_cast<const void*>(place),
-                       static_cast<std::size_t>(size), values)) {
-                place += static_cast<std::uintptr_t>(size);
-            } else {
-                OX_ERROR("Invalid type (%d).", types[k]);
-            }
-            --left;
-            if (place == 0 && left > 0) {
-                OX_ERROR("ptr is nullptr.");
-                return nullptr;
+        // A number, because only a number can come out as null by going on.
+        std::uintptr_t place = reinterpret_cast<std::uintptr_t>(start);
+        for (long long left = total; left > 0;) {
+            for (int k = 0; k < typeCount; ++k) {
+                const int size = sizes[k];
+                if (size < 1) {
+                    OX_ERROR("Invalid copySize (%d).", size);
+                    return nullptr;
+                }
+                if (decode(types[k], reinterpret_cast<const void*>(place),
+                           static_cast<std::size_t>(size), values)) {
+                    place += static_cast<std::uintptr_t>(size);
+                } else {
+                    OX_ERROR("Invalid type (%d).", types[k]);
+                }
+                --left;
+                if (place == 0 && left > 0) {
+                    OX_ERROR("ptr is nullptr.");
+                    return nullptr;
+                }
             }
         }
+    } catch (...) {
+        // The next call would take what is there for the whole.
+        values.clear();
+        throw;
     }
     return &values;
 }

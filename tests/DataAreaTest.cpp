@@ -180,6 +180,25 @@ TEST(DataAreaTest, ATextThatIsTooLongTakesNothingFromWhatIsInFrontOfIt)
     EXPECT_EQ(bytesOf(call), zerosBut(772, {{0, "m"}, {256, ONES_BYTES}}));
 }
 
+// ---- Bytes behind the end ------------------------------------------------------------------------
+
+TEST(DataAreaTest, TheCheckedCopyOfAnEntryWithoutValueStopsAtTheSize)
+{
+    for (const std::size_t length : {2u, 254u, 255u, 256u, 300u}) {
+        SCOPED_TRACE(length);
+        const std::string key(length, 'k');
+        Bytes bytes(256, UNTOUCHED);
+        LogCapture log;
+
+        EXPECT_EQ(KeyValue(key, Variant()).copySerializedData(bytes.data(), 255), 255);
+
+        Bytes expected = zerosBut(256, {{0, key.substr(0, 255)}});
+        expected.back() = UNTOUCHED;
+        EXPECT_EQ(bytes, expected);
+        EXPECT_THAT(log.lines(), ElementsAre(Logged("toRaw", "Invalid type (0).")));
+    }
+}
+
 // ---- As many bytes as are described -------------------------------------------------------------
 
 TEST(DataAreaTest, ASingleRecordComesWithTheBytesOfAllBlocks)

@@ -1082,6 +1082,43 @@ TEST(SerializedDataTest, AnEntryWithoutSizeEndsDecodingAndKeepsWhatWasBeforeIt)
     }
 }
 
+TEST(SerializedDataTest, ABlockWhoseDecodingRanOutOfMemoryIsDecodedAnew)
+{
+    // Long enough for memory of their own, and more than are reserved at once.
+    const std::string text(100, 't');
+    SerializedData data;
+    ASSERT_EQ(data.addType(VARIANT_TYPE_STRING, 101), STATUS_SUCCESS);
+    for (const int count : {10, 70000}) {
+        SCOPED_TRACE(count);
+        data.setRepeatCount(0, count);
+        const std::size_t size = static_cast<std::size_t>(count) * 101;
+        Bytes bytes(size + 256);
+        for (std::size_t i = 0; i < size; ++i) {
+            bytes[i] = i % 101 < 100 ? 't' : 0;
+        }
+        for (const int nth : {1, 2, 5, count, count + 1}) {
+            SCOPED_TRACE(nth);
+            SerializedData received(data.getSerializationInfo());
+            ASSERT_EQ(received.setData(bytes.data()), STATUS_SUCCESS);
+            bool thrown = false;
+            {
+                const AllocationFailure failure(Allocation::ThrowingNew, nth);
+                try {
+                    received.getValues();
+                } catch (const std::bad_alloc&) {
+                    thrown = true;
+                }
+                EXPECT_TRUE(failure.happened());
+            }
+            EXPECT_TRUE(thrown);
+
+            ASSERT_NE(received.getValues(), nullptr);
+            EXPECT_EQ(received.getValues()->size(), static_cast<std::size_t>(count));
+            EXPECT_EQ(received.getValues()->back(), Variant(text));
+        }
+    }
+}
+
 TEST(SerializedDataTest, AFailureAtTheFirstEntryComesBackEachTime)
 {
     SerializationInfo info = described({{{VARIANT_TYPE_INT, 4}}});
