@@ -253,8 +253,12 @@ public:
      * The value as text; every kind has one.
      *
      * NONE gives "null", integers their decimal digits, BOOL "1" or "0", FLOAT and DOUBLE six
-     * decimals as `printf("%f")` writes them (with the decimal point of the process's
-     * `LC_NUMERIC`, and cut to 255 characters), STRING a copy of the text, whatever its length.
+     * decimals as `printf("%f")` writes them, STRING a copy of the text, whatever its length.
+     *
+     * The decimal point is that of the process's `LC_NUMERIC`, the last digit is rounded as the
+     * thread's floating-point environment says, and what is longer than 255 characters is cut.
+     *
+     * @note Six decimals are few for a small number: 1e-9 becomes "0.000000".
      */
     std::string toString() const;
 

@@ -1,6 +1,7 @@
 #include "OxVariant.h"
 
 #include <algorithm>
+#include <cfenv>
 #include <charconv>
 #include <cstdio>
 #include <cstring>
@@ -45,8 +46,9 @@ constexpr std::size_t TEXT_SIZE = 256;
 std::string toSixDecimals(double value)
 {
     char digits[TEXT_SIZE];
-    // The same digits in a quarter of the time, where the locale's decimal point is a point.
-    if (std::strcmp(nl_langinfo(RADIXCHAR), ".") == 0) {
+    // The same digits in a quarter of the time, where numbers are rounded to the nearest and the
+    // locale's decimal point is a point.
+    if (std::fegetround() == FE_TONEAREST && std::strcmp(nl_langinfo(RADIXCHAR), ".") == 0) {
         const std::to_chars_result end =
             std::to_chars(digits, digits + sizeof digits - 1, value, std::chars_format::fixed, 6);
         if (end.ec == std::errc()) {

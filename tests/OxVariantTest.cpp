@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cfenv>
 #include <cfloat>
 #include <climits>
 #include <cmath>
@@ -545,6 +546,53 @@ TEST(VariantTest, NumbersAsTextFollowTheDecimalPointOfTheLocale)
     EXPECT_EQ(Variant(1234567).toString(), "1234567");
     EXPECT_EQ(Variant(1234567890123LL).toString(), "1234567890123");
     EXPECT_EQ(Variant("1.5").toString(), "1.5");
+}
+
+TEST(VariantTest, SixDecimalsHideWhatIsSmaller)
+{
+    EXPECT_EQ(Variant(1e-9).toString(), "0.000000");
+    EXPECT_EQ(Variant(-1e-9).toString(), "-0.000000");
+    EXPECT_EQ(Variant(0.12345678).toString(), "0.123457");
+}
+
+// Numbers are rounded in this direction while this lives.
+class Rounding {
+public:
+    explicit Rounding(int direction) : __before(std::fegetround()) { std::fesetround(direction); }
+    ~Rounding() { std::fesetround(__before); }
+
+    Rounding(const Rounding&) = delete;
+    Rounding& operator=(const Rounding&) = delete;
+
+private:
+    int __before;
+};
+
+TEST(VariantTest, NumbersAsTextAreRoundedAsTheProcessRounds)
+{
+    const struct {
+        int direction;
+        std::vector<std::string> texts;
+    } cases[] = {
+        {FE_TONEAREST, {"0.333333", "-0.666667", "0.000000", "-0.000000", "0.100000"}},
+        {FE_UPWARD, {"0.333334", "-0.666666", "0.000001", "-0.000000", "0.100001"}},
+        {FE_DOWNWARD, {"0.333333", "-0.666667", "0.000000", "-0.000001", "0.100000"}},
+        {FE_TOWARDZERO, {"0.333333", "-0.666666", "0.000000", "-0.000000", "0.100000"}},
+    };
+
+    for (const auto& [direction, texts] : cases) {
+        SCOPED_TRACE(direction);
+        const std::vector<Variant> values = {Variant(1.0 / 3), Variant(-2.0 / 3), Variant(1e-9),
+                                             Variant(-1e-9), Variant(0.1f)};
+        std::vector<std::string> written;
+        {
+            const Rounding rounding(direction);
+            for (const Variant& value : values) {
+                written.push_back(value.toString());
+            }
+        }
+        EXPECT_EQ(written, texts);
+    }
 }
 
 // Writes the raw form at every alignment, between guard bytes, onto two backgrounds, and expects
