@@ -23,7 +23,8 @@ class SerializedData;
  * No shared state, no locks. One instance belongs to one thread at a time.
  *
  * @par Exceptions
- * None of its own. Copying texts may throw `std::bad_alloc`.
+ * None of its own. Copying texts may throw `std::bad_alloc`; what was to be replaced is then as it
+ * was.
  */
 class OXIL_API KeyValue {
 public:
@@ -66,8 +67,7 @@ public:
     KeyValue& operator=(const KeyValue& other)
     {
         if (this != &other) {
-            __key = other.__key;
-            __value = other.__value;
+            *this = KeyValue(other);
         }
         return *this;
     }

@@ -21,8 +21,7 @@ void KeyValue::set(const std::string& key, const Variant& value)
         OX_ERROR("Invalid parameter");
         return;
     }
-    __key = key;
-    __value = value;
+    *this = KeyValue(key, value);
 }
 
 void KeyValue::setKey(const std::string& key)

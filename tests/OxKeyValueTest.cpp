@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <new>
 #include <string>
 #include <type_traits>
 #include <utility>
@@ -226,6 +227,46 @@ TEST(KeyValueTest, SetWithAnEmptyKeyChangesNothing)
 
     expectEntry(entry, "a", Variant(1));
     EXPECT_THAT(log.lines(), ElementsAre(logged("set", "Invalid parameter")));
+}
+
+// Makes the change once for each allocation that it asks for, and lets that one fail.
+template <typename Change>
+void expectAllOrNothing(const Change& change, const KeyValue& changed)
+{
+    bool happened = true;
+    int failures = 0;
+    for (int nth = 1; happened; ++nth) {
+        SCOPED_TRACE(nth);
+        KeyValue entry("a", Variant(1));
+        bool thrown = false;
+        {
+            const AllocationFailure failure(Allocation::ThrowingNew, nth);
+            try {
+                change(entry);
+            } catch (const std::bad_alloc&) {
+                thrown = true;
+            }
+            happened = failure.happened();
+        }
+        EXPECT_EQ(thrown, happened);
+        failures += thrown;
+        if (thrown) {
+            expectEntry(entry, "a", Variant(1));
+            change(entry);
+        }
+        expectEntry(entry, changed.getKey(), changed.getValue());
+    }
+    EXPECT_EQ(failures, 2) << "the key and the text";
+}
+
+TEST(KeyValueTest, WithoutMemoryNothingChanges)
+{
+    const std::string key = LONG_KEY;
+    const Variant value(LONG_TEXT);
+    const KeyValue source(key, value);
+
+    expectAllOrNothing([&](KeyValue& entry) { entry.set(key, value); }, source);
+    expectAllOrNothing([&](KeyValue& entry) { entry = source; }, source);
 }
 
 TEST(KeyValueTest, SetKeyKeepsTheValue)
