@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <string>
+#include <type_traits>
 #include <utility>
 
 #include "OxExport.h"
@@ -27,13 +28,35 @@ class SerializedData;
  * was.
  */
 class OXIL_API KeyValue {
+    template <typename T>
+    static constexpr bool __isSource()
+    {
+        return std::is_same_v<T, std::string> || std::is_same_v<T, Variant> ||
+               std::is_same_v<T, SerializedData>;
+    }
+
+    template <typename T>
+    static constexpr bool __isCText()
+    {
+        return std::is_pointer_v<T> && std::is_convertible_v<T, const char*>;
+    }
+
 public:
     /** Makes an entry with an empty key and a value of kind VARIANT_TYPE_NONE. */
     KeyValue() noexcept = default;
 
-    /** Makes an entry with this key, unchecked, and a value of kind VARIANT_TYPE_NONE. A literal
-     * could mean a key or a value: write `KeyValue(std::string("name"))`. */
+    /** Makes an entry with this key, unchecked, and a value of kind VARIANT_TYPE_NONE. */
     explicit KeyValue(const std::string& key) : __key(key) {}
+
+    /**
+     * The same for a NUL-terminated key: `KeyValue("name")`.
+     *
+     * @throws std::logic_error  if @p key is null (from `std::string`)
+     */
+    template <typename Key, std::enable_if_t<__isCText<Key>(), int> = 0>
+    explicit KeyValue(Key key) : __key(key)
+    {
+    }
 
     /** Makes an entry with an empty key and a copy of @p value. */
     explicit KeyValue(const Variant& value) : __value(value) {}
@@ -53,6 +76,19 @@ public:
      * A failure is logged and otherwise lost: key and value then stay empty.
      */
     explicit KeyValue(const SerializedData& data);
+
+    /**
+     * The same as the explicit constructor for @p source, a `std::string`, a Variant or a
+     * SerializedData, so that none need be named: `KeyValue entry = data;`,
+     * `record.isIncluded(key)`.
+     *
+     * For these very types only. What merely converts to one of them may be meant otherwise:
+     * `Serializer::serialize({&record}, data)` packs a list of records.
+     */
+    template <typename Source, std::enable_if_t<__isSource<Source>(), int> = 0>
+    KeyValue(const Source& source) : KeyValue(source)
+    {
+    }
 
     /** Copies key and value. */
     KeyValue(const KeyValue& other) = default;

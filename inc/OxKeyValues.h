@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <memory>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "OxExport.h"
@@ -53,6 +54,12 @@ public:
      * A failure is logged and otherwise lost: the record is then empty.
      */
     explicit KeyValues(const SerializedData& data);
+
+    /** The same without being named, `KeyValues record = data;`, for this very type only. */
+    template <typename Data, std::enable_if_t<std::is_same_v<Data, SerializedData>, int> = 0>
+    KeyValues(const Data& data) : KeyValues(data)
+    {
+    }
 
     /** Copies the entries, in their order. */
     KeyValues(const KeyValues& other);

@@ -85,7 +85,7 @@ public:
     SerializedData();
 
     /**
-     * Makes an empty buffer.
+     * Makes an empty buffer. Explicit: the number in `KeyValue(5)` is a value.
      *
      * @param blockCount  at most 4 here (setBlockCount() takes 5), else "Invalid block count (%d)."
      *                    is logged and the count stays 0; zero and negative counts are stored
@@ -93,7 +93,7 @@ public:
     explicit SerializedData(int blockCount);
 
     /** Makes a buffer without data from a description, which is copied and not checked. */
-    explicit SerializedData(const SerializationInfo& info);
+    SerializedData(const SerializationInfo& info);
 
     SerializedData(const SerializedData&) = delete;
     SerializedData& operator=(const SerializedData&) = delete;

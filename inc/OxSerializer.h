@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "OxExport.h"
@@ -58,8 +59,6 @@ namespace oxil {
  */
 class OXIL_API Serializer {
 public:
-    Serializer() = delete;
-
     /** Packs one entry, as KeyValue::serialize() with its results. */
     static int serialize(const KeyValue& entry, SerializedData& data);
 
@@ -73,6 +72,14 @@ public:
      * parameter; for that write `std::vector<Variant>{Variant(1)}`.
      */
     static int serialize(const std::string& key, const Variant& value, SerializedData& data);
+
+    /** The same for a text that is there already, which would convert to a KeyValue as well as to a
+     *  Variant: `serialize({}, text, data)` would also mean a record and an entry. */
+    template <typename Text, std::enable_if_t<std::is_same_v<Text, std::string>, int> = 0>
+    static int serialize(const std::string& key, const Text& value, SerializedData& data)
+    {
+        return serialize(key, Variant(value), data);
+    }
 
     /** Packs a record and one extra entry. */
     static int serialize(const KeyValues& record, const KeyValue& extra, SerializedData& data);

@@ -299,8 +299,10 @@ public:
     /** Tells the constructor below from the others. */
     struct __Slice {};
 
-    /** Makes a value of kind VARIANT_TYPE_STRING in its place; meant for the library itself. */
-    Variant(__Slice, const char* text, std::size_t length)
+    /** Makes a value of kind VARIANT_TYPE_STRING in its place; meant for the library itself. A
+     *  template, because `{}` would do for the tag of a plain one. */
+    template <typename Tag, typename = std::enable_if_t<std::is_same_v<Tag, __Slice>>>
+    Variant(Tag, const char* text, std::size_t length)
         : __type(VARIANT_TYPE_STRING), __text(text, length)
     {
     }

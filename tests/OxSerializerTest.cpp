@@ -590,11 +590,6 @@ TEST_P(SerializerPackTest, LeavesTheApplicationsMarksAlone)
 
 // ---- What is packed comes out -------------------------------------------------------------------
 
-TEST(SerializerTest, CannotBeMade)
-{
-    EXPECT_FALSE(std::is_default_constructible_v<Serializer>);
-}
-
 TEST(SerializerTest, PacksAMethodCallIntoTwoBlocks)
 {
     SerializedData data;

@@ -18,10 +18,6 @@ void copy(const SerializedData& data)
 }
 #endif
 
-#if SERIALIZER_HAS_NO_OBJECTS
-Serializer serializer;
-#endif
-
 #if SCRIPT_PARAMETERS_HAVE_LUA_TYPES
 int call(Script& script)
 {
