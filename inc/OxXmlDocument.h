@@ -4,6 +4,7 @@
 #include <string>
 
 #include "OxExport.h"
+#include "OxPlainFile.h"
 
 struct _xmlDoc;
 
@@ -90,19 +91,30 @@ public:
     /**
      * Writes the document to its output file, which is created or replaced.
      *
-     * Without stylesheet the path is libxml2's to read: percent escapes are resolved ("%20" is a
-     * blank). With one it is a plain path.
-     *
-     * Without stylesheet it is written as indented UTF-8; with one, under the stylesheet's output
-     * settings, and then success does not tell that libxslt saved anything: a full disk, say, goes
-     * unnoticed.
+     * Without stylesheet it is written as indented UTF-8, and the path is libxml2's to read: percent
+     * escapes are resolved ("%20" is a blank), `http:` sends a request, `-` is the standard output.
+     * With one it is written under the stylesheet's output settings, to a plain path; what libxslt
+     * answers is ignored, so that success does not tell that it had something to save.
      *
      * @return STATUS_SUCCESS; STATUS_INVALID_STATE after logging "Invalid state." without output
-     *         file, if the stylesheet was never loaded (the file is empty then), or if saving
-     *         failed, and after logging "fopen is failed" if the file can't be opened for a
-     *         stylesheet
+     *         file, if the stylesheet was never loaded (the file is empty then), or if not all could
+     *         be written, on a full disk, say (the file is incomplete then), and after logging
+     *         "fopen is failed" if the file can't be opened for a stylesheet
      */
     int write();
+
+    /**
+     * Writes the same bytes to the file of exactly this name, which has to be a regular one if it is
+     * there, and reports whatever goes wrong. This is the one for paths from outside.
+     *
+     * @return STATUS_SUCCESS; STATUS_INVALID_STATE after logging
+     *         - "Invalid state." without output file, without native document, or if the stylesheet
+     *           was never loaded: no file is touched then
+     *         - "File open failed : (%s)(%s)" with path and reason, which is EISDIR for a folder, and
+     *           EINVAL or ENXIO for whatever else is no regular file
+     *         - "Invalid state." if not all could be written: the file is incomplete then
+     */
+    int write(PlainFile);
 
     /** The native document, null if there is none; it stays the document's. */
     _xmlDoc* __getNativeDocument() const;

@@ -4,11 +4,13 @@
 #include <libxslt/xsltutils.h>
 
 #include <cstdio>
+#include <cstring>
 #include <new>
 #include <utility>
 
 #include "OxLog.h"
 #include "OxStatus.h"
+#include "OxXmlFile.h"
 #include "OxXmlNode.h"
 #include "OxXmlStyleSheet.h"
 
@@ -16,6 +18,29 @@ namespace oxil {
 namespace {
 
 const xmlChar VERSION[] = "1.0";
+
+struct CloseFile {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+
+using File = std::unique_ptr<std::FILE, CloseFile>;
+
+/** False if something of what was written may not be in the file. */
+bool close(File file)
+{
+    const bool complete = std::fflush(file.get()) == 0 && std::ferror(file.get()) == 0;
+    return std::fclose(file.release()) == 0 && complete;
+}
+
+/** What xmlSaveFormatFileEnc() does, for a file that is open. */
+int save(std::FILE* file, xmlDocPtr document)
+{
+    static const char ENCODING[] = "UTF-8";
+
+    xmlOutputBufferPtr buffer =
+        xmlOutputBufferCreateFile(file, xmlFindCharEncodingHandler(ENCODING));
+    return xmlSaveFormatFileTo(buffer, document, ENCODING, 1);  // and frees the buffer
+}
 
 }  // namespace
 
@@ -97,8 +122,7 @@ int XmlDocument::write()
         return STATUS_INVALID_STATE;
     }
     if (__styleSheet != nullptr) {
-        const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(
-            std::fopen(__outputFilePath.c_str(), "w+"), std::fclose);
+        File file(std::fopen(__outputFilePath.c_str(), "w+"));
         if (file == nullptr) {
             OX_ERROR("fopen is failed");
             return STATUS_INVALID_STATE;
@@ -108,10 +132,40 @@ int XmlDocument::write()
             OX_ERROR("Invalid state.");
             return STATUS_INVALID_STATE;
         }
+        // What libxslt answers is ignored, but not what became of the bytes that it wrote.
         xsltSaveResultToFile(file.get(), __document.get(), native);
+        if (!close(std::move(file))) {
+            OX_ERROR("Invalid state.");
+            return STATUS_INVALID_STATE;
+        }
         return STATUS_SUCCESS;
     }
     if (xmlSaveFormatFileEnc(__outputFilePath.c_str(), __document.get(), "UTF-8", 1) < 0) {
+        OX_ERROR("Invalid state.");
+        return STATUS_INVALID_STATE;
+    }
+    return STATUS_SUCCESS;
+}
+
+int XmlDocument::write(PlainFile)
+{
+    xsltStylesheetPtr styleSheet =
+        __styleSheet != nullptr ? __styleSheet->__getNativeStyleSheet() : nullptr;
+    if (__outputFilePath.empty() || __document == nullptr ||
+        (__styleSheet != nullptr && styleSheet == nullptr)) {
+        OX_ERROR("Invalid state.");
+        return STATUS_INVALID_STATE;
+    }
+    int error = 0;
+    File file(internal::createPlainFile(__outputFilePath, error));
+    if (file == nullptr) {
+        OX_ERROR("File open failed : (%s)(%s)", __outputFilePath.c_str(), std::strerror(error));
+        return STATUS_INVALID_STATE;
+    }
+    const int size = styleSheet != nullptr
+                         ? xsltSaveResultToFile(file.get(), __document.get(), styleSheet)
+                         : save(file.get(), __document.get());
+    if (!close(std::move(file)) || size < 0) {
         OX_ERROR("Invalid state.");
         return STATUS_INVALID_STATE;
     }

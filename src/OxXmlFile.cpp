@@ -9,24 +9,53 @@
 #include <cerrno>
 #include <climits>
 #include <new>
+#include <utility>
 
 namespace oxil::internal {
 namespace {
 
-/** An open file, closed at the end of the scope. */
+/** An open regular file, closed at the end of the scope. */
 class Descriptor {
 public:
-    explicit Descriptor(int number) : __number(number) {}
-    ~Descriptor() { close(__number); }
+    Descriptor(const std::string& path, int flags);
+
+    ~Descriptor()
+    {
+        if (__number != -1) {
+            close(__number);
+        }
+    }
 
     Descriptor(const Descriptor&) = delete;
     Descriptor& operator=(const Descriptor&) = delete;
 
+    /** 0 if the file is open. */
+    int getError() const { return __error; }
+
     int get() const { return __number; }
+
+    /** The file is the caller's to close from here on. */
+    int release() { return std::exchange(__number, -1); }
+
+    const struct stat& getStatus() const { return __status; }
 
 private:
     int __number;
+    int __error = 0;
+    struct stat __status {};
 };
+
+Descriptor::Descriptor(const std::string& path, int flags)
+    // Without O_NONBLOCK the opening of a pipe would wait for its other end.
+    : __number(open(path.c_str(), flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0666))
+{
+    if (__number == -1 || fstat(__number, &__status) != 0) {
+        // So says a 32-bit system of a file that it has no size for.
+        __error = errno == EOVERFLOW ? EFBIG : errno;
+    } else if (!S_ISREG(__status.st_mode)) {
+        __error = S_ISDIR(__status.st_mode) ? EISDIR : EINVAL;
+    }
+}
 
 bool isUnreserved(char c)
 {
@@ -38,21 +67,11 @@ bool isUnreserved(char c)
 
 int readPlainFile(const std::string& path, const PlainFile& file, FileContent& content)
 {
-    // Without O_NONBLOCK the opening of a pipe would wait for somebody who writes.
-    const int number = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-    if (number == -1) {
-        // So says a 32-bit system of a file that it has no size for.
-        return errno == EOVERFLOW ? EFBIG : errno;
+    const Descriptor descriptor(path, O_RDONLY);
+    if (descriptor.getError() != 0) {
+        return descriptor.getError();
     }
-    const Descriptor descriptor(number);
-    struct stat status;
-    if (fstat(descriptor.get(), &status) != 0) {
-        return errno;
-    }
-    if (!S_ISREG(status.st_mode)) {
-        return S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
-    }
-    const auto size = static_cast<unsigned long long>(status.st_size);
+    const auto size = static_cast<unsigned long long>(descriptor.getStatus().st_size);
     if (size > std::min<unsigned long long>(file.limit, INT_MAX)) {  // the parser counts in int
         return EFBIG;
     }
@@ -75,6 +94,23 @@ int readPlainFile(const std::string& path, const PlainFile& file, FileContent& c
         }
     }
     return 0;
+}
+
+std::FILE* createPlainFile(const std::string& path, int& error)
+{
+    Descriptor descriptor(path, O_WRONLY | O_CREAT);
+    error = descriptor.getError();
+    if (error != 0) {
+        return nullptr;
+    }
+    // Not emptied by open(): what is no regular file is left alone.
+    std::FILE* file = ftruncate(descriptor.get(), 0) == 0 ? fdopen(descriptor.get(), "w") : nullptr;
+    if (file == nullptr) {
+        error = errno;
+        return nullptr;
+    }
+    descriptor.release();  // it is the stream's now
+    return file;
 }
 
 xmlDocPtr parsePlainFile(const std::string& path, const PlainFile& file, int& error)

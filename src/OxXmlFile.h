@@ -3,6 +3,7 @@
 #include <libxml/tree.h>
 
 #include <cstddef>
+#include <cstdio>
 #include <memory>
 #include <string>
 
@@ -24,6 +25,14 @@ struct FileContent {
  *         ENOMEM
  */
 int readPlainFile(const std::string& path, const PlainFile& file, FileContent& content);
+
+/**
+ * Makes a regular file, or empties the one there is, for writing.
+ *
+ * @param error  set after a failure, as readPlainFile() would return it
+ * @return null after a failure
+ */
+std::FILE* createPlainFile(const std::string& path, int& error);
 
 /**
  * Parses such a file into a tree. What it refers to is not read, whatever the engine's settings for

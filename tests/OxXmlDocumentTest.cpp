@@ -16,6 +16,7 @@
 
 #include "AllocationFailure.h"
 #include "EngineMessages.h"
+#include "FileCalls.h"
 #include "LogCapture.h"
 #include "OutputFile.h"
 #include "OxStatus.h"
@@ -775,15 +776,45 @@ TEST_F(XmlDocumentWriteTest, WhatLibxsltMakesOfAResultIsIgnored)
     EXPECT_EQ(openFiles(), before) << "the file is closed each time";
 }
 
-TEST_F(XmlDocumentWriteTest, AFullDiskGoesUnnoticedBehindAStyleSheet)
+TEST_F(XmlDocumentWriteTest, AFullDiskIsReportedBehindAStyleSheetToo)
 {
     const EngineMessages messages;
     OutputSettings text("method='text'");
+    const auto before = openFiles();
+    for (const std::size_t length : {std::size_t(1), std::size_t(100000)}) {
+        for (const bool styled : {false, true}) {
+            SCOPED_TRACE(testing::Message() << length << " bytes, styled " << styled);
+            LogCapture log;
+            XmlDocument document(parsed("<a>" + std::string(length, 'x') + "</a>"));
+            if (styled) {
+                document.__setXmlStyleSheet(&text.styleSheet);
+            }
+            document.setOutputFilePath("/dev/full");
+
+            EXPECT_EQ(document.write(), STATUS_INVALID_STATE);
+
+            EXPECT_THAT(log.lines(), ElementsAre(LoggedHere("write", "Invalid state.")));
+        }
+    }
+    EXPECT_EQ(openFiles(), before);
+}
+
+TEST_F(XmlDocumentWriteTest, AFileThatCannotBeClosedIsReported)
+{
+    OutputSettings text("method='text'");
+    LogCapture log;
     XmlDocument document(parsed("<a>text</a>"));
     document.__setXmlStyleSheet(&text.styleSheet);
-    document.setOutputFilePath("/dev/full");
-
-    EXPECT_EQ(document.write(), STATUS_SUCCESS);
+    document.setOutputFilePath(output.path());
+    int result = STATUS_SUCCESS;
+    {
+        FileCalls files;
+        files.failClose();
+        result = document.write();
+        EXPECT_TRUE(files.isEverythingReleased());
+    }
+    EXPECT_EQ(result, STATUS_INVALID_STATE);
+    EXPECT_THAT(log.lines(), ElementsAre(LoggedHere("write", "Invalid state.")));
 }
 
 }  // namespace

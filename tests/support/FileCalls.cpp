@@ -64,13 +64,15 @@ struct FileCallRecorder {
         return current->__readCount.value_or(count);
     }
 
-    static void closed()
+    static int closed(int result)
     {
         note("fclose");
-        if (current != nullptr) {
-            --current->__openFiles;
-            errno = EBADF;
+        if (current == nullptr) {
+            return result;
         }
+        --current->__openFiles;
+        errno = EBADF;
+        return current->__closeFails ? EOF : result;
     }
 };
 
@@ -138,9 +140,7 @@ std::size_t fread(void* buffer, std::size_t size, std::size_t count, std::FILE* 
 int fclose(std::FILE* file)
 {
     static auto* const close = real<decltype(fclose)>("fclose");
-    const int result = close(file);
-    FileCallRecorder::closed();
-    return result;
+    return FileCallRecorder::closed(close(file));
 }
 
 }  // extern "C"

@@ -33,6 +33,9 @@ public:
     /** Makes fread() answer this, although it reads all it is asked for. */
     void setReadCount(std::size_t count) { __readCount = count; }
 
+    /** Makes fclose() answer that it failed, although the file is closed. */
+    void failClose() { __closeFails = true; }
+
     /** In order: "fopen r", "fseek end", "fseek start", "ftell", "fread", "fclose". */
     const std::vector<std::string_view>& calls() const { return __calls; }
 
@@ -49,6 +52,7 @@ private:
     // gets its memory.
     std::vector<std::string_view> __calls;
     int __openFiles = 0;
+    bool __closeFails = false;
     int __seeksUntilFailure = 0;
     int __seekError = 0;
     std::optional<long> __position;
