@@ -96,6 +96,9 @@ public:
      * With one it is written under the stylesheet's output settings, to a plain path; what libxslt
      * answers is ignored, so that success does not tell that it had something to save.
      *
+     * Text that XML can't hold (XmlNode::isText()) and names that are none are written as they are,
+     * and nobody can read the file then.
+     *
      * @return STATUS_SUCCESS; STATUS_INVALID_STATE after logging "Invalid state." without output
      *         file, if the stylesheet was never loaded (the file is empty then), or if not all could
      *         be written, on a full disk, say (the file is incomplete then), and after logging

@@ -116,6 +116,16 @@ public:
     int setContent(const std::string& content);
 
     /**
+     * Whether XML can hold a text, as content or as the value of an attribute.
+     *
+     * It can hold UTF-8 without control characters other than tab and the two of line ends, and
+     * without U+FFFE and U+FFFF. Other text is accepted by setContent() and setAttribute() and
+     * written, but then nobody can read the file, or the text is another one. So ask about text
+     * from outside.
+     */
+    static bool isText(const std::string& text);
+
+    /**
      * Adds a node as the last child, and takes it over.
      *
      * @return STATUS_SUCCESS; STATUS_INVALID_PARAMETER after logging "Invalid parameter." for null;

@@ -30,6 +30,37 @@ bool addContent(xmlNode* node, const xmlChar* content)
 #endif
 }
 
+/** How many bytes the character has that a text begins with; 0 if XML has no such character. */
+std::size_t measureCharacter(const char* text, std::size_t size)
+{
+    static constexpr char32_t SMALLEST[] = {0, 0, 0x80, 0x800, 0x10000};  // of so many bytes
+
+    const auto first = static_cast<unsigned char>(text[0]);
+    if (first < 0x80) {
+        return first >= ' ' || first == '\t' || first == '\n' || first == '\r' ? 1 : 0;
+    }
+    const std::size_t length = first < 0xC0   ? 0
+                               : first < 0xE0 ? 2
+                               : first < 0xF0 ? 3
+                               : first < 0xF8 ? 4
+                                              : 0;
+    if (length == 0 || length > size) {
+        return 0;
+    }
+    char32_t code = first & (0xFFU >> (length + 1));
+    for (std::size_t i = 1; i < length; ++i) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        if ((byte & 0xC0U) != 0x80) {
+            return 0;
+        }
+        code = code << 6 | (byte & 0x3FU);
+    }
+    const bool isCharacter = code >= SMALLEST[length] && code <= 0x10FFFF &&
+                             !(code >= 0xD800 && code <= 0xDFFF) && code != 0xFFFE &&
+                             code != 0xFFFF;
+    return isCharacter ? length : 0;
+}
+
 }  // namespace
 
 XmlNode::XmlNode() : __native(nullptr) {}
@@ -138,6 +169,18 @@ int XmlNode::setContent(const std::string& content)
         return STATUS_OUT_OF_MEMORY;
     }
     return STATUS_SUCCESS;
+}
+
+bool XmlNode::isText(const std::string& text)
+{
+    for (std::size_t i = 0; i < text.size();) {
+        const std::size_t length = measureCharacter(text.data() + i, text.size() - i);
+        if (length == 0) {
+            return false;
+        }
+        i += length;
+    }
+    return true;
 }
 
 int XmlNode::addChild(XmlNode* child)
