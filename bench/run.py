@@ -65,8 +65,8 @@ def run_program(program, arguments, core):
         command = [
             str(program),
             "--benchmark_enable_random_interleaving=true",
-            f"--benchmark_repetitions={3 if arguments.quick else 15}",
-            f"--benchmark_min_time={0.005 if arguments.quick else 0.02}",
+            f"--benchmark_repetitions={1 if arguments.check else 3 if arguments.quick else 15}",
+            f"--benchmark_min_time={0 if arguments.check else 0.005 if arguments.quick else 0.02}",
             f"--benchmark_filter={arguments.only}",
             f"--benchmark_out={report}",
             "--benchmark_out_format=json",
@@ -296,6 +296,9 @@ def parse_arguments():
         "--only", default=".", metavar="REGEX", help="run the benchmarks whose names fit"
     )
     parser.add_argument("--quick", action="store_true", help="fewer and shorter repetitions")
+    parser.add_argument(
+        "--check", action="store_true", help="run each once, for its results alone; no page"
+    )
     arguments = parser.parse_args()
     arguments.for_page = ["--only", arguments.only] * (arguments.only != ".") + [
         "--quick"
@@ -314,6 +317,10 @@ def main():
     for number, program in enumerate(programs, 1):
         tell(f"[{number}/{len(programs)}] {program.name}")
         results[program.name] = medians(run_program(program, arguments, core))
+
+    if arguments.check:
+        tell(f"{sum(map(len, results.values()))} operations give what they should")
+        return
 
     text = page(arguments.build, results, arguments, core)
     print(text)
