@@ -13,6 +13,7 @@
 #include "OxKeyValues.h"
 #include "OxLuaApi.h"
 #include "OxLuaGuard.h"
+#include "OxLuaLimits.h"
 #include "OxLuaScript.h"
 #include "OxNumberParser.h"
 #include "OxPlainFile.h"

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <exception>
 #include <string>
 
@@ -31,12 +32,20 @@ public:
     /** The exception that the error on top of the stack was raised as, or none. */
     std::exception_ptr getException(lua_State* state) const;
 
+    /** How many instructions the innermost call has taken, as far as they are limited; null if there
+     *  is no call. */
+    static std::uint64_t* getInstructions() noexcept
+    {
+        return innermost != nullptr ? &innermost->__instructions : nullptr;
+    }
+
 private:
     static inline ProtectedCall* innermost = nullptr;
 
     std::exception_ptr __exception;
     std::string __message;
     bool __raised;
+    std::uint64_t __instructions = 0;
     ProtectedCall* __outer;
 };
 

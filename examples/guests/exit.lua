@@ -1,0 +1,3 @@
+-- Ends the process.
+
+os.exit(1)
