@@ -3,6 +3,7 @@
 #include <string>
 
 #include "OxExport.h"
+#include "OxPlainFile.h"
 
 struct _xsltStylesheet;
 
@@ -20,12 +21,11 @@ class XmlDocument;
  *
  * @par Untrusted input
  * A stylesheet is a program: load() and apply() can be led to read any file and the network, and
- * apply() to write files. Load only those that you trust, or forbid what they may do through the
- * engines' own settings, which hold for the whole process and which the library does not touch:
- * `xmlSetExternalEntityLoader` (libxml2's manual) decides what is read,
- * `xsltSetDefaultSecurityPrefs` (libxslt's manual) what is written. The second alone is not enough,
- * because external entities are read past it. Neither limits time or memory. The engines' messages
- * go to the standard error output unless the application sets another handler.
+ * apply() to write files. Load only those that you trust, or with PLAIN_FILE, which reads one file
+ * only, and forbid what apply() may do through libxslt's own settings, which hold for the whole
+ * process and which the library does not touch: `xsltSetDefaultSecurityPrefs` (libxslt's manual).
+ * Neither limits time or memory. The engines' messages go to the standard error output unless the
+ * application sets another handler.
  * @snippet untrusted/main.cpp distrust
  *
  * @par Threads
@@ -53,6 +53,20 @@ public:
      *         read or is no stylesheet
      */
     int load();
+
+    /**
+     * Compiles the file of exactly this name, if it is a regular one of no more than `file.limit`
+     * bytes, and reads nothing else for it: neither other stylesheets nor entities nor a document
+     * type in other files. What apply() does is not restricted by it.
+     *
+     * May be called again: what an earlier call had compiled is freed first.
+     *
+     * @return STATUS_SUCCESS; STATUS_INVALID_STATE after logging "Invalid state." for an empty
+     *         path, or "Invalid state. (%s)(%s)" with path and reason: "Success" for what is no
+     *         stylesheet, ENOTSUP for one that includes or imports others, EFBIG for a file that is
+     *         too large, EISDIR or EINVAL for what is no regular file
+     */
+    int load(PlainFile file);
 
     /**
      * Transforms a document into a new one.

@@ -376,7 +376,7 @@ XmlDocument* Xml::load(const std::string& xmlFilePath, PlainFile file)
     __xmlFilePath = xmlFilePath;
 
     int error = 0;
-    xmlDocPtr native = internal::parsePlainFile(__xmlFilePath, file, error);
+    xmlDocPtr native = internal::parsePlainFile(__xmlFilePath, file, 0, error);
     if (native == nullptr) {
         OX_ERROR("Invalid state. (%s)(%s)", __xmlFilePath.c_str(), std::strerror(error));
         return nullptr;

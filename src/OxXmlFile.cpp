@@ -1,6 +1,7 @@
 #include "OxXmlFile.h"
 
 #include <fcntl.h>
+#include <libxml/SAX2.h>
 #include <libxml/parser.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -63,6 +64,15 @@ bool isUnreserved(char c)
            c == '.' || c == '_' || c == '~';
 }
 
+/** Declares an entity, unless its text stands elsewhere: to substitute it would be to read that. */
+void declareEntity(void* context, const xmlChar* name, int type, const xmlChar* publicId,
+                   const xmlChar* systemId, xmlChar* content)
+{
+    if (type != XML_EXTERNAL_GENERAL_PARSED_ENTITY && type != XML_EXTERNAL_PARAMETER_ENTITY) {
+        xmlSAX2EntityDecl(context, name, type, publicId, systemId, content);
+    }
+}
+
 }  // namespace
 
 int readPlainFile(const std::string& path, const PlainFile& file, FileContent& content)
@@ -113,7 +123,7 @@ std::FILE* createPlainFile(const std::string& path, int& error)
     return file;
 }
 
-xmlDocPtr parsePlainFile(const std::string& path, const PlainFile& file, int& error)
+xmlDocPtr parsePlainFile(const std::string& path, const PlainFile& file, int options, int& error)
 {
     FileContent content;
     error = readPlainFile(path, file, content);
@@ -129,9 +139,12 @@ xmlDocPtr parsePlainFile(const std::string& path, const PlainFile& file, int& er
 #if LIBXML_VERSION < 21300
     context->options = 0;  // later versions drop those of the whole process themselves
 #endif
+    if ((options & XML_PARSE_NOENT) != 0) {
+        context->sax->entityDecl = declareEntity;
+    }
     xmlDocPtr document =
         xmlCtxtReadMemory(context.get(), content.bytes.get(), static_cast<int>(content.size),
-                          toUri(path).c_str(), nullptr, XML_PARSE_NONET);
+                          toUri(path).c_str(), nullptr, options | XML_PARSE_NONET);
     const xmlError* last = xmlCtxtGetLastError(context.get());
     if (last != nullptr && last->code == XML_ERR_NO_MEMORY) {
         error = ENOMEM;

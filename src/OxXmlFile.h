@@ -40,11 +40,12 @@ std::FILE* createPlainFile(const std::string& path, int& error);
  *
  * The document has the name that toUri() makes of the path.
  *
+ * @param options  of libxml2's; with XML_PARSE_NOENT, entities of other files are not known at all
  * @param error  set to what readPlainFile() says, to ENOMEM, or to 0 for a document that is not
  *               well-formed
  * @return null after an error
  */
-xmlDocPtr parsePlainFile(const std::string& path, const PlainFile& file, int& error);
+xmlDocPtr parsePlainFile(const std::string& path, const PlainFile& file, int options, int& error);
 
 /** A path as a URI that nobody takes for anything but this path: relative ones begin with "./". */
 std::string toUri(const std::string& path);

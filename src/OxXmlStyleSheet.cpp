@@ -2,17 +2,38 @@
 
 #include <libxslt/transform.h>
 #include <libxslt/xsltInternals.h>
+#include <libxslt/xsltutils.h>
 
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <new>
+#include <utility>
 
 #include "OxLog.h"
 #include "OxStatus.h"
 #include "OxXmlDocument.h"
+#include "OxXmlFile.h"
 #include "OxXmlText.h"
 
 namespace oxil {
+
+namespace {
+
+/** Whether a stylesheet includes or imports others. */
+bool needsOthers(xmlDocPtr document)
+{
+    const xmlNode* root = xmlDocGetRootElement(document);
+    for (const xmlNode* node = root != nullptr ? root->children : nullptr; node != nullptr;
+         node = node->next) {
+        if (IS_XSLT_ELEM(node) && (IS_XSLT_NAME(node, "include") || IS_XSLT_NAME(node, "import"))) {
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace
 
 XmlStyleSheet::XmlStyleSheet(const std::string& path) : __path(path), __native(nullptr) {}
 
@@ -35,6 +56,30 @@ int XmlStyleSheet::load()
         OX_ERROR("Invalid state. (%s)(%s)", __path.c_str(), std::strerror(errno));
         return STATUS_INVALID_STATE;
     }
+    return STATUS_SUCCESS;
+}
+
+int XmlStyleSheet::load(PlainFile file)
+{
+    xsltFreeStylesheet(std::exchange(__native, nullptr));
+    if (__path.empty()) {
+        OX_ERROR("Invalid state.");
+        return STATUS_INVALID_STATE;
+    }
+    int error = 0;
+    std::unique_ptr<xmlDoc, void (*)(xmlDocPtr)> document(
+        internal::parsePlainFile(__path, file, XML_PARSE_NOENT | XML_PARSE_NOCDATA, error),
+        xmlFreeDoc);
+    if (document != nullptr && needsOthers(document.get())) {
+        error = ENOTSUP;
+    } else if (document != nullptr) {
+        __native = xsltParseStylesheetDoc(document.get());
+    }
+    if (__native == nullptr) {
+        OX_ERROR("Invalid state. (%s)(%s)", __path.c_str(), std::strerror(error));
+        return STATUS_INVALID_STATE;
+    }
+    static_cast<void>(document.release());  // it is the stylesheet's now
     return STATUS_SUCCESS;
 }
 
