@@ -21,11 +21,14 @@ namespace oxil {
  *   `WaitingLoop.isRunning(loop)` and `WaitingLoop.isWaiting(loop)` call the members of
  *   oxil::WaitingLoop; the last two return a truth value.
  *
- * A handle is a position: when an object is destroyed, the handles of all objects of its kind that
- * were made after it go down by one. A negative handle is logged as "Invalid parameter." and does
- * nothing (`isRunning` and `isWaiting` return false); a handle past the end is a Lua error that
- * comes out of LuaScript::load() and callMethod(), unless the script handles it, as
- * `std::out_of_range`.
+ * A handle is a position, in one list for all scripts of the process: when an object is destroyed,
+ * the handles of all objects of its kind that were made after it, by whichever script, go down by
+ * one. Scripts that don't destroy what they made in the opposite order, the one that was loaded last
+ * first, make each other fail. A negative handle is logged as "Invalid parameter." and does nothing
+ * (`isRunning` and `isWaiting` return false). A handle past the end is a Lua error that comes out of
+ * LuaScript::load() and callMethod() as `std::out_of_range`, unless the script handles it with
+ * `pcall`. A Timer whose callback calls a script has to catch that:
+ * @snippet handles/main.cpp timer
  *
  * Objects live until a script destroys them, longer than the script if it does not; a timer that
  * has fired once is not destroyed by that. A timer that outlives its script logs "Invalid state"

@@ -9,7 +9,6 @@
 #include "OxLog.h"
 #include "OxLua.h"
 #include "OxLuaScript.h"
-#include "OxLuaStack.h"
 #include "OxProtectedCall.h"
 #include "OxStatus.h"
 
@@ -259,7 +258,7 @@ int LuaLimits::onLoading()
 {
     const LuaScript* script = getLuaScript();
     lua_State* state = script != nullptr ? script->getLuaState() : nullptr;
-    if (state == nullptr || !internal::reserveLuaStack(state, 1)) {
+    if (state == nullptr) {
         OX_ERROR("Invalid state.");
         return STATUS_INVALID_STATE;
     }
@@ -272,6 +271,7 @@ int LuaLimits::onLoading()
         return STATUS_INVALID_STATE;
     }
     Wanted wanted = {__takenAway, __instructions, __bytes};
+    // Which needs no more room on the stack than Lua keeps in reserve.
     if (lua_cpcall(state, apply, &wanted) != 0) {
         lua_pop(state, 1);
         OX_ERROR("Invalid state.");

@@ -13,8 +13,11 @@ function Log.print(...) end
 
 ---Calls global functions after a delay.
 ---
----A handle is a position: when a timer is stopped, the handles of all timers started after it, by
----whichever script, go down by one.
+---A handle is a position, in one list for all scripts of the process: when a timer is stopped, the
+---handles of all timers started after it, by whichever script, go down by one, and name other timers
+---from then on. Start what lives long when the script is loaded, stop it in the opposite order, the
+---script that was loaded last first, and ask for `pcall(Timer.stop, handle)`: a handle past the end is
+---an error.
 ---@class Timer
 Timer = {}
 
@@ -38,9 +41,11 @@ function Timer.stop(handle) end
 ---and waiting, which keeps a processor busy and is meant for short waits. When the time-out of
 ---either comes, both end.
 ---
----A handle is a position: when a loop is destroyed, the handles of all loops created after it, by
----whichever script, go down by one. A negative handle is logged and does nothing, one past the end
----is an error.
+---A handle is a position, in one list for all scripts of the process: when a loop is destroyed, the
+---handles of all loops created after it, by whichever script, go down by one, and name other loops
+---from then on. Create what lives long when the script is loaded, and destroy it in the opposite order,
+---the script that was loaded last first. A negative handle is logged and does nothing, one past the end
+---is an error, which `pcall` keeps in the script.
 ---@class WaitingLoop
 WaitingLoop = {}
 

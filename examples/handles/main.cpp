@@ -1,0 +1,65 @@
+// Two scripts in one process, which share the numbers of their timers and loops.
+//
+// Usage: handles PANEL.LUA
+//
+// Prints:
+//   both tick
+//   refresh: no such handle
+//   all is stopped
+
+#include <cstdio>
+#include <stdexcept>
+#include <string>
+
+#include <Oxil.h>
+
+namespace {
+
+bool ticks(oxil::LuaScript& script)
+{
+    int count = 0;
+    script.callMethod("getTicks", std::tie(count));
+    return count > 0;
+}
+
+bool stop(oxil::LuaScript& script)
+{
+    bool stopped = false;
+    script.callMethod("stop", std::tie(stopped));
+    return stopped;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    const std::string path = argc > 1 ? argv[1] : "panel.lua";
+    oxil::LuaScript left(path);
+    oxil::LuaScript right(path);
+    if (left.load() != oxil::STATUS_SUCCESS || right.load() != oxil::STATUS_SUCCESS) {
+        return 1;
+    }
+    oxil::WaitingLoop loop;
+    loop.run(1, [&] { return ticks(left) && ticks(right); });
+    std::printf("both tick\n");
+
+    //! [timer]
+    // A callback must not throw, but a call of a script may: a handle past the end comes out of it
+    // as an exception. Out of the callback it would end the process.
+    oxil::Timer timer;
+    timer.start(1, [&] {
+        try {
+            left.callMethod("refresh", std::tie());
+        } catch (const std::out_of_range&) {
+            std::printf("refresh: no such handle\n");
+        }
+        loop.quit();
+    });
+    loop.run();
+    //! [timer]
+
+    // The script that was loaded last stops first.
+    if (stop(right) && stop(left)) {
+        std::printf("all is stopped\n");
+    }
+}
