@@ -49,6 +49,17 @@ static_assert(offsetof(SerializationInfo, types) == 64, "fixed place");
 static_assert(offsetof(SerializationInfo, typeSizes) == 10064, "fixed place");
 
 /**
+ * What decoding a message may take; see SerializedData::validate().
+ *
+ * Memory is counted by one rule on every host, which none exceeds: 48 bytes for a value, and 272
+ * more for a text, because it may be 255 characters long whatever the size of its slot.
+ */
+struct DecodingLimits {
+    long long values;  ///< values of all blocks, repetitions included
+    long long bytes;   ///< memory of these values when they are decoded
+};
+
+/**
  * A typed binary buffer: a description of up to five blocks of typed values, and a data area.
  *
  * The data area holds the values block after block, entry after entry, without padding, tags or
@@ -113,6 +124,17 @@ public:
      * An entry may be narrower than its kind, but not wider. A text slot may have any size as long
      * as the 255 bytes that reading it may touch are there.
      *
+     * A few bytes can stand for many: each of many texts in narrow slots is read up to 255
+     * characters, and a value of one byte takes 48 when it is decoded. What is refused is more than
+     * getDefaultLimits() allows, 16 times what arrived and 4 MiB. So the worst that still passes
+     * takes that much when it is decoded, twice as much while it is decoded, and three times as
+     * much when a Serializer::deserialize() has made records, names or parameters of it.
+     *
+     * What passes can make a reader log one line for each value at most: a record's key that is
+     * there already, a list's count that is no INT. Without validate() there is no such bound: an
+     * entry of an unknown kind takes no bytes, and is logged in each of up to 2^31 repetitions.
+     * Limits of the application's own, with the number of values that it expects, bound both.
+     *
      * Costs one pass over the type lists and no allocation.
      *
      * @param info  the description received
@@ -120,9 +142,25 @@ public:
      * @return STATUS_SUCCESS; STATUS_INVALID_PARAMETER after logging the first thing found, with
      * the value that is wrong: "Invalid block count (%d).", "Invalid type count (%d).", "Invalid
      * type (%d).", "Invalid type size (%d)." or "Invalid data size (%d).", or, with the number of
-     * the block, "Data is too short (%d)."
+     * the block, "Data is too short (%d)."; STATUS_CAPACITY_EXCEEDED after logging "Too many values
+     * (%lld)." or "Too large when decoded (%lld)." with the values or bytes up to the block that
+     * was too much
      */
-    static int validate(const SerializationInfo& info, std::size_t size);
+    [[nodiscard]] static int validate(const SerializationInfo& info, std::size_t size);
+
+    /** The same with limits for those who know their messages. */
+    [[nodiscard]] static int validate(const SerializationInfo& info, std::size_t size,
+                                      const DecodingLimits& limits);
+
+    /**
+     * What validate() allows by default: any number of values, and 16 bytes for each byte of data
+     * that arrived and 4 MiB.
+     *
+     * That is enough for every description without repetitions, and for all that Serializer packs.
+     * Of what other writers may send, it refuses long repetitions of numbers of fewer than three
+     * bytes or texts in slots of fewer than 20.
+     */
+    static DecodingLimits getDefaultLimits(std::size_t size);
 
     /**
      * Sets the number of blocks; type lists already made stay.

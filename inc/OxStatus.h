@@ -32,7 +32,7 @@ inline constexpr int STATUS_NOT_FOUND = -524270;
 /** The key is already in the record. */
 inline constexpr int STATUS_ALREADY_EXISTS = -524269;
 
-/** The type list of a block is full. */
+/** The type list of a block is full, or a message takes more than its limits allow. */
 inline constexpr int STATUS_CAPACITY_EXCEEDED = -524268;
 
 }  // namespace oxil

@@ -18,6 +18,19 @@ namespace {
 // asked for in advance.
 constexpr long long MOST_RESERVED_VALUES = 65536;
 
+// What a value takes when it is decoded, and what a text takes besides: memory for 255 characters,
+// whatever the size of its slot. These are a 64-bit host's numbers, and the rule on all of them.
+constexpr long long BYTES_OF_VALUE = 48;
+constexpr long long BYTES_OF_TEXT = 272;
+static_assert(sizeof(Variant) <= BYTES_OF_VALUE);
+
+// What is decoded by default: enough for every description without repetitions, and then in
+// proportion to what arrived.
+constexpr long long BYTES_OF_ANY_MESSAGE = 4 * 1024 * 1024;
+constexpr long long BYTES_FOR_EACH_RECEIVED = 16;
+static_assert(MAX_BLOCK_COUNT * MAX_TYPE_COUNT * (BYTES_OF_VALUE + BYTES_OF_TEXT) <=
+              BYTES_OF_ANY_MESSAGE);
+
 constexpr int TEXT_SIZE = static_cast<int>(internal::TEXT_SLOT_SIZE);
 
 // Sums and products of an unchecked description wrap around instead of overflowing.
@@ -74,6 +87,12 @@ void complete(Description& description) noexcept
         std::memset(info.typeSizes[block] + used, 0, unused * sizeof info.typeSizes[block][0]);
     }
     description.isComplete = true;
+}
+
+/** Bytes of data, as far as an int can count them. */
+long long toAvailable(std::size_t size)
+{
+    return static_cast<long long>(std::min(size, static_cast<std::size_t>(INT_MAX)));
 }
 
 /** The number in the first @p size bytes at a place, with the bytes that are missing zero. */
@@ -179,7 +198,18 @@ SerializedData::~SerializedData()
     delete descriptionOf(__info);
 }
 
+DecodingLimits SerializedData::getDefaultLimits(std::size_t size)
+{
+    return {INT_MAX, BYTES_OF_ANY_MESSAGE + BYTES_FOR_EACH_RECEIVED * toAvailable(size)};
+}
+
 int SerializedData::validate(const SerializationInfo& info, std::size_t size)
+{
+    return validate(info, size, getDefaultLimits(size));
+}
+
+int SerializedData::validate(const SerializationInfo& info, std::size_t size,
+                             const DecodingLimits& limits)
 {
     if (info.blockCount < 0 || info.blockCount > MAX_BLOCK_COUNT) {
         OX_ERROR("Invalid block count (%d).", info.blockCount);
@@ -188,9 +218,10 @@ int SerializedData::validate(const SerializationInfo& info, std::size_t size)
 
     // Everything has to fit an int, because that is what the getters count in. Nothing overflows
     // here: a block's bytes are known to fit an int before they are multiplied by the repetitions.
-    const long long available =
-        static_cast<long long>(std::min(size, static_cast<std::size_t>(INT_MAX)));
+    const long long available = toAvailable(size);
     long long start = 0;
+    long long values = 0;
+    long long bytes = 0;  // of the values, decoded
     for (int block = 0; block < info.blockCount; ++block) {
         const int typeCount = info.typeCount[block];
         if (typeCount < 0 || typeCount > MAX_TYPE_COUNT) {
@@ -198,6 +229,7 @@ int SerializedData::validate(const SerializationInfo& info, std::size_t size)
             return STATUS_INVALID_PARAMETER;
         }
 
+        long long textCount = 0;
         long long end = 0;    // of the entries so far, in one repetition
         long long reach = 0;  // where reading them may end: a text is read whatever its size
         for (int i = 0; i < typeCount; ++i) {
@@ -214,6 +246,7 @@ int SerializedData::validate(const SerializationInfo& info, std::size_t size)
                 return STATUS_INVALID_PARAMETER;
             }
             if (type == VARIANT_TYPE_STRING) {
+                ++textCount;
                 reach = std::max(reach, end + TEXT_SIZE - 1);
             }
             end += typeSize;
@@ -230,6 +263,18 @@ int SerializedData::validate(const SerializationInfo& info, std::size_t size)
             return STATUS_INVALID_PARAMETER;
         }
         start += end * repeatCount;
+
+        // Every value has at least one byte of those that are there, so these don't overflow.
+        values += typeCount * repeatCount;
+        if (values > limits.values) {
+            OX_ERROR("Too many values (%lld).", values);
+            return STATUS_CAPACITY_EXCEEDED;
+        }
+        bytes += (typeCount * BYTES_OF_VALUE + textCount * BYTES_OF_TEXT) * repeatCount;
+        if (bytes > limits.bytes) {
+            OX_ERROR("Too large when decoded (%lld).", bytes);
+            return STATUS_CAPACITY_EXCEEDED;
+        }
     }
     return STATUS_SUCCESS;
 }
@@ -466,6 +511,11 @@ unsigned int SerializedData::getContextId() const
         // A number, because only a number can come out as null by going on.
         std::uintptr_t place = reinterpret_cast<std::uintptr_t>(start);
         for (long long left = total; left > 0;) {
+            if (values.capacity() - values.size() < static_cast<std::size_t>(typeCount)) {
+                // Twice as many, as the list would do itself, but no more than there will be.
+                values.reserve(static_cast<std::size_t>(
+                    std::min(total, 2 * static_cast<long long>(values.size()))));
+            }
             for (int k = 0; k < typeCount; ++k) {
                 const int size = sizes[k];
                 if (size < 1) {

@@ -225,6 +225,7 @@ bool readNames(const SerializedData& data, int block, std::vector<std::string>& 
     if (values == nullptr) {
         return false;
     }
+    names.reserve(names.size() + values->size());
     for (const Variant& value : *values) {
         names.push_back(value.toString());
     }

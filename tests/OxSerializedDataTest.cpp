@@ -1443,7 +1443,9 @@ TEST(ValidateTest, NoSumOverflows)
     // As large as can be.
     info = described({{{VARIANT_TYPE_BOOL, 1}}});
     info.repeatCount[0] = INT_LIMIT;
-    expectNeeds(info, static_cast<std::size_t>(INT_LIMIT), 0);
+    constexpr auto MOST = static_cast<std::size_t>(INT_LIMIT);
+    EXPECT_EQ(SerializedData::validate(info, MOST, {INT_LIMIT, 48LL * INT_LIMIT}), STATUS_SUCCESS);
+    expectRefused(info, MOST - 1, "Data is too short (0).");
     info = described({{{VARIANT_TYPE_STRING, INT_LIMIT - 1}}, {{VARIANT_TYPE_BOOL, 1}}});
     expectNeeds(info, static_cast<std::size_t>(INT_LIMIT), 1);
 }

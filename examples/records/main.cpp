@@ -86,6 +86,9 @@ struct Message {
     std::vector<char> bytes;
 };
 
+// Twenty entries, all of them texts, are more than a lamp will ever have.
+constexpr oxil::DecodingLimits LIMITS = {40, 40 * 320};
+
 bool receive(int pipe, Message& message)
 {
     if (!receiveAll(pipe, &message.info, sizeof message.info)) {
@@ -99,7 +102,7 @@ bool receive(int pipe, Message& message)
     }
     message.bytes.resize(static_cast<std::size_t>(size));
     return receiveAll(pipe, message.bytes.data(), message.bytes.size()) &&
-           oxil::SerializedData::validate(message.info, message.bytes.size()) ==
+           oxil::SerializedData::validate(message.info, message.bytes.size(), LIMITS) ==
                oxil::STATUS_SUCCESS;
 }
 

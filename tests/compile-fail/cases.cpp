@@ -83,6 +83,20 @@ void transform(XmlStyleSheet& styleSheet, XmlDocument& document)
 }
 #endif
 
+#if VALIDATION_IS_LOOKED_AT
+void receive(const SerializationInfo& info)
+{
+    SerializedData::validate(info, 1);
+}
+#endif
+
+#if VALIDATION_WITH_LIMITS_IS_LOOKED_AT
+void receive(const SerializationInfo& info)
+{
+    SerializedData::validate(info, 1, {1, 1});
+}
+#endif
+
 #if LOG_ARGUMENTS_FIT_THE_FORMAT
 void log(const char* text)
 {

@@ -1,5 +1,8 @@
 #include "AllocationFailure.h"
 
+#include <malloc.h>
+
+#include <algorithm>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
@@ -18,6 +21,15 @@ thread_local int remaining = 0;  // 0: nothing is to fail
 thread_local Allocation failing = Allocation::Malloc;
 thread_local bool failed = false;
 thread_local bool dirty = false;
+thread_local bool metering = false;
+thread_local long long heldBytes = 0;
+thread_local long long peakBytes = 0;
+
+/** What a block really takes. */
+long long sizeOf(void* memory)
+{
+    return static_cast<long long>(malloc_usable_size(memory) + sizeof(std::size_t));
+}
 
 void* allocate(Allocation kind, std::size_t size) noexcept
 {
@@ -30,6 +42,10 @@ void* allocate(Allocation kind, std::size_t size) noexcept
         __interceptor_malloc != nullptr ? __interceptor_malloc(size) : __libc_malloc(size);
     if (dirty && memory != nullptr) {
         std::memset(memory, 0xA5, size);
+    }
+    if (metering && memory != nullptr) {
+        heldBytes += sizeOf(memory);
+        peakBytes = std::max(peakBytes, heldBytes);
     }
     return memory;
 }
@@ -61,6 +77,35 @@ DirtyMemory::DirtyMemory()
 DirtyMemory::~DirtyMemory()
 {
     dirty = false;
+}
+
+AllocationMeter::AllocationMeter()
+{
+    heldBytes = 0;
+    peakBytes = 0;
+    metering = true;
+}
+
+AllocationMeter::~AllocationMeter()
+{
+    metering = false;
+}
+
+long long AllocationMeter::held() const
+{
+    return heldBytes;
+}
+
+long long AllocationMeter::peak() const
+{
+    return peakBytes;
+}
+
+void countRelease(void* memory)
+{
+    if (metering && memory != nullptr) {
+        heldBytes -= sizeOf(memory);
+    }
 }
 
 long allocationCount()

@@ -40,6 +40,25 @@ public:
     DirtyMemory& operator=(const DirtyMemory&) = delete;
 };
 
+/** Measures what this thread has from malloc(), `new` included, beyond what it had at the start. */
+class AllocationMeter {
+public:
+    AllocationMeter();
+    ~AllocationMeter();
+
+    AllocationMeter(const AllocationMeter&) = delete;
+    AllocationMeter& operator=(const AllocationMeter&) = delete;
+
+    /** Bytes, with what malloc() needs for itself. */
+    long long held() const;
+
+    /** The most that it was so far. */
+    long long peak() const;
+};
+
+/** To be told by free(). */
+void countRelease(void* memory);
+
 /** The number of allocations, of any kind, on this thread so far. */
 long allocationCount();
 

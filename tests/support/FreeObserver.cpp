@@ -2,6 +2,8 @@
 
 #include <cstdlib>
 
+#include "AllocationFailure.h"
+
 extern "C" void __libc_free(void* memory);
 
 // Present under the address sanitizer, whose free() takes only what its own malloc() gave.
@@ -54,6 +56,7 @@ extern "C" __attribute__((visibility("default"), no_sanitize("address"))) void f
             }
         }
     }
+    countRelease(memory);
     if (__interceptor_free != nullptr) {
         __interceptor_free(memory);
     } else {

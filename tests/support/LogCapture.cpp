@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 #include <mutex>
 #include <string_view>
@@ -39,7 +40,9 @@ void PrintTo(const LogLine& line, std::ostream* stream)
             << "(" << line.line << ") > " << line.message;
 }
 
-LogCapture::LogCapture()
+LogCapture::LogCapture() : LogCapture(SIZE_MAX) {}
+
+LogCapture::LogCapture(std::size_t most) : __most(most)
 {
     const std::lock_guard<std::mutex> lock(mutex);
     __outer = innermost;
@@ -50,6 +53,14 @@ LogCapture::~LogCapture()
 {
     const std::lock_guard<std::mutex> lock(mutex);
     innermost = __outer;
+}
+
+void LogCapture::add(const LogLine& line)
+{
+    ++__count;
+    if (__lines.size() < __most) {
+        __lines.push_back(line);
+    }
 }
 
 testing::Matcher<const LogLine&> Logged(const std::string& function, const std::string& message)

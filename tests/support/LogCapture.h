@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -29,16 +30,23 @@ void PrintTo(const LogLine& line, std::ostream* stream);
 class LogCapture {
 public:
     LogCapture();
+
+    /** Counts all lines, and keeps no more than the first @p most. */
+    explicit LogCapture(std::size_t most);
+
     ~LogCapture();
 
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;
 
     const std::vector<LogLine>& lines() const { return __lines; }
+    int count() const { return __count; }
     void clear() { __lines.clear(); }
-    void add(const LogLine& line) { __lines.push_back(line); }
+    void add(const LogLine& line);
 
 private:
+    std::size_t __most;
+    int __count = 0;
     LogCapture* __outer;
     std::vector<LogLine> __lines;
 };
