@@ -214,6 +214,9 @@ public:
     /** The same for block 0. */
     int deserialize(const SerializedData& data);
 
+    /** Whether it can be read back as it is; meant for the library itself. */
+    OXIL_LOCAL bool __survives() const noexcept;
+
     /** Bytes that copySerializedData() may write; meant for the library itself. */
     std::size_t __getSpace() const noexcept;
 

@@ -25,6 +25,9 @@ inline constexpr int MAX_BLOCK_COUNT = 5;
 /** The number of type entries that one block can have. */
 inline constexpr int MAX_TYPE_COUNT = 2000;
 
+/** The number of characters (bytes) of a text that arrive; a text slot holds them and a NUL. */
+inline constexpr int MAX_TEXT_LENGTH = 255;
+
 /**
  * The description that travels beside a data area: 50064 bytes, copied as they are.
  *

@@ -31,7 +31,8 @@ namespace oxil {
  *
  * All texts take slots of 256 bytes and are cut to 255 characters and at their first NUL byte. A
  * parameter with a text of more than 256 bytes can't be written: Variant::toRaw() logs it, and what
- * follows lands 257 bytes early.
+ * follows lands 257 bytes early. Neither is a failure: ask validate() first where a text may be too
+ * long.
  *
  * Every byte of a data area that no value is written to is zero: the bytes depend on the values
  * alone, and nothing else of this process's memory travels with them.
@@ -59,6 +60,66 @@ namespace oxil {
  */
 class OXIL_API Serializer {
 public:
+    /**
+     * Whether an entry arrives as it is; to be asked before it is packed.
+     *
+     * What doesn't: a text (a key, a value, or one beside a record) of more than 255 characters or
+     * with a NUL byte inside, a value of kind VARIANT_TYPE_NONE, an empty key. Packing cuts such a
+     * text, or with more than 256 characters in a value or parameter spoils all that follows it,
+     * and returns success; cutText() makes any text fit.
+     *
+     * Costs one pass over the texts and, if all is well, no allocation.
+     *
+     * @param where  gets what doesn't arrive, unless it is null: the key of the first such entry,
+     *               or "method", "params[i]", "names[i]" (i counts from 0) or "extra" for what
+     *               stands beside records; untouched if everything does
+     * @return STATUS_SUCCESS; STATUS_INVALID_PARAMETER after logging "Not serializable (%s)." with
+     *         what @p where gets
+     */
+    [[nodiscard]] static int validate(const KeyValue& entry, std::string* where = nullptr);
+
+    /** The same for a record. */
+    [[nodiscard]] static int validate(const KeyValues& record, std::string* where = nullptr);
+
+    /** The same for a record and one extra entry. */
+    [[nodiscard]] static int validate(const KeyValues& record, const KeyValue& extra,
+                                      std::string* where = nullptr);
+
+    /** The same for a record and a method call. */
+    [[nodiscard]] static int validate(const KeyValues& record, const std::string& method,
+                                      const std::vector<Variant>& params,
+                                      std::string* where = nullptr);
+
+    /** The same for a method call. */
+    [[nodiscard]] static int validate(const std::string& method, const std::vector<Variant>& params,
+                                      std::string* where = nullptr);
+
+    /** The same for a method call and an extra text. */
+    [[nodiscard]] static int validate(const std::string& method, const std::vector<Variant>& params,
+                                      const std::string& extra, std::string* where = nullptr);
+
+    /** The same for a list of names, a method call and an extra text. */
+    [[nodiscard]] static int validate(const std::vector<std::string>& names,
+                                      const std::string& method, const std::vector<Variant>& params,
+                                      const std::string& extra, std::string* where = nullptr);
+
+    /** The same for the records of a list, of one shape or not. That all are of one shape, and
+     *  that empty ones are lost, is not looked at. */
+    [[nodiscard]] static int validate(const std::vector<KeyValues>& records,
+                                      std::string* where = nullptr);
+
+    /** The same for pointers; null ones are skipped. */
+    [[nodiscard]] static int validate(const std::vector<KeyValues*>& records,
+                                      std::string* where = nullptr);
+
+    /**
+     * As much of a text as arrives: up to its first NUL byte and at most 255 characters (bytes),
+     * but no part of a UTF-8 character.
+     *
+     * A text that is no UTF-8 where it would be cut is cut at 255.
+     */
+    static std::string cutText(const std::string& text);
+
     /** Packs one entry, as KeyValue::serialize() with its results. */
     static int serialize(const KeyValue& entry, SerializedData& data);
 

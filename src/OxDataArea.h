@@ -48,6 +48,17 @@ inline std::size_t copyTextSlot(void* slot, const std::string& text) noexcept
     return TEXT_SLOT_SIZE;
 }
 
+/** Whether a text comes out of its slot as it went in. */
+inline bool survives(const std::string& text) noexcept
+{
+    return text.length() < TEXT_SLOT_SIZE && text.find('\0') == std::string::npos;
+}
+
+inline bool survives(const Variant& value) noexcept
+{
+    return value.getType() == VARIANT_TYPE_STRING ? survives(value.__getText()) : !value.empty();
+}
+
 /** Bytes of a value; -1 for one that can't be stored. */
 inline int getValueSpace(const Variant& value) noexcept
 {

@@ -5,6 +5,8 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <optional>
+#include <string>
 #include <utility>
 
 #include "OxDataArea.h"
@@ -14,6 +16,55 @@
 
 namespace oxil {
 namespace {
+
+// Bytes of a character in UTF-8.
+constexpr std::size_t LONGEST_CHARACTER = 4;
+
+/** Looks for the first part of a payload that would not arrive as it is. */
+class Inspection {
+public:
+    /** The part's name; none if everything would arrive. */
+    const std::optional<std::string>& find() const { return __found; }
+
+    Inspection& entry(const KeyValue& entry)
+    {
+        if (!__found && !entry.__survives()) {
+            __found = entry.getKey();
+        }
+        return *this;
+    }
+
+    Inspection& entries(const KeyValues& record)
+    {
+        for (const KeyValue& each : record.getKeyValues()) {
+            entry(each);
+        }
+        return *this;
+    }
+
+    Inspection& text(const std::string& text, const char* name)
+    {
+        if (!__found && !internal::survives(text)) {
+            __found = name;
+        }
+        return *this;
+    }
+
+    /** Names or parameters. */
+    template <typename Item>
+    Inspection& items(const std::vector<Item>& items, const char* name)
+    {
+        for (std::size_t i = 0; i < items.size() && !__found; ++i) {
+            if (!internal::survives(items[i])) {
+                __found = name + ("[" + std::to_string(i) + "]");
+            }
+        }
+        return *this;
+    }
+
+private:
+    std::optional<std::string> __found;
+};
 
 /**
  * Writes payloads one behind the other, and stops at the end of the buffer.
@@ -237,6 +288,29 @@ bool readNames(const SerializedData& data, int block, std::vector<std::string>& 
 
 namespace steps {
 
+int validate(const Inspection& inspection, std::string* where)
+{
+    if (!inspection.find()) {
+        return STATUS_SUCCESS;
+    }
+    OX_ERROR("Not serializable (%s).", inspection.find()->c_str());
+    if (where != nullptr) {
+        *where = *inspection.find();
+    }
+    return STATUS_INVALID_PARAMETER;
+}
+
+template <typename Records>
+int validateList(const Records& records, std::string* where)
+{
+    Inspection inspection;
+    forEach(records, [&](const KeyValues& record) {
+        inspection.entries(record);
+        return STATUS_SUCCESS;
+    });
+    return validate(inspection, where);
+}
+
 /**
  * Describes, allocates, writes and hands over.
  *
@@ -421,6 +495,77 @@ int deserialize(const SerializedData& data, Records& records, Repeatable)
 
 }  // namespace steps
 }  // namespace
+
+int Serializer::validate(const KeyValue& entry, std::string* where)
+{
+    return steps::validate(Inspection().entry(entry), where);
+}
+
+int Serializer::validate(const KeyValues& record, std::string* where)
+{
+    return steps::validate(Inspection().entries(record), where);
+}
+
+int Serializer::validate(const KeyValues& record, const KeyValue& extra, std::string* where)
+{
+    return steps::validate(Inspection().entries(record).entry(extra), where);
+}
+
+int Serializer::validate(const KeyValues& record, const std::string& method,
+                         const std::vector<Variant>& params, std::string* where)
+{
+    return steps::validate(
+        Inspection().entries(record).text(method, "method").items(params, "params"), where);
+}
+
+int Serializer::validate(const std::string& method, const std::vector<Variant>& params,
+                         std::string* where)
+{
+    return steps::validate(Inspection().text(method, "method").items(params, "params"), where);
+}
+
+int Serializer::validate(const std::string& method, const std::vector<Variant>& params,
+                         const std::string& extra, std::string* where)
+{
+    return steps::validate(
+        Inspection().text(method, "method").items(params, "params").text(extra, "extra"), where);
+}
+
+int Serializer::validate(const std::vector<std::string>& names, const std::string& method,
+                         const std::vector<Variant>& params, const std::string& extra,
+                         std::string* where)
+{
+    return steps::validate(Inspection()
+                               .items(names, "names")
+                               .text(method, "method")
+                               .items(params, "params")
+                               .text(extra, "extra"),
+                           where);
+}
+
+int Serializer::validate(const std::vector<KeyValues>& records, std::string* where)
+{
+    return steps::validateList(records, where);
+}
+
+int Serializer::validate(const std::vector<KeyValues*>& records, std::string* where)
+{
+    return steps::validateList(records, where);
+}
+
+std::string Serializer::cutText(const std::string& text)
+{
+    const auto isContinued = [&](std::size_t end) {
+        return (static_cast<unsigned char>(text.c_str()[end]) & 0xC0) == 0x80;
+    };
+    const std::size_t length = internal::getTextLength(text.c_str(), MAX_TEXT_LENGTH);
+    std::size_t end = length;
+    while (end > 0 && length - end < LONGEST_CHARACTER && isContinued(end)) {
+        --end;
+    }
+    // What goes on for longer than any character is no UTF-8.
+    return text.substr(0, length - end < LONGEST_CHARACTER ? end : length);
+}
 
 int Serializer::serialize(const KeyValue& entry, SerializedData& data)
 {

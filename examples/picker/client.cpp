@@ -27,7 +27,8 @@ SettingsClient::~SettingsClient()
 bool SettingsClient::call(const std::string& method, const std::vector<oxil::Variant>& params)
 {
     oxil::SerializedData data;
-    return oxil::Serializer::serialize(method, params, data) == oxil::STATUS_SUCCESS &&
+    return oxil::Serializer::validate(method, params) == oxil::STATUS_SUCCESS &&
+           oxil::Serializer::serialize(method, params, data) == oxil::STATUS_SUCCESS &&
            sendCall(data);
 }
 
@@ -35,7 +36,8 @@ bool SettingsClient::call(const std::string& method, const std::vector<oxil::Var
                           const oxil::KeyValues& options)
 {
     oxil::SerializedData data;
-    return oxil::Serializer::serialize(options, method, params, data) == oxil::STATUS_SUCCESS &&
+    return oxil::Serializer::validate(options, method, params) == oxil::STATUS_SUCCESS &&
+           oxil::Serializer::serialize(options, method, params, data) == oxil::STATUS_SUCCESS &&
            sendCall(data);
 }
 //! [call]

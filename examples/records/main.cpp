@@ -62,8 +62,14 @@ int runWriter(int pipe)
     oxil::KeyValues lamp;
     lamp.add("brightness", 80);
     lamp.add("on", true);
-    lamp.add("name", "hall lamp");
+    lamp.add("name", oxil::Serializer::cutText("hall lamp"));  // no more than what arrives
 
+    // A text that is too long would spoil what follows it: better to see it here.
+    std::string culprit;
+    if (oxil::Serializer::validate(lamp, &culprit) != oxil::STATUS_SUCCESS) {
+        std::fprintf(stderr, "%s can't be sent\n", culprit.c_str());
+        return 1;
+    }
     oxil::SerializedData record;
     if (oxil::Serializer::serialize(lamp, record) != oxil::STATUS_SUCCESS || !send(pipe, record)) {
         return 1;

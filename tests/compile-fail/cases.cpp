@@ -97,6 +97,13 @@ void receive(const SerializationInfo& info)
 }
 #endif
 
+#if VALIDATION_OF_A_PAYLOAD_IS_LOOKED_AT
+void send(const KeyValues& record)
+{
+    Serializer::validate(record);
+}
+#endif
+
 #if LOG_ARGUMENTS_FIT_THE_FORMAT
 void log(const char* text)
 {
