@@ -11,6 +11,7 @@
 #include "OxLuaGuard.h"
 #include "OxLuaScript.h"
 #include "OxObjectManager.h"
+#include "OxScriptIdentity.h"
 #include "OxStatus.h"
 #include "OxTimer.h"
 #include "OxTruncate.h"
@@ -25,7 +26,12 @@ namespace {
 /** A timer that calls a global Lua function. */
 class MyTimer : public Timer {
 public:
-    MyTimer(lua_State* state, const char* function) : __luaState(state), __functionName(function) {}
+    MyTimer(lua_State* state, const char* function)
+        : __luaState(state),
+          __functionName(function),
+          __identity(internal::getScriptIdentity(state))
+    {
+    }
 
     void startTimer(int interval, bool repeat)
     {
@@ -44,7 +50,7 @@ private:
             return;
         }
         try {
-            LuaScript* script = LuaScript::getLuaScript(__luaState);
+            LuaScript* script = internal::getLuaScript(__luaState, __identity);
             if (script == nullptr) {
                 OX_ERROR("Invalid state (0x%x).",
                          static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(__luaState)));
@@ -58,6 +64,7 @@ private:
 
     lua_State* __luaState;
     std::string __functionName;
+    internal::ScriptIdentity __identity;
 };
 
 int checkInt(lua_State* state, int argument)

@@ -15,13 +15,21 @@
 #include "OxLuaApi.h"
 #include "OxLuaStack.h"
 #include "OxProtectedCall.h"
+#include "OxScriptIdentity.h"
 #include "OxStatus.h"
 #include "OxTruncate.h"
 
 namespace oxil {
 namespace {
 
-using Registry = std::unordered_map<lua_State*, LuaScript*>;
+using internal::ScriptIdentity;
+
+struct Entry {
+    LuaScript* script = nullptr;
+    ScriptIdentity identity = 0;
+};
+
+using Registry = std::unordered_map<lua_State*, Entry>;
 
 Registry* registry = nullptr;  // lives until the process ends
 pthread_once_t registryOnce = PTHREAD_ONCE_INIT;
@@ -47,6 +55,18 @@ Registry* getRegistry()
     return registry;
 }
 
+/** The entry of a state that gets the script as its own. All states of a script have one identity:
+ *  what an earlier one left behind goes on in the script. */
+Entry makeEntry(const Registry& scripts, LuaScript* script)
+{
+    static ScriptIdentity last = 0;
+
+    const auto known = std::find_if(scripts.begin(), scripts.end(), [=](const auto& entry) {
+        return entry.second.script == script;
+    });
+    return known != scripts.end() ? known->second : Entry{script, ++last};
+}
+
 /** Takes away the function of a call that can't be made, with the parameters that it has so far. */
 int abandon(lua_State* state, int parameterCount)
 {
@@ -64,6 +84,29 @@ void rethrow(const internal::ProtectedCall& call, lua_State* state)
 }
 
 }  // namespace
+
+namespace internal {
+
+ScriptIdentity getScriptIdentity(lua_State* state)
+{
+    Registry* scripts = getRegistry();
+    if (scripts == nullptr) {
+        return 0;
+    }
+    const auto entry = scripts->find(state);
+    return entry != scripts->end() ? entry->second.identity : 0;
+}
+
+LuaScript* getLuaScript(lua_State* state, ScriptIdentity identity)
+{
+    if (identity == 0 || getScriptIdentity(state) != identity) {
+        OX_ERROR("Invalid state");
+        return nullptr;
+    }
+    return registry->find(state)->second.script;
+}
+
+}  // namespace internal
 
 LuaScript::LuaScript() : LuaScript("") {}
 
@@ -85,7 +128,7 @@ LuaScript::~LuaScript()
     // instead of a destroyed one.
     if (registry != nullptr) {
         for (auto entry = registry->begin(); entry != registry->end();) {
-            entry = entry->second == this ? registry->erase(entry) : std::next(entry);
+            entry = entry->second.script == this ? registry->erase(entry) : std::next(entry);
         }
     }
     std::vector<LuaApi*>().swap(__luaApis);
@@ -138,7 +181,7 @@ LuaScript* LuaScript::getLuaScript(lua_State* state)
 {
     Registry* scripts = getRegistry();
     // An unknown state gets an entry of its own, with no script.
-    LuaScript* script = scripts != nullptr ? (*scripts)[state] : nullptr;
+    LuaScript* script = scripts != nullptr ? (*scripts)[state].script : nullptr;
     if (script == nullptr) {
         OX_ERROR("Invalid state");
     }
@@ -156,7 +199,7 @@ int LuaScript::onLoading()
     luaL_openlibs(state);
     __luaState = std::move(fresh);
     if (Registry* scripts = getRegistry()) {
-        (*scripts)[state] = this;
+        (*scripts)[state] = makeEntry(*scripts, this);
     }
     __loadLuaApi();
 

@@ -23,6 +23,7 @@
 #include "CallLater.h"
 #include "LoadedScript.h"
 #include "LogCapture.h"
+#include "LuaCalls.h"
 #include "LuaChunk.h"
 #include "MainLoop.h"
 #include "OxLuaScript.h"
@@ -1007,6 +1008,30 @@ TEST_F(BaseLuaApiTest, AOneShotTimerThatOutlivesItsScriptSaysSoOnce)
     EXPECT_TRUE(iterateUntil([&] { return !log.lines().empty(); }, LIMIT));
     iterateFor(3ms);
     EXPECT_THAT(log.lines(), ElementsAre(unknownState(), expiredWithoutScript(state)));
+}
+
+TEST_F(BaseLuaApiTest, ATimerNeverCallsIntoAnotherScriptWhoseStateHasGotTheSameAddress)
+{
+    const std::string file = "calls = 0 function tick() calls = calls + 1 end ";
+    LuaStates states;
+    states.reuse();
+    auto gone = std::make_unique<Host>(file + "Timer.start(1, 'tick', true)");
+    const lua_State* state = gone->state();
+    gone.reset();
+
+    Host other(file);
+    ASSERT_EQ(other.state(), state);
+    LogCapture log;
+    EXPECT_TRUE(iterateUntil([&] { return log.lines().size() >= 4; }, LIMIT));
+    EXPECT_EQ(other.number("calls"), 0);
+    for (std::size_t i = 0; i < 4; i += 2) {
+        EXPECT_THAT(log.lines()[i], unknownState());
+        EXPECT_THAT(log.lines()[i + 1], expiredWithoutScript(state));
+    }
+
+    // Its own ones do.
+    EXPECT_EQ(other.run("Timer.start(1, 'tick')"), "");
+    EXPECT_TRUE(other.reaches("calls", 1));
 }
 
 TEST_F(BaseLuaApiTest, TimersOfAScriptThatIsLoadedAgainCallIntoItsNewState)
