@@ -36,7 +36,8 @@ public:
     /** Does not unload it: say LuaScript::removeLuaApi() first. */
     virtual ~LuaApi();
 
-    /** Registers the tables, with registerApiTable(). Returns 0 or a negative code. */
+    /** Registers the tables, with registerApiTable(). Returns 0 or a negative code. It is not called
+     *  by Lua: what may raise a Lua error belongs into a `lua_cpcall` of its own here. */
     virtual int onLoading() = 0;
 
     /** Undoes what onLoading() did. Returns 0, the default, or a negative code. */

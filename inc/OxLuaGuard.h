@@ -21,7 +21,9 @@ namespace oxil {
  * The script sees an ordinary Lua error and may handle it. Its text is the position in the script
  * and the first 255 bytes of the exception's own text ("unknown exception" if it is no
  * std::exception). If that very error gets as far as LuaScript::load() or Script::callMethod(),
- * they throw the exception itself to their caller, after everything that they do for any Lua error.
+ * they throw the exception itself to their caller, after everything that they do for any Lua error:
+ * also through functions of `coroutine.wrap`, which put a position in front, and if a script caught
+ * the error and raises it again as it was.
  * In a protected call of the application's own only the Lua error remains.
  */
 class OXIL_API LuaGuard {

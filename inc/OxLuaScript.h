@@ -35,8 +35,10 @@ class LuaApi;
  * an empty text.
  *
  * @par Memory
- * Lua ends the process when it has no memory for the standard libraries or for the name of a
- * function.
+ * Without memory a call is refused as without a state, and so is load(). Nothing that this class
+ * does with the state raises an error outside a protected call. If an application's own code does,
+ * in LuaApi::onLoading() for one, Lua ends the process; "Lua panic (%s)." with its message is
+ * logged before, unless the application has said `lua_atpanic` itself.
  *
  * @par Exceptions
  * What a native function threw inside its LuaGuard comes out of load() and callMethod(), unless the
@@ -45,8 +47,18 @@ class LuaApi;
  * @par Threads
  * Scripts are made, loaded, called and destroyed on the main-loop thread.
  *
+ * @par Nesting
+ * A call of a script from within 199 others of it fails with Lua's "C stack overflow", with LuaJIT
+ * as well; each of them, and what the script does in between, takes of the C stack.
+ *
  * @par Lifetime
- * A script must not be destroyed or loaded again from one of its own Lua functions.
+ * A script may be destroyed or loaded again at any time, also while it isBusy(): from one of its
+ * own functions, say, or from a timer while it blocks. Its functions go on to their end then, in the
+ * state that they began in, which is closed after the outermost of them. To native functions such a
+ * state belongs to no script after destruction, and to this one after loading again. The calls that
+ * led there return STATUS_INVALID_STATE after logging "Invalid state." and read no results; so does
+ * load() if its file, a table or a finalizer did it. Calls that an application makes in the state
+ * itself, with `lua_pcall` or `lua_resume`, are not known to the script: it must outlive them.
  */
 class OXIL_API LuaScript : public Script {
 public:
@@ -57,8 +69,8 @@ public:
      *  built-in tables; every load() then logs "Invalid state." and goes without any tables. */
     explicit LuaScript(const std::string& filePath);
 
-    /** Closes the state. The added LuaApi objects are neither unloaded nor deleted; timers and
-     *  loops that the script made live on. */
+    /** Closes the state, if it is busy when that is over. The added LuaApi objects are neither
+     *  unloaded nor deleted; timers and loops that the script made live on. */
     ~LuaScript() override;
 
     /**
@@ -82,6 +94,10 @@ public:
     /** The Lua state, null before load() and after a failed one. */
     lua_State* getLuaState() const;
 
+    /** Whether a function of the script, or its file, is running further up the C stack: in a
+     *  callback that is called while it blocks in a WaitingLoop, say. */
+    bool isBusy() const;
+
     /**
      * The script that a Lua state belongs to.
      *
@@ -97,23 +113,25 @@ public:
      * state that was replaced or closed stays known to getLuaScript() as long as the script lives.
      *
      * @return STATUS_SUCCESS; STATUS_INVALID_STATE after logging "Invalid state." when there is no
-     *         memory for a state, or "filePath(%s) (%d) (%s)." with the path, always 1, and Lua's
+     *         memory for a state, or the script was destroyed or loaded again from inside, or
+     *         "filePath(%s) (%d) (%s)." with the path, always 1, and Lua's
      *         message, when the file can't be read, is no Lua, or fails; there is no state then
      * @throws  what a native function threw, see above
      */
     int onLoading() override;
 
     /** Pushes the global of that name, nil if there is none. What a metatable of the globals raises
-     *  is kept for onMethodCalled() to raise. STATUS_INVALID_STATE without state or stack. */
+     *  is kept for onMethodCalled() to raise. STATUS_INVALID_STATE without state, stack or memory,
+     *  and if the script was destroyed or loaded again from inside. */
     int onMethodCalling(const std::string& methodName) override;
 
-    /** Calls it, protected. 0 whether it fails or not; STATUS_INVALID_STATE without state or
-     *  stack. */
+    /** Calls it, protected. 0 whether it fails or not; STATUS_INVALID_STATE without state or stack,
+     *  and if the script was destroyed or loaded again from inside. */
     int onMethodCalled(const std::string& methodName) override;
 
     /** @name Parameters
-     *  Push one. STATUS_INVALID_STATE without state or stack: the function and the parameters
-     *  pushed so far are taken away then. */
+     *  Push one. STATUS_INVALID_STATE without state, stack or memory: the function and the
+     *  parameters pushed so far are taken away then. */
     ///@{
     int onMethodParameterAdded(const std::string& value) override;
     int onMethodParameterAdded(bool value) override;
@@ -122,7 +140,8 @@ public:
     ///@}
 
     /** @name Results
-     *  Read the next one, first to last, converted as Lua does. Return 0. */
+     *  Read the next one, first to last, converted as Lua does. Return 0; STATUS_INVALID_STATE if
+     *  a finalizer destroyed the script meanwhile or loaded it again. */
     ///@{
     int onGetReturnValue(bool& value) const override;
     int onGetReturnValue(int& value) const override;
@@ -138,7 +157,6 @@ public:
 
 private:
     int __loadLuaApi();
-    bool __reserveParameter();
     int __nextReturnIndex() const;
 
     std::unique_ptr<lua_State, void (*)(lua_State*)> __luaState;

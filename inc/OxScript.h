@@ -94,7 +94,8 @@ public:
      * @param returnCount  number of results the function is asked for, 0 or more
      * @return STATUS_SUCCESS; STATUS_INVALID_PARAMETER after logging "Invalid parameter." for an
      *         empty name or a negative count, with nothing changed; STATUS_INVALID_STATE after
-     *         logging "Invalid state." when onMethodCalling() or onMethodCalled() did not return 0
+     *         logging "Invalid state." when onMethodCalling() or onMethodCalled() did not return 0,
+     *         or one of them led to the end of this script
      */
     int callMethod(const std::string& methodName, int returnCount);
 
@@ -135,7 +136,7 @@ public:
      *                    `float`, and C text, which is passed as text (`std::logic_error` if null)
      * @return STATUS_SUCCESS; STATUS_INVALID_PARAMETER after logging "Invalid parameter." for an
      *         empty name; STATUS_INVALID_STATE after logging "Invalid state." when a hook did not
-     *         return 0. No result is read of a call that failed before; a result that can't be read
+     *         return 0, or led to the end of this script. No result is read of a call that failed before; a result that can't be read
      *         ends the reading.
      */
     template <typename... Results, typename... Params>

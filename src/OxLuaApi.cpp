@@ -68,12 +68,14 @@ void LuaApi::registerApiTable(const std::string& name, const luaL_Reg* functions
         return;
     }
     lua_State* state = __luaScript->getLuaState();
-    if (state == nullptr || !internal::reserveLuaStack(state, 3)) {
+    if (state == nullptr) {
         OX_ERROR("Invalid state");
         return;
     }
 
-    if (!internal::pushLuaTable(state, name.c_str(), functions)) {
+    internal::ProtectedCall call(state);
+    if (!internal::reserveLuaStack(call, 4) ||
+        !internal::pushLuaTable(call, name.c_str(), functions)) {
         OX_ERROR("Invalid state");
     }
 }

@@ -13,7 +13,7 @@ int LuaGuard::raise()
     luaL_where(__state, 1);
     lua_pushstring(__state, __reason);
     lua_concat(__state, 2);
-    internal::ProtectedCall::raising(lua_tostring(__state, -1));
+    internal::ProtectedCall::raising(__state);
     return lua_error(__state);
 }
 

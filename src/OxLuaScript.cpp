@@ -10,19 +10,23 @@
 #include <utility>
 
 #include "OxBaseLuaApi.h"
+#include "OxCallOut.h"
 #include "OxLog.h"
 #include "OxLua.h"
 #include "OxLuaApi.h"
 #include "OxLuaStack.h"
-#include "OxProtectedCall.h"
 #include "OxScriptIdentity.h"
 #include "OxStatus.h"
 #include "OxTruncate.h"
 
 namespace oxil {
-namespace {
 
+using internal::ProtectedCall;
 using internal::ScriptIdentity;
+using internal::Watch;
+using internal::Watched;
+
+namespace {
 
 struct Entry {
     LuaScript* script = nullptr;
@@ -74,13 +78,30 @@ int abandon(lua_State* state, int parameterCount)
     return STATUS_INVALID_STATE;
 }
 
-/** Throws what the error on top of the stack was raised for, if that was an exception. */
-void rethrow(const internal::ProtectedCall& call, lua_State* state)
+/** Pushes a parameter of the current call, which is abandoned if that fails. */
+template <typename Push>
+int addParameter(const LuaScript& script, const Push& push)
 {
-    const std::exception_ptr exception = call.getException(state);
-    if (exception != nullptr) {
-        std::rethrow_exception(exception);
+    lua_State* state = script.getLuaState();
+    const int parameterCount = script.getParameterCount();
+    if (state == nullptr) {
+        return STATUS_INVALID_STATE;
     }
+    ProtectedCall call(state);
+    if (!internal::reserveLuaStack(call, 4) || !push(call)) {
+        return abandon(state, parameterCount);
+    }
+    return call.isAbandoned() ? STATUS_INVALID_STATE : STATUS_SUCCESS;
+}
+
+/** The message of the error that ended the loading of a file. */
+const char* getMessage(ProtectedCall& call)
+{
+    lua_State* state = call.getState();
+    if (lua_type(state, -1) == LUA_TNUMBER && internal::reserveLuaStack(call, 4)) {
+        internal::pushLuaTextOf(call, lua_tonumber(state, -1));
+    }
+    return lua_type(state, -1) == LUA_TSTRING ? lua_tostring(state, -1) : "(null)";
 }
 
 }  // namespace
@@ -112,7 +133,7 @@ LuaScript::LuaScript() : LuaScript("") {}
 
 LuaScript::LuaScript(const std::string& filePath)
     : Script(filePath),
-      __luaState(nullptr, lua_close),
+      __luaState(nullptr, ProtectedCall::close),
       __baseApi(new (std::nothrow) BaseLuaApi()),
       __returnIndex(1),
       __apisLoaded(false)
@@ -143,7 +164,11 @@ int LuaScript::addLuaApi(LuaApi* api)
         return STATUS_INVALID_PARAMETER;
     }
     if (__apisLoaded) {
+        const Watch watch(Watched::OBJECT, this);
         api->load(this);
+        if (!watch.isIntact()) {
+            return STATUS_SUCCESS;
+        }
     }
     __luaApis.push_back(api);
     return STATUS_SUCCESS;
@@ -188,33 +213,50 @@ LuaScript* LuaScript::getLuaScript(lua_State* state)
     return script;
 }
 
+bool LuaScript::isBusy() const
+{
+    return __luaState != nullptr && ProtectedCall::isActive(__luaState.get());
+}
+
 int LuaScript::onLoading()
 {
-    std::unique_ptr<lua_State, void (*)(lua_State*)> fresh(luaL_newstate(), lua_close);
-    if (fresh == nullptr || !internal::prepareLuaState(fresh.get())) {
+    std::unique_ptr<lua_State, void (*)(lua_State*)> other(luaL_newstate(), ProtectedCall::close);
+    if (other == nullptr || !internal::prepareLuaState(other.get())) {
         OX_ERROR("Invalid state.");
         return STATUS_INVALID_STATE;
     }
-    lua_State* state = fresh.get();
-    luaL_openlibs(state);
-    __luaState = std::move(fresh);
-    if (Registry* scripts = getRegistry()) {
-        (*scripts)[state] = makeEntry(*scripts, this);
+    // From here on code runs that may destroy or load this script. The state stays open meanwhile,
+    // and the call knows whether it is still the script's.
+    ProtectedCall call(other.get());
+    lua_State* state = other.get();
+    __luaState.swap(other);
+    other.reset();
+    if (!call.isAbandoned()) {
+        if (Registry* scripts = getRegistry()) {
+            (*scripts)[state] = makeEntry(*scripts, this);
+        }
+        __loadLuaApi();
     }
-    __loadLuaApi();
+    if (call.isAbandoned()) {
+        OX_ERROR("Invalid state.");
+        return STATUS_INVALID_STATE;
+    }
 
     const std::string filePath = getFilePath();
-    const internal::ProtectedCall call;
-    if (luaL_loadfile(state, filePath.c_str()) == 0 && lua_pcall(state, 0, LUA_MULTRET, 0) == 0) {
+    if (internal::reserveLuaStack(call, 4) && internal::pushLuaFile(call, filePath.c_str()) &&
+        call.run(0, LUA_MULTRET) == 0) {
+        if (call.isAbandoned()) {
+            OX_ERROR("Invalid state.");
+            return STATUS_INVALID_STATE;
+        }
         return STATUS_SUCCESS;
     }
 
-    const char* message = lua_tostring(state, -1);
-    OX_ERROR("filePath(%s) (%d) (%s).", filePath.c_str(), 1,
-             message != nullptr ? message : "(null)");
-    // Taken before the message that it is known by is gone.
-    const std::exception_ptr exception = call.getException(state);
-    __luaState.reset();
+    const std::exception_ptr exception = call.getException();
+    OX_ERROR("filePath(%s) (%d) (%s).", filePath.c_str(), 1, getMessage(call));
+    if (!call.isAbandoned()) {
+        __luaState.reset();
+    }
     if (exception != nullptr) {
         std::rethrow_exception(exception);
     }
@@ -224,22 +266,24 @@ int LuaScript::onLoading()
 int LuaScript::onMethodCalling(const std::string& methodName)
 {
     lua_State* state = __luaState.get();
-    if (state == nullptr || !internal::reserveLuaStack(state, 4)) {
+    if (state == nullptr) {
         return STATUS_INVALID_STATE;
     }
-    if (lua_getmetatable(state, LUA_GLOBALSINDEX) == 0) {
-        lua_getfield(state, LUA_GLOBALSINDEX, methodName.c_str());
-        return STATUS_SUCCESS;
+    ProtectedCall call(state);
+    if (!internal::reserveLuaStack(call, 4)) {
+        return STATUS_INVALID_STATE;
     }
-    // A script that watches its globals may raise an error for an unknown one. It is kept for the
-    // call to raise.
-    lua_pop(state, 1);
-    const internal::ProtectedCall call;
-    if (!internal::pushLuaGlobal(state, methodName.c_str())) {
-        rethrow(call, state);
-        internal::makeLuaRaise(state);
+    const int status = internal::pushLuaGlobal(call, methodName.c_str());
+    if (status == LUA_ERRRUN) {
+        // A script that watches its globals may raise an error for an unknown one. It is kept for
+        // the call to raise.
+        call.rethrow();
+        internal::makeLuaRaise(call);
+    } else if (status != 0) {
+        lua_pop(state, 1);
+        return STATUS_INVALID_STATE;
     }
-    return STATUS_SUCCESS;
+    return call.isAbandoned() ? STATUS_INVALID_STATE : STATUS_SUCCESS;
 }
 
 int LuaScript::onMethodCalled(const std::string&)
@@ -250,53 +294,47 @@ int LuaScript::onMethodCalled(const std::string&)
     if (state == nullptr || lua_gettop(state) <= parameterCount) {
         return STATUS_INVALID_STATE;
     }
-    if (!internal::reserveLuaStack(state, std::max(returnCount, 1))) {
+    // The results, or a message, stand where the function was, so there is room for the message
+    // handler as well.
+    ProtectedCall call(state);
+    if (!internal::reserveLuaStack(call, std::max(returnCount, 1))) {
         return abandon(state, parameterCount);
     }
-    const internal::ProtectedCall call;
-    if (lua_pcall(state, parameterCount, returnCount, 0) != 0) {
+    if (call.run(parameterCount, returnCount) != 0) {
         // The message stays where the results would be, and nothing is reported.
-        rethrow(call, state);
+        call.rethrow();
     }
-    return STATUS_SUCCESS;
+    return call.isAbandoned() ? STATUS_INVALID_STATE : STATUS_SUCCESS;
 }
 
 int LuaScript::onMethodParameterAdded(const std::string& value)
 {
-    if (!__reserveParameter()) {
-        return STATUS_INVALID_STATE;
-    }
-    if (!internal::pushLuaText(__luaState.get(), value.c_str())) {
-        return abandon(__luaState.get(), getParameterCount());
-    }
-    return STATUS_SUCCESS;
+    return addParameter(
+        *this, [&](ProtectedCall& call) { return internal::pushLuaText(call, value.c_str()); });
 }
 
 int LuaScript::onMethodParameterAdded(bool value)
 {
-    if (!__reserveParameter()) {
-        return STATUS_INVALID_STATE;
-    }
-    lua_pushboolean(__luaState.get(), value);
-    return STATUS_SUCCESS;
+    return addParameter(*this, [=](ProtectedCall& call) {
+        lua_pushboolean(call.getState(), value);
+        return true;
+    });
 }
 
 int LuaScript::onMethodParameterAdded(int value)
 {
-    if (!__reserveParameter()) {
-        return STATUS_INVALID_STATE;
-    }
-    lua_pushinteger(__luaState.get(), value);
-    return STATUS_SUCCESS;
+    return addParameter(*this, [=](ProtectedCall& call) {
+        lua_pushinteger(call.getState(), value);
+        return true;
+    });
 }
 
 int LuaScript::onMethodParameterAdded(float value)
 {
-    if (!__reserveParameter()) {
-        return STATUS_INVALID_STATE;
-    }
-    lua_pushnumber(__luaState.get(), static_cast<lua_Number>(value));
-    return STATUS_SUCCESS;
+    return addParameter(*this, [=](ProtectedCall& call) {
+        lua_pushnumber(call.getState(), static_cast<lua_Number>(value));
+        return true;
+    });
 }
 
 int LuaScript::onGetReturnValue(bool& value) const
@@ -337,12 +375,16 @@ int LuaScript::onGetReturnValue(std::string& value) const
     // Asks Lua for memory, so that a finalizer may run, which may call this script and read results
     // of its own.
     const int nextIndex = __returnIndex;
-    if (internal::reserveLuaStack(state, 3) &&
-        internal::pushLuaTextOf(state, lua_tonumber(state, index))) {
+    ProtectedCall call(state);
+    if (internal::reserveLuaStack(call, 4) &&
+        internal::pushLuaTextOf(call, lua_tonumber(state, index))) {
         value = lua_tostring(state, -1);
         lua_pop(state, 1);
     } else {
         value.clear();
+    }
+    if (call.isAbandoned()) {
+        return STATUS_INVALID_STATE;
     }
     __returnIndex = nextIndex;
     return STATUS_SUCCESS;
@@ -381,29 +423,18 @@ int LuaScript::__loadLuaApi()
         OX_ERROR("Invalid state. (%d)", r);
         return r;
     }
-    for (std::size_t i = 0; i < __luaApis.size(); ++i) {  // which may add more
+    const Watch watch(Watched::OBJECT, this);
+    for (std::size_t i = 0; watch.isIntact() && i < __luaApis.size(); ++i) {  // which may add more
         LuaApi* api = __luaApis[i];
         r = api->load(this);
         if (r != STATUS_SUCCESS) {
             OX_ERROR("Invalid state. luaApi (%p)", static_cast<void*>(api));
         }
     }
-    __apisLoaded = true;
+    if (watch.isIntact()) {
+        __apisLoaded = true;
+    }
     return r;
-}
-
-/** Makes room for a parameter; without it, the call is abandoned. */
-bool LuaScript::__reserveParameter()
-{
-    lua_State* state = __luaState.get();
-    if (state == nullptr) {
-        return false;
-    }
-    if (!internal::reserveLuaStack(state, 3)) {
-        abandon(state, getParameterCount());
-        return false;
-    }
-    return true;
 }
 
 /** The stack index of the next result, 0 if there is no such value on the stack. */

@@ -1,11 +1,18 @@
 #include "OxLuaStack.h"
 
+#include <cstring>
+
+#include "OxLog.h"
+
 namespace oxil::internal {
 namespace {
 
 int reserve(lua_State* state)
 {
-    luaL_checkstack(state, *static_cast<int*>(lua_touserdata(state, 1)), "too many values");
+    int* count = static_cast<int*>(lua_touserdata(state, 1));
+    if (lua_checkstack(state, *count) == 0) {
+        *count = 0;
+    }
     return 0;
 }
 
@@ -49,14 +56,25 @@ int makeRaise(lua_State* state)
     return 1;
 }
 
+int loadFile(lua_State* state)
+{
+    return luaL_loadfile(state, toText(state, 1)) == 0 ? 1 : lua_error(state);
+}
+
 int registerTable(lua_State* state)
 {
     luaL_register(state, toText(state, 1), static_cast<const luaL_Reg*>(lua_touserdata(state, 2)));
     return 1;
 }
 
-constexpr lua_CFunction KEPT[] = {makeText, makeTextOf, getGlobal, makeRaise, registerTable};
-enum Kept { TEXT, TEXT_OF, GLOBAL, RAISE, TABLE };
+int overflow(lua_State* state)
+{
+    return luaL_error(state, "C stack overflow");
+}
+
+constexpr lua_CFunction KEPT[] = {makeText,  makeTextOf,    getGlobal, loadFile,
+                                  makeRaise, registerTable, overflow,  ProtectedCall::onError};
+enum Kept { TEXT, TEXT_OF, GLOBAL, FILE_CHUNK, RAISE, TABLE, OVERFLOW, ERROR_HANDLER };
 
 /** The key of a kept function in the registry: an address that is nobody else's. */
 void* keyOf(Kept function)
@@ -64,8 +82,49 @@ void* keyOf(Kept function)
     return const_cast<lua_CFunction*>(&KEPT[function]);
 }
 
+/** Pushes the key with this name, if the table at an index has it. Asks for no memory. */
+bool findKey(lua_State* state, int index, const char* name)
+{
+    lua_pushnil(state);
+    while (lua_next(state, index) != 0) {
+        lua_pop(state, 1);
+        if (lua_type(state, -1) == LUA_TSTRING && std::strcmp(lua_tostring(state, -1), name) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+/**
+ * Takes their finalizer from the files of a state.
+ *
+ * Lua 5.1 gives the standard streams away as files that are to be closed, and takes that back a
+ * little later. Without memory in between, the standard streams of the process would be closed
+ * together with the state.
+ */
+void spareStandardStreams(lua_State* state)
+{
+    if (!findKey(state, LUA_REGISTRYINDEX, LUA_FILEHANDLE)) {
+        return;
+    }
+    lua_rawget(state, LUA_REGISTRYINDEX);
+    if (lua_istable(state, -1) && findKey(state, lua_gettop(state), "__gc")) {
+        lua_pushnil(state);
+        lua_rawset(state, -3);
+    }
+}
+
+/** Comes last, when Lua ends the process: an error that nothing protects from. */
+int panic(lua_State* state)
+{
+    const bool isText = lua_type(state, -1) == LUA_TSTRING;  // which needs no memory to be told
+    OX_ERROR("Lua panic (%s).", isText ? lua_tostring(state, -1) : "(null)");
+    return 0;
+}
+
 int prepare(lua_State* state)
 {
+    luaL_openlibs(state);
     for (const lua_CFunction& function : KEPT) {
         lua_pushlightuserdata(state, const_cast<lua_CFunction*>(&function));
         lua_pushcfunction(state, function);
@@ -85,82 +144,133 @@ void pushPointer(lua_State* state, const void* pointer)
     lua_pushlightuserdata(state, const_cast<void*>(pointer));
 }
 
+// A finalizer that fails interrupts what happens to run. It has had its turn then, so there is a
+// point in trying that again, and as many may have failed as this.
+constexpr int ATTEMPTS = 100;
+
 /** Calls a kept function with one argument; false, with nothing left, if it failed. */
 template <typename PushArgument>
-bool make(lua_State* state, Kept function, const PushArgument& pushArgument)
+bool make(ProtectedCall& call, Kept function, const PushArgument& pushArgument)
 {
-    constexpr int ATTEMPTS = 100;
-
+    lua_State* state = call.getState();
     for (int i = 0; i < ATTEMPTS; ++i) {
         pushKept(state, function);
-        pushArgument();
-        const int status = lua_pcall(state, 1, 1, 0);
+        pushArgument(state);
+        const int status = call.run(1, 1);
         if (status == 0) {
             return true;
         }
         lua_pop(state, 1);
         if (status != LUA_ERRRUN) {
-            return false;
+            break;
         }
-        // It was a finalizer that failed. It has had its turn, so there is a point in going on.
     }
     return false;
+}
+
+/** Calls a kept function with a text. */
+int callWithText(ProtectedCall& call, Kept function, const char* text)
+{
+    pushKept(call.getState(), function);
+    pushPointer(call.getState(), text);
+    return call.run(1, 1);
 }
 
 }  // namespace
 
 bool prepareLuaState(lua_State* state)
 {
-    return lua_cpcall(state, prepare, nullptr) == 0;
+    lua_atpanic(state, panic);
+    if (lua_cpcall(state, prepare, nullptr) != 0) {
+        spareStandardStreams(state);
+        return false;
+    }
+    return true;
 }
 
-bool reserveDeepLuaStack(lua_State* state, int count)
+bool growLuaStack(ProtectedCall& call, int count)
 {
-    // The limit counts from the frame of the running function, so a function of its own can go on.
-    // What it needs itself is in the few slots that Lua always keeps in reserve.
-    if (lua_cpcall(state, reserve, &count) != 0) {
+    lua_State* state = call.getState();
+    // Growing asks for memory, so it is done in a protected call, which has what it needs itself in
+    // the places that Lua always keeps in reserve. Its limit counts from its own frame, so it goes
+    // on where lua_checkstack() refuses at 8000 values, which a script with failing functions
+    // reaches: each failed call leaves a message behind.
+    int there = count;
+    int status = LUA_ERRRUN;
+    for (int i = 0; i < ATTEMPTS && status == LUA_ERRRUN; ++i) {
+        status = lua_cpcall(state, reserve, &there);
+        if (status != 0) {
+            lua_pop(state, 1);
+        }
+    }
+    if (status != 0 || there == 0) {
+        return false;
+    }
+    lua_checkstack(state, count);  // which tells Lua, below its limit, that the room is in use
+    return true;
+}
+
+bool pushLuaText(ProtectedCall& call, const char* text)
+{
+    return make(call, TEXT, [=](lua_State* state) { pushPointer(state, text); });
+}
+
+bool pushLuaTextOf(ProtectedCall& call, lua_Number number)
+{
+    return make(call, TEXT_OF, [=](lua_State* state) { lua_pushnumber(state, number); });
+}
+
+int pushLuaGlobal(ProtectedCall& call, const char* name)
+{
+    lua_State* state = call.getState();
+    const bool watched = lua_getmetatable(state, LUA_GLOBALSINDEX) != 0;
+    if (watched) {
         lua_pop(state, 1);
+    }
+    // Without a metatable nothing but a finalizer fails here.
+    int status = callWithText(call, GLOBAL, name);
+    for (int i = 1; i < ATTEMPTS && status == LUA_ERRRUN && !watched; ++i) {
+        lua_pop(state, 1);
+        status = callWithText(call, GLOBAL, name);
+    }
+    return status;
+}
+
+bool pushLuaFile(ProtectedCall& call, const char* filePath)
+{
+    return callWithText(call, FILE_CHUNK, filePath) == 0;
+}
+
+bool makeLuaRaise(ProtectedCall& call)
+{
+    if (!make(call, RAISE, [](lua_State* state) { lua_pushvalue(state, -2); })) {
         return false;
     }
+    lua_remove(call.getState(), -2);
     return true;
 }
 
-bool pushLuaText(lua_State* state, const char* text)
+bool pushLuaTable(ProtectedCall& call, const char* name, const luaL_Reg* functions)
 {
-    return make(state, TEXT, [=] { pushPointer(state, text); });
-}
-
-bool pushLuaTextOf(lua_State* state, lua_Number number)
-{
-    return make(state, TEXT_OF, [=] { lua_pushnumber(state, number); });
-}
-
-bool pushLuaGlobal(lua_State* state, const char* name)
-{
-    pushKept(state, GLOBAL);
-    pushPointer(state, name);
-    return lua_pcall(state, 1, 1, 0) == 0;
-}
-
-bool makeLuaRaise(lua_State* state)
-{
-    if (!make(state, RAISE, [=] { lua_pushvalue(state, -2); })) {
-        return false;
-    }
-    lua_remove(state, -2);
-    return true;
-}
-
-bool pushLuaTable(lua_State* state, const char* name, const luaL_Reg* functions)
-{
+    lua_State* state = call.getState();
     pushKept(state, TABLE);
     pushPointer(state, name);
     pushPointer(state, functions);
-    if (lua_pcall(state, 2, 1, 0) != 0) {
+    if (call.run(2, 1) != 0) {
         lua_pop(state, 1);
         return false;
     }
     return true;
+}
+
+void pushLuaErrorHandler(lua_State* state)
+{
+    pushKept(state, ERROR_HANDLER);
+}
+
+void pushLuaOverflow(lua_State* state)
+{
+    pushKept(state, OVERFLOW);
 }
 
 }  // namespace oxil::internal

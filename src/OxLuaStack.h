@@ -1,11 +1,13 @@
 #pragma once
 
 #include "OxLua.h"
+#include "OxProtectedCall.h"
 
 namespace oxil::internal {
 
 /**
- * Prepares a new state for the functions below; false if there is no memory for it.
+ * Opens the standard libraries in a new state and prepares it for the functions below; false if
+ * there is no memory for that.
  *
  * They ask Lua for memory, and a collection may come with that, which runs the script's finalizers.
  * Whatever fails there must not leave by `longjmp` past the C++ that called; so it happens inside
@@ -13,37 +15,41 @@ namespace oxil::internal {
  */
 bool prepareLuaState(lua_State* state);
 
-/** What reserveLuaStack() does beyond 8000 values. */
-bool reserveDeepLuaStack(lua_State* state, int count);
+/** What reserveLuaStack() does beyond the values that every function may push. */
+bool growLuaStack(ProtectedCall& call, int count);
 
-/**
- * Makes room for values on the Lua stack; false if there can't be any.
- *
- * `lua_checkstack` alone refuses at 8000 values, which a script with failing functions reaches:
- * each failed call leaves a message behind.
- */
-inline bool reserveLuaStack(lua_State* state, int count)
+/** Makes room for values on the Lua stack; false if there can't be any. */
+inline bool reserveLuaStack(ProtectedCall& call, int count)
 {
-    return lua_checkstack(state, count) != 0 || reserveDeepLuaStack(state, count);
+    return count <= LUA_MINSTACK - lua_gettop(call.getState()) || growLuaStack(call, count);
 }
 
-// The following need 3 free places on the Lua stack.
+// The following need 4 free places on the Lua stack.
 
 /** Pushes a text; false, with nothing pushed, if Lua fails. */
-bool pushLuaText(lua_State* state, const char* text);
+bool pushLuaText(ProtectedCall& call, const char* text);
 
 /** Pushes the text of a number; false, with nothing pushed, if Lua fails. */
-bool pushLuaTextOf(lua_State* state, lua_Number number);
+bool pushLuaTextOf(ProtectedCall& call, lua_Number number);
 
-/** Pushes a global; if a metatable of the globals raises an error, pushes that: false. */
-bool pushLuaGlobal(lua_State* state, const char* name);
+/** Pushes a global, or the error that kept it from being found; the status of `lua_pcall`. */
+int pushLuaGlobal(ProtectedCall& call, const char* name);
+
+/** Pushes the function that is in a file, or the error that kept it from being loaded: false. */
+bool pushLuaFile(ProtectedCall& call, const char* filePath);
 
 /** Replaces the error on top by a function that raises it; false, with the error left, if Lua
  *  fails. */
-bool makeLuaRaise(lua_State* state);
+bool makeLuaRaise(ProtectedCall& call);
 
 /** Registers functions in a global table and pushes that; false, with nothing pushed, if Lua
  *  fails: the name may be taken by something that is no table. */
-bool pushLuaTable(lua_State* state, const char* name, const luaL_Reg* functions);
+bool pushLuaTable(ProtectedCall& call, const char* name, const luaL_Reg* functions);
+
+/** Pushes the message handler of ProtectedCall. Needs one free place, as the next one. */
+void pushLuaErrorHandler(lua_State* state);
+
+/** Pushes a function that fails as a call does for which the C stack is too deep. */
+void pushLuaOverflow(lua_State* state);
 
 }  // namespace oxil::internal

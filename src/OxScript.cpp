@@ -2,10 +2,15 @@
 
 #include <cstdint>
 
+#include "OxCallOut.h"
 #include "OxLog.h"
 #include "OxStatus.h"
 
 namespace oxil {
+
+using internal::Watch;
+using internal::Watched;
+
 namespace {
 
 /** How many calls this thread has begun, of all scripts: tells whether a hook led to another one. */
@@ -20,7 +25,10 @@ Script::Script(const std::string& filePath)
 {
 }
 
-Script::~Script() = default;
+Script::~Script()
+{
+    Watch::giveUp(Watched::OBJECT, this);
+}
 
 int Script::onMethodCalling(const std::string&)
 {
@@ -93,11 +101,13 @@ int Script::callMethod(const std::string& methodName, int returnCount)
     }
     __setCall(methodName, returnCount, 0);
 
-    if (onMethodCalling(__methodName) != 0) {
+    // Each hook may lead to the end of this script, and must not be followed by another one then.
+    const Watch watch(Watched::OBJECT, this);
+    if (onMethodCalling(__methodName) != 0 || !watch.isIntact()) {
         OX_ERROR("Invalid state.");
         return STATUS_INVALID_STATE;
     }
-    if (onMethodCalled(__methodName) != 0) {
+    if (onMethodCalled(__methodName) != 0 || !watch.isIntact()) {
         OX_ERROR("Invalid state.");
         return STATUS_INVALID_STATE;
     }
@@ -129,33 +139,38 @@ int Script::callMethod(const std::string& methodName, std::initializer_list<Para
     __setCall(methodName, returnCount, parameterCount);
 
     // Any hook may lead to other calls, from a finalizer that happens to run there for one, which
-    // leave their own bookkeeping behind.
+    // leave their own bookkeeping behind, and to the end of this script: false.
+    const Watch watch(Watched::OBJECT, this);
     std::uint64_t known = begunCalls;
     const auto resume = [&] {
+        if (!watch.isIntact()) {
+            return false;
+        }
         if (begunCalls != known) {
             __setCall(methodName, returnCount, parameterCount);
             known = begunCalls;
         }
         __parameterCount = parameterCount;
+        return true;
     };
 
-    if (onMethodCalling(__methodName) != 0) {
+    if (onMethodCalling(__methodName) != 0 || !resume()) {
         OX_ERROR("Invalid state.");
         return STATUS_INVALID_STATE;
     }
-    resume();
     for (const Parameter& parameter : parameters) {
         if (parameter.addTo(*this) != 0) {
             OX_ERROR("Invalid state.");
             return STATUS_INVALID_STATE;
         }
         ++parameterCount;
-        resume();
+        if (!resume()) {
+            OX_ERROR("Invalid state.");
+            return STATUS_INVALID_STATE;
+        }
     }
     const int called = onMethodCalled(__methodName);
-    resume();
-
-    if (called != 0) {
+    if (!resume() || called != 0) {
         OX_ERROR("Invalid state.");
         return STATUS_INVALID_STATE;
     }
@@ -166,15 +181,15 @@ int Script::callMethod(const std::string& methodName, std::initializer_list<Para
     int read = 0;
     onReturnValueEvaluateBegin();
     for (const Result& result : results) {
-        resume();
-        read = result.getFrom(*this);
+        read = resume() ? result.getFrom(*this) : STATUS_INVALID_STATE;
         if (read != 0) {
             break;
         }
     }
-    resume();
-    onReturnValueEvaluateEnd();
-    if (read != 0) {
+    if (resume()) {
+        onReturnValueEvaluateEnd();
+    }
+    if (read != 0 || !watch.isIntact()) {
         OX_ERROR("Invalid state.");
         return STATUS_INVALID_STATE;
     }

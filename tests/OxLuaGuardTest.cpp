@@ -422,6 +422,54 @@ TEST_F(LuaGuardScriptTest, AHandledErrorDoesNotComeOut)
     EXPECT_EQ(lua_gettop(state()), top + 4);
 }
 
+TEST_F(LuaGuardScriptTest, ItComesOutOfCoroutinesThatPassItOn)
+{
+    load(
+        "function once() coroutine.wrap(function() Native.refuse('no', 1) end)() end\n"
+        "function twice() coroutine.wrap(function() coroutine.wrap(function()\n"
+        "  Native.refuse('no', 2) end)() end)() end\n"
+        "function later() local f = coroutine.wrap(function()\n"
+        "  coroutine.yield() Native.refuse('no', 3) end) f() f() end\n"
+        "function afterAnother() pcall(Native.refuse, 'no', 6)\n"
+        "  coroutine.wrap(function() Native.refuse('no', 5) end)() end\n");
+
+    EXPECT_EQ(refusalOf("once"), 1);
+    EXPECT_THAT(inWords(state(), -1), testing::EndsWith(file().path() + ":1: no"));
+    EXPECT_EQ(refusalOf("twice"), 2);
+    EXPECT_EQ(refusalOf("later"), 3);
+    EXPECT_EQ(refusalOf("afterAnother"), 5);
+}
+
+TEST_F(LuaGuardScriptTest, AnErrorOfTheScriptIsItsOwnAlsoInACoroutine)
+{
+    load(
+        "function handled() local f = coroutine.wrap(function()\n"
+        "  local ok, reason = pcall(Native.refuse, 'no', 1) error('other: ' .. reason, 0) end)\n"
+        "  f() end\n"
+        "function handledOutside() pcall(coroutine.wrap(function() Native.refuse('no', 2) end))\n"
+        "  coroutine.wrap(function() error('on its own: no', 0) end)() end\n"
+        "function resumed() local ok, reason = coroutine.resume(coroutine.create(function()\n"
+        "  Native.refuse('no', 3) end)) error('other: ' .. reason) end\n"
+        "function resumedWithin() coroutine.wrap(function() local ok, reason =\n"
+        "  coroutine.resume(coroutine.create(function() Native.refuse('no', 4) end))\n"
+        "  error('other: ' .. reason, 0) end)() end\n");
+
+    for (const char* name : {"handled", "handledOutside", "resumed", "resumedWithin"}) {
+        EXPECT_EQ(refusalOf(name), -1) << name;
+        EXPECT_THAT(inWords(state(), -1), testing::EndsWith(": no"));
+    }
+}
+
+TEST_F(LuaGuardScriptTest, AnErrorThatIsRaisedAgainAsItIsComesOut)
+{
+    load(
+        "function cleansUp() local ok, reason = pcall(Native.refuse, 'no', 1)\n"
+        "  cleaned = true error(reason, 0) end");
+
+    EXPECT_EQ(refusalOf("cleansUp"), 1);
+    EXPECT_EQ(run("return cleaned"), "true");
+}
+
 TEST_F(LuaGuardScriptTest, TheLastOfSeveralExceptionsComesOut)
 {
     load("function f() pcall(Native.refuse, 'first', 1) Native.refuse('second', 2) end");

@@ -42,10 +42,14 @@ lua_State* LuaStates::open(lua_State* (*newState)())
         return nullptr;
     }
     lua_State* state = std::exchange(__kept, nullptr);
-    if (state == nullptr) {
-        return newState();
+    if (state != nullptr) {
+        lua_settop(state, 0);
+        return state;
     }
-    lua_settop(state, 0);
+    state = newState();
+    if (state != nullptr && __whenOpened) {
+        __whenOpened(state);
+    }
     return state;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <vector>
 
 struct lua_State;
@@ -30,6 +31,9 @@ public:
      */
     void reuse();
 
+    /** Calls this with each new state, before anything is done in it. */
+    void whenOpened(const std::function<void(lua_State*)>& function) { __whenOpened = function; }
+
     /** The states given to lua_close() so far. */
     const std::vector<lua_State*>& closed() const { return __closed; }
 
@@ -41,6 +45,7 @@ private:
     bool __reusing = false;
     lua_State* __kept = nullptr;
     std::vector<lua_State*> __closed;
+    std::function<void(lua_State*)> __whenOpened;
 };
 
 }  // namespace oxil::test
