@@ -14,8 +14,8 @@ namespace oxil {
 
 class XmlDocument;
 
-/** Overload tag: asks for character data exactly as the document has it. Its value is never looked
- *  at. */
+/** Overload tag: asks for character data and attributes exactly as the document means them. Its
+ *  value is never looked at. */
 enum ExactText : std::int32_t { EXACT_TEXT = 0 };
 
 /**
@@ -50,23 +50,31 @@ public:
  *
  * @par What the events say
  * They are those of libxml2's first-generation event interface, handed on as they come. Names keep
- * their prefix. In attribute values `&amp;` arrives as `&#38;`. Entities that a document declares
- * itself are not known here: a reference to one makes read() fail or, if the document names an
- * external subset too, vanishes without a trace; load() accepts both. One run of text may arrive in
- * several events.
+ * their prefix. In attribute values an `&` that the document writes as a reference arrives as
+ * `&#38;` (so that a document that is read and written again and again would grow), unless
+ * EXACT_TEXT is asked for. Entities that a document declares itself are not known here: a reference
+ * to one makes read() fail or, if the document names an external subset too, vanishes without a
+ * trace; load() accepts both. One run of text may arrive in several events.
  *
  * @par Untrusted input
- * libxml2's own limits hold: 256 levels of nesting, 10,000,000 bytes for one attribute value. They
- * do not bound the time: it grows with the square of the number of attributes of one element.
- * The events access no other file and no network. Nor does load() for what a document refers to,
- * unless the application has told libxml2 so (`xmlSubstituteEntitiesDefault`,
- * `xmlLoadExtDtdDefaultValue`). Its argument, however, is a URL to libxml2: take no such path from
- * outside. What
- * libxml2 has to say goes to the standard error output unless the application sets another handler
- * (`xmlSetGenericErrorFunc`, libxml2's manual); read() is silent about all but bad encodings.
+ * A path from outside goes to the members that take a PlainFile: to load(), it is a URL, and a pipe
+ * makes read() wait for a writer, for ever if there is none.
+ *
+ * libxml2's own limits hold: 257 levels of nesting pass, and so do 10,000,000 bytes for one
+ * attribute value, one CDATA section or, in load(), one text; near the end of the document a few
+ * less. They do not bound the time: it grows with the square of the number of attributes of one
+ * element, to seconds for 50,000 of them. The events access no other file and no network. Nor does
+ * load() for what a document refers to, unless the application has told libxml2 so
+ * (`xmlSubstituteEntitiesDefault`, `xmlLoadExtDtdDefaultValue`). What libxml2 has to say goes to
+ * the standard error output unless the application sets another handler (`xmlSetGenericErrorFunc`,
+ * libxml2's manual); read() is silent about all but bad encodings and want of memory.
  *
  * @par Threads
- * One thread at a time for each object; everything runs on the caller's thread.
+ * One thread at a time for each object; everything runs on the caller's thread. Different objects
+ * may read and load on different threads at once. Each successful read() has `xmlCleanupMemory`
+ * called: by the last thread to leave, if others are inside read() or load(). Other uses of
+ * libxml2 are not known here, and hurt only if the application has set its debugging allocator
+ * (`xmlMemMalloc`).
  *
  * @par Example
  * @snippet layouts/main.cpp read
@@ -87,13 +95,17 @@ public:
     Xml();
 
     /** Makes a reader for a file, which is not touched before read() or load(). */
-    explicit Xml(const std::string& xmlFilePath);
+    Xml(const std::string& xmlFilePath);
+
+    /** Copies the path and the functions; the listener is shared. Not from inside an event of the
+     *  other reader, one of whose functions is running then. */
+    Xml(const Xml& other);
+
+    /** The same, and not from inside an event of this one either. */
+    Xml& operator=(const Xml& other);
 
     /** Must not be called from inside an event of this reader. */
     ~Xml();
-
-    Xml(const Xml&) = delete;
-    Xml& operator=(const Xml&) = delete;
 
     /**
      * Reads a file and delivers its events, in document order, before it returns.
@@ -102,7 +114,9 @@ public:
      * buffer, which may be the rest of the document: each such event costs time in proportion to
      * what is left of the document. Ask for EXACT_TEXT to get the text alone.
      *
-     * What was delivered before an error stays delivered, and text behind it may still be.
+     * What was delivered before an error stays delivered, and text behind it may still be. A file
+     * that becomes shorter while it is read is parsed with what was there and line ends for the
+     * rest.
      *
      * @param xmlFilePath  remembered for read() and load(), unless it is empty
      * @return STATUS_SUCCESS, or after logging
@@ -110,9 +124,9 @@ public:
      *         - "File open failed : (%s)(%s)" with path and reason: STATUS_INVALID_PARAMETER
      *         - "(%s)" with a reason, if the file can't be positioned: STATUS_INVALID_STATE
      *         - "Please check the file size.", if there is nothing to read: STATUS_INVALID_STATE
-     *         - "Memory allocation failed.": STATUS_OUT_OF_MEMORY
-     *         - "Xml parsing failed", for malformed XML and more than `INT_MAX` bytes (directories
-     *           of some file systems look like that):
+     *         - "Memory allocation failed.", also for `INT_MAX` bytes and more, which folders of
+     *           many file systems say they have: STATUS_OUT_OF_MEMORY
+     *         - "Xml parsing failed", for malformed XML, and if the parser had no memory:
      *           STATUS_INVALID_PARAMETER
      * @throws  what the listener or a function threw: the parser is stopped, nothing more is
      *          delivered or logged, and everything is released first; or `std::bad_alloc`
@@ -123,16 +137,17 @@ public:
      *  STATUS_INVALID_STATE. */
     int read();
 
-    /** As read(const std::string&), with the text of each run of character data and no more. The
-     *  cost is in proportion to the document. */
+    /** As read(const std::string&), with the text of each run of character data and no more, and
+     *  with attribute values as the document means them. The cost is in proportion to the
+     *  document. */
     int read(const std::string& xmlFilePath, ExactText);
 
-    /** As read(), with the text of each run of character data and no more. */
+    /** As read(const std::string&, ExactText), for the file remembered. */
     int read(ExactText);
 
     /**
-     * As read(const std::string&, ExactText), for a regular file of no more than `file.limit` bytes.
-     * This is the one for paths from outside: a pipe doesn't make it wait.
+     * As read(const std::string&, ExactText), for a regular file of no more than `file.limit`
+     * bytes. This is the one for paths from outside: a pipe doesn't make it wait.
      *
      * @return as there, and nothing is positioned: a folder, a pipe or device, or a file that is
      *         too large is "File open failed : (%s)(%s)" as well, with the reason EISDIR, EINVAL or
@@ -149,16 +164,17 @@ public:
      * @param xmlFilePath  a path; libxml2 also takes URLs and reads compressed files
      * @return a new document, which is the caller's; null after logging "xmlFilePath is empty
      *         string.", "Invalid state. (%s)(%s)" with path and system error, if the file can't be
-     *         read or is malformed, or "Memory allocation failed." (the tree is lost then)
+     *         read, is malformed or needs more memory than there is, or "Memory allocation failed."
+     *         (the tree is lost then)
      */
-    XmlDocument* load(const std::string& xmlFilePath);
+    [[nodiscard]] XmlDocument* load(const std::string& xmlFilePath);
 
     /** Parses the file remembered; fails as load(const std::string&) does if there is none. */
-    XmlDocument* load();
+    [[nodiscard]] XmlDocument* load();
 
     /**
-     * As load(const std::string&), for a regular file of no more than `file.limit` bytes: no URL, no
-     * compressed file, no catalog, and nothing that the document refers to, whatever libxml2 was
+     * As load(const std::string&), for a regular file of no more than `file.limit` bytes: no URL,
+     * no compressed file, no catalog, and nothing that the document refers to, whatever libxml2 was
      * told for the whole process (`xmlSubstituteEntitiesDefault`, `xmlLoadExtDtdDefaultValue`).
      *
      * The argument is what is checked for being empty, not the path remembered.
@@ -167,7 +183,7 @@ public:
      *         string.", "Invalid state. (%s)(%s)" with path and reason ("Success" for what is
      *         not well-formed; EISDIR, EINVAL, EFBIG as for read()), or "Memory allocation failed."
      */
-    XmlDocument* load(const std::string& xmlFilePath, PlainFile file);
+    [[nodiscard]] XmlDocument* load(const std::string& xmlFilePath, PlainFile file);
 
     /** Sets the listener, which stays the caller's and has to live until it is replaced or the
      *  reader is no longer used; null removes it. */

@@ -2,7 +2,6 @@
 
 #include <libxml/parser.h>
 #include <libxml/parserInternals.h>
-#include <libxml/xmlmemory.h>
 
 #include <cerrno>
 #include <climits>
@@ -17,6 +16,7 @@
 #include "OxLog.h"
 #include "OxStatus.h"
 #include "OxXmlDocument.h"
+#include "OxXmlEngine.h"
 #include "OxXmlFile.h"
 #include "OxXmlText.h"
 
@@ -37,15 +37,19 @@ struct Texts {
 class Parse {
 public:
     /** As xmlSAXUserParseMemory() prepares it; that function has no way of being stopped. */
-    Parse(const xmlSAXHandler& handlers, Xml& xml, const char* buffer, int size)
+    Parse(const xmlSAXHandler& handlers, Xml& xml, const char* buffer, int size, int options = 0)
         : __context(nullptr, freeContext), __outer(innermost)
     {
         innermost = this;
         xmlInitParser();
+        forgetMemoryError();
         __context.reset(xmlCreateMemoryParserCtxt(buffer, size));
         if (__context != nullptr) {
             *__context->sax = handlers;
             __context->userData = &xml;
+            if (options != 0) {
+                xmlCtxtUseOptions(__context.get(), options);
+            }
         }
     }
 
@@ -54,7 +58,8 @@ public:
     Parse(const Parse&) = delete;
     Parse& operator=(const Parse&) = delete;
 
-    /** Delivers the events; false if the document is malformed. Throws what an event threw. */
+    /** Delivers the events; false if the document is malformed, or if some of it may be missing
+     *  for want of memory. Throws what an event threw. */
     bool run()
     {
         if (__context == nullptr) {
@@ -64,7 +69,7 @@ public:
         if (__exception != nullptr) {
             std::rethrow_exception(__exception);
         }
-        return __context->wellFormed != 0;
+        return __context->wellFormed != 0 && !__outOfMemory && !internal::hasEngineRunOut();
     }
 
     /** Keeps the current exception and ends the innermost run: the parser is C, and an exception
@@ -81,6 +86,22 @@ public:
         return innermost != nullptr ? &innermost->__texts : nullptr;
     }
 
+    /** Before an event: the application may use the engine, and change its last error. */
+    static void keepMemoryError() noexcept
+    {
+        if (innermost != nullptr && internal::hasEngineRunOut()) {
+            innermost->__outOfMemory = true;
+        }
+    }
+
+    /** After an event: what the application had no memory for doesn't concern the run. */
+    static void forgetMemoryError() noexcept
+    {
+        if (innermost != nullptr && internal::hasEngineRunOut()) {
+            xmlResetLastError();
+        }
+    }
+
 private:
     static void freeContext(xmlParserCtxtPtr context)
     {
@@ -93,6 +114,7 @@ private:
     std::unique_ptr<xmlParserCtxt, void (*)(xmlParserCtxtPtr)> __context;
     std::exception_ptr __exception;
     Texts __texts;
+    bool __outOfMemory = false;
     Parse* __outer;
 };
 
@@ -107,12 +129,17 @@ class EventTexts {
 public:
     EventTexts() noexcept
     {
+        Parse::keepMemoryError();
         Texts* kept = Parse::getTexts();
         __texts = kept != nullptr && !kept->inUse ? kept : &__own.emplace();
         __texts->inUse = true;
     }
 
-    ~EventTexts() { __texts->inUse = false; }
+    ~EventTexts()
+    {
+        Parse::forgetMemoryError();
+        __texts->inUse = false;
+    }
 
     EventTexts(const EventTexts&) = delete;
     EventTexts& operator=(const EventTexts&) = delete;
@@ -228,6 +255,42 @@ constexpr xmlSAXHandler makeHandlers(charactersSAXFunc onCharacters)
 constexpr xmlSAXHandler HANDLERS = makeHandlers(characters<&Xml::__onCharacters>);
 constexpr xmlSAXHandler EXACT_HANDLERS = makeHandlers(characters<&Xml::__onExactCharacters>);
 
+/** Has references in attributes replaced. Those to entities of the document itself don't count,
+ *  because no handler makes them known. */
+constexpr int EXACT_OPTIONS = XML_PARSE_NOENT;
+
+/** Line ends are what may stand behind any document: a NUL is not, to newer parsers. */
+void fillWithLineEnds(char* text, std::size_t begin, std::size_t end)
+{
+    std::memset(text + begin, '\n', end - begin);
+    const bool isLittleEndian = text[1] == '\0' || std::memcmp(text, "\xff\xfe", 2) == 0;
+    const bool isBigEndian = text[0] == '\0' || std::memcmp(text, "\xfe\xff", 2) == 0;
+    if (isLittleEndian || isBigEndian) {
+        for (std::size_t i = begin; i < end; ++i) {
+            if (i % 2 == (isLittleEndian ? 1 : 0)) {
+                text[i] = '\0';
+            }
+        }
+    }
+}
+
+/** Parses a file into a tree, as load() does.
+ *  @param error  0, or what `errno` has a name for, after null */
+xmlDocPtr parseFile(const std::string& path, int& error)
+{
+    const internal::EngineUse use;
+    const internal::MemoryWatch watch;
+    errno = 0;  // so that no earlier failure is blamed for malformed XML
+    xmlDocPtr document = xmlParseFile(path.c_str());
+    error = errno;
+    if (watch.hasRunOut()) {
+        error = ENOMEM;
+        xmlFreeDoc(document);  // nobody knows what it lacks
+        return nullptr;
+    }
+    return document;
+}
+
 }  // namespace
 
 IXmlEventListener::~IXmlEventListener() = default;
@@ -235,6 +298,10 @@ IXmlEventListener::~IXmlEventListener() = default;
 Xml::Xml() : Xml("") {}
 
 Xml::Xml(const std::string& xmlFilePath) : __listener(nullptr), __xmlFilePath(xmlFilePath) {}
+
+Xml::Xml(const Xml& other) = default;
+
+Xml& Xml::operator=(const Xml& other) = default;
 
 Xml::~Xml() = default;
 
@@ -285,12 +352,10 @@ int Xml::read(const std::string& xmlFilePath, const _xmlSAXHandler& handlers)
         OX_ERROR("(%s)", std::strerror(errno));
         return STATUS_INVALID_STATE;
     }
-    // The parser counts in int, so there is no use in reading more.
-    if (size > INT_MAX) {
-        OX_ERROR("Xml parsing failed");
-        return STATUS_INVALID_PARAMETER;
-    }
-    const std::unique_ptr<char[]> buffer(new (std::nothrow) char[static_cast<std::size_t>(size)]);
+    // Neither the device nor the parser has room for more. Folders of many file systems say that
+    // they are as large.
+    const std::unique_ptr<char[]> buffer(
+        size < INT_MAX ? new (std::nothrow) char[static_cast<std::size_t>(size)] : nullptr);
     if (buffer == nullptr) {
         OX_ERROR("Memory allocation failed.");
         return STATUS_OUT_OF_MEMORY;
@@ -302,12 +367,16 @@ int Xml::read(const std::string& xmlFilePath, const _xmlSAXHandler& handlers)
         return STATUS_INVALID_STATE;
     }
     // A file that has become shorter meanwhile is parsed with the size that it had.
-    std::memset(buffer.get() + count, 0, static_cast<std::size_t>(size) - count);
-    if (!Parse(handlers, *this, buffer.get(), static_cast<int>(size)).run()) {
+    if (count < static_cast<std::size_t>(size)) {
+        fillWithLineEnds(buffer.get(), count, static_cast<std::size_t>(size));
+    }
+    internal::EngineUse use;
+    const int options = &handlers == &EXACT_HANDLERS ? EXACT_OPTIONS : 0;
+    if (!Parse(handlers, *this, buffer.get(), static_cast<int>(size), options).run()) {
         OX_ERROR("Xml parsing failed");
         return STATUS_INVALID_PARAMETER;
     }
-    xmlCleanupMemory();
+    use.cleanUpMemory();
     return STATUS_SUCCESS;
 }
 
@@ -333,11 +402,14 @@ int Xml::read(const std::string& xmlFilePath, PlainFile file)
         OX_ERROR("Please check the file size.");
         return STATUS_INVALID_STATE;
     }
-    if (!Parse(EXACT_HANDLERS, *this, content.bytes.get(), static_cast<int>(content.size)).run()) {
+    internal::EngineUse use;
+    if (!Parse(EXACT_HANDLERS, *this, content.bytes.get(), static_cast<int>(content.size),
+               EXACT_OPTIONS)
+             .run()) {
         OX_ERROR("Xml parsing failed");
         return STATUS_INVALID_PARAMETER;
     }
-    xmlCleanupMemory();
+    use.cleanUpMemory();
     return STATUS_SUCCESS;
 }
 
@@ -349,10 +421,10 @@ XmlDocument* Xml::load(const std::string& xmlFilePath)
     }
     __xmlFilePath = xmlFilePath;
 
-    errno = 0;  // so that no earlier failure is blamed for malformed XML
-    xmlDocPtr native = xmlParseFile(__xmlFilePath.c_str());
+    int error = 0;
+    xmlDocPtr native = parseFile(__xmlFilePath, error);
     if (native == nullptr) {
-        OX_ERROR("Invalid state. (%s)(%s)", __xmlFilePath.c_str(), std::strerror(errno));
+        OX_ERROR("Invalid state. (%s)(%s)", __xmlFilePath.c_str(), std::strerror(error));
         return nullptr;
     }
     XmlDocument* document = new (std::nothrow) XmlDocument(native);

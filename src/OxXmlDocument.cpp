@@ -10,6 +10,7 @@
 
 #include "OxLog.h"
 #include "OxStatus.h"
+#include "OxXmlEngine.h"
 #include "OxXmlFile.h"
 #include "OxXmlNode.h"
 #include "OxXmlStyleSheet.h"
@@ -17,7 +18,13 @@
 namespace oxil {
 namespace {
 
-const xmlChar VERSION[] = "1.0";
+xmlDocPtr newDocument()
+{
+    static const xmlChar VERSION[] = "1.0";
+
+    internal::initEngine();
+    return xmlNewDoc(VERSION);
+}
 
 struct CloseFile {
     void operator()(std::FILE* file) const { std::fclose(file); }
@@ -44,7 +51,7 @@ int save(std::FILE* file, xmlDocPtr document)
 
 }  // namespace
 
-XmlDocument::XmlDocument() : XmlDocument(xmlNewDoc(VERSION)) {}
+XmlDocument::XmlDocument() : XmlDocument(newDocument()) {}
 
 XmlDocument::XmlDocument(_xmlDoc* document)
     : __document(document, xmlFreeDoc), __rootNode(nullptr), __styleSheet(nullptr)

@@ -12,6 +12,8 @@
 #include <new>
 #include <utility>
 
+#include "OxXmlEngine.h"
+
 namespace oxil::internal {
 namespace {
 
@@ -130,6 +132,8 @@ xmlDocPtr parsePlainFile(const std::string& path, const PlainFile& file, int opt
     if (error != 0) {
         return nullptr;
     }
+    const EngineUse use;
+    const MemoryWatch watch;
     const std::unique_ptr<xmlParserCtxt, void (*)(xmlParserCtxtPtr)> context(xmlNewParserCtxt(),
                                                                              xmlFreeParserCtxt);
     if (context == nullptr) {
@@ -145,8 +149,7 @@ xmlDocPtr parsePlainFile(const std::string& path, const PlainFile& file, int opt
     xmlDocPtr document =
         xmlCtxtReadMemory(context.get(), content.bytes.get(), static_cast<int>(content.size),
                           toUri(path).c_str(), nullptr, options | XML_PARSE_NONET);
-    const xmlError* last = xmlCtxtGetLastError(context.get());
-    if (last != nullptr && last->code == XML_ERR_NO_MEMORY) {
+    if (watch.hasRunOut()) {
         error = ENOMEM;
         xmlFreeDoc(document);  // nobody knows what it lacks
         return nullptr;

@@ -8,6 +8,7 @@
 
 #include "OxLog.h"
 #include "OxStatus.h"
+#include "OxXmlEngine.h"
 #include "OxXmlText.h"
 
 namespace oxil {
@@ -15,6 +16,12 @@ namespace oxil {
 using internal::toXml;
 
 namespace {
+
+xmlNodePtr newNode(const std::string& element)
+{
+    internal::initEngine();
+    return xmlNewNode(nullptr, toXml(element));
+}
 
 /** False without memory. */
 bool addContent(xmlNode* node, const xmlChar* content)
@@ -69,7 +76,7 @@ XmlNode::XmlNode(_xmlNode* node) : __native(node) {}
 
 XmlNode::XmlNode(const std::string& element) : __native(nullptr), __element(element)
 {
-    __native = xmlNewNode(nullptr, toXml(__element));  // behind all that may throw
+    __native = newNode(__element);  // behind all that may throw
     if (__native == nullptr) {
         OX_ERROR("XmlNode creation failed.");
     }
@@ -112,7 +119,7 @@ XmlNode::~XmlNode()
 
 int XmlNode::setElement(const std::string& element)
 {
-    __native = xmlNewNode(nullptr, toXml(element));
+    __native = newNode(element);
     if (__native == nullptr) {
         OX_ERROR("Memory allocation failed.");
         return STATUS_OUT_OF_MEMORY;

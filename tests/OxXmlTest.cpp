@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstddef>
+#include <cstdio>
 #include <cstring>
 #include <functional>
 #include <memory>
@@ -49,7 +50,8 @@ using testing::SizeIs;
 using testing::StartsWith;
 
 static_assert(std::has_virtual_destructor_v<IXmlEventListener>);
-static_assert(!std::is_copy_constructible_v<Xml> && !std::is_copy_assignable_v<Xml>);
+static_assert(std::is_copy_constructible_v<Xml> && std::is_copy_assignable_v<Xml>);
+static_assert(std::is_convertible_v<std::string, Xml>);
 
 using Texts = std::vector<std::string>;
 
@@ -383,28 +385,48 @@ TEST_F(XmlTest, ASizeBelowOneIsRefused)
     }
 }
 
-TEST_F(XmlTest, MoreThanTheParserCanBeToldOfIsAParserFailureAndNotRead)
+TEST_F(XmlTest, WhatIsAsLargeAsAFolderHasNoPlaceInMemory)
 {
-    if constexpr (sizeof(long) > sizeof(int)) {
-        for (const long size : {static_cast<long>(INT_MAX + 1LL), LONG_MAX}) {
-            for (const Form form : FORMS) {
-                const LogCapture log;
-                FileCalls files;
-                files.setPosition(size);
-                XmlCalls engine;
-                Xml xml(file.path());
+    // What folders say is the largest number there is: of 32 bits on the device, of 64 on hosts.
+    for (const long size : {static_cast<long>(INT_MAX), LONG_MAX}) {
+        for (const Form form : FORMS) {
+            const LogCapture log;
+            FileCalls files;
+            files.setPosition(size);
+            XmlCalls engine;
+            Xml xml(file.path());
 
-                EXPECT_EQ(read(xml, form), STATUS_INVALID_PARAMETER);
+            EXPECT_EQ(read(xml, form), STATUS_OUT_OF_MEMORY);
 
-                EXPECT_THAT(files.calls(), Not(Contains("fread")));
-                EXPECT_TRUE(files.isEverythingReleased());
-                EXPECT_EQ(engine.parsesBegun(), 0);
-                EXPECT_EQ(engine.memoryCleanups(), 0);
-                EXPECT_THAT(log.lines(), ElementsAre(readLogs("Xml parsing failed")));
-            }
+            EXPECT_THAT(files.calls(),
+                        ElementsAre("fopen r", "fseek end", "ftell", "fseek start", "fclose"));
+            EXPECT_TRUE(files.isEverythingReleased());
+            EXPECT_EQ(engine.parsesBegun(), 0);
+            EXPECT_EQ(engine.memoryCleanups(), 0);
+            EXPECT_THAT(log.lines(), ElementsAre(readLogs("Memory allocation failed.")));
         }
-    } else {
-        GTEST_SKIP() << "no file of this host is as large";
+    }
+}
+
+TEST_F(XmlTest, AFolderIsRefusedWithWhatItsFileSystemAnswers)
+{
+    for (const Form form : FORMS) {
+        const LogCapture log;
+        Xml xml;
+        const std::string folder = testing::TempDir();
+        const std::unique_ptr<std::FILE, int (*)(std::FILE*)> opened(
+            std::fopen(folder.c_str(), "r"), std::fclose);
+        ASSERT_NE(opened, nullptr);
+        if (std::fseek(opened.get(), 0, SEEK_END) != 0) {
+            EXPECT_EQ(read(xml, folder, form), STATUS_INVALID_STATE);  // tmpfs, say
+        } else if (std::ftell(opened.get()) >= INT_MAX) {
+            EXPECT_EQ(read(xml, folder, form), STATUS_OUT_OF_MEMORY);  // ext4, say
+            EXPECT_THAT(log.lines(), ElementsAre(readLogs("Memory allocation failed.")));
+        } else {
+            EXPECT_EQ(read(xml, folder, form), STATUS_INVALID_STATE);
+            EXPECT_THAT(log.lines(), ElementsAre(readLogs("Please check the file size.")));
+        }
+        EXPECT_THAT(log.lines(), SizeIs(1));
     }
 }
 
@@ -472,6 +494,66 @@ TEST_F(XmlTest, AShortReadIsParsedAtTheFullSizeAllTheSame)
         EXPECT_THAT(recorder.events(), ElementsAre("start a|x|1", "end a"));
         EXPECT_TRUE(files.isEverythingReleased());
     }
+}
+
+TEST_F(XmlTest, WhatAShortReadLeavesIsFilledWithLineEndsInTheDocumentsEncoding)
+{
+    const auto wide = [](const std::string& text, bool bigEndian) {
+        std::string all;
+        for (const char c : text) {
+            all.append(bigEndian ? std::string{'\0', c} : std::string{c, '\0'});
+        }
+        return all;
+    };
+    const std::string text = "<?xml version='1.0'?><a/>";
+    const struct {
+        const char* what;
+        std::string document;
+        std::string filling;
+    } cases[] = {
+        {"UTF-8", text, "\n\n\n\n"},
+        {"UTF-8 with a byte order mark", "\xef\xbb\xbf" + text, "\n\n\n\n"},
+        {"UTF-16, little endian", wide(text, false), std::string("\n\0\n\0", 4)},
+        {"the same with a byte order mark", "\xff\xfe" + wide(text, false),
+         std::string("\n\0\n\0", 4)},
+        {"UTF-16, big endian", wide(text, true), std::string("\0\n\0\n", 4)},
+        {"the same with a byte order mark", "\xfe\xff" + wide(text, true),
+         std::string("\0\n\0\n", 4)},
+    };
+    for (const auto& shortened : cases) {
+        SCOPED_TRACE(shortened.what);
+        // What a read leaves out here is there all the same, so it has to be overwritten.
+        const ScriptFile longer(shortened.document + "<<<<");
+        for (const Form form : FORMS) {
+            FileCalls files;
+            files.setReadCount(shortened.document.size());
+            std::string given;
+            const XmlCalls engine([&given](xmlParserCtxtPtr context) {
+                given.assign(reinterpret_cast<const char*>(context->input->base),
+                             reinterpret_cast<const char*>(context->input->end));
+            });
+            recorder.clear();
+            Xml xml(longer.path());
+            xml.setXmlEventListener(&recorder);
+
+            EXPECT_EQ(read(xml, form), STATUS_SUCCESS);
+
+            EXPECT_EQ(given, shortened.document + shortened.filling);
+            EXPECT_THAT(recorder.events(), ElementsAre("start a", "end a"));
+        }
+    }
+}
+
+TEST_F(XmlTest, OfAReadOfOneByteTheRestIsLineEnds)
+{
+    const LogCapture log;
+    FileCalls files;
+    files.setReadCount(1);
+    Xml xml(file.path());
+
+    EXPECT_EQ(xml.read(), STATUS_INVALID_PARAMETER);
+
+    EXPECT_THAT(log.lines(), ElementsAre(readLogs("Xml parsing failed")));
 }
 
 TEST_F(XmlTest, ADocumentThatIsNotWellFormedFailsAfterTheEventsBeforeTheError)
@@ -889,10 +971,7 @@ TEST_F(XmlTest, WhatTheEngineSaysIsHandedOnAsItIs)
     } cases[] = {
         {"prefixes stay", "<p:a xmlns:p='u' p:x='1'/>", {"start p:a|xmlns:p|u|p:x|1", "end p:a"}},
         {"undeclared ones too", "<p:a p:x='1'/>", {"start p:a|p:x|1", "end p:a"}},
-        {"an ampersand in an attribute stays escaped",
-         "<a x='&amp;' y='&#38;'/>",
-         {"start a|x|&#38;|y|&#38;", "end a"}},
-        {"other references do not",
+        {"references in attributes are replaced",
          "<a x='&lt;&gt;&quot;&apos;&#65;'/>",
          {"start a|x|<>\"'A", "end a"}},
         {"references in text are runs of their own",
@@ -919,6 +998,54 @@ TEST_F(XmlTest, WhatTheEngineSaysIsHandedOnAsItIs)
     };
     for (const auto& handedOn : cases) {
         EXPECT_EQ(eventsOf(handedOn.document), handedOn.events) << handedOn.what;
+    }
+}
+
+TEST_F(XmlTest, AttributesArriveAsTheDocumentMeansThemIfTextIsToBeExact)
+{
+    const struct {
+        const char* written;
+        std::string exact;
+        std::string plain;
+    } cases[] = {
+        {"&amp;", "&", "&#38;"},
+        {"&#38;", "&", "&#38;"},
+        {"&#x26;", "&", "&#38;"},
+        {"&amp;amp;", "&amp;", "&#38;amp;"},
+        {"&#38;#38;", "&#38;", "&#38;#38;"},
+        {"&amp;lt;", "&lt;", "&#38;lt;"},
+        {"&lt;&#60;&#x3c;", "<<<", "<<<"},
+        {"&gt;&quot;&apos;&#65;", ">\"'A", ">\"'A"},
+        {"x&amp;y &amp;&amp; z", "x&y && z", "x&#38;y &#38;&#38; z"},
+        {" 1&#10;2&#9;3\n4 ", " 1\n2\t3 4 ", " 1\n2\t3 4 "},
+    };
+    for (const auto& value : cases) {
+        const std::string document = "<a x=\"" + std::string(value.written) + "\"/>";
+        EXPECT_THAT(eventsOf(document, Form::Exact),
+                    ElementsAre("start a|x|" + value.exact, "end a"))
+            << document;
+        EXPECT_THAT(eventsOf(document, Form::ToNul),
+                    ElementsAre("start a|x|" + value.plain, "end a"))
+            << document;
+    }
+}
+
+TEST_F(XmlTest, WhatIsReadExactlyAndWrittenAgainIsTheSame)
+{
+    const ScriptFile document("<a x='R&amp;D &amp;lt; &lt;&quot;'/>");
+    for (int turn = 0; turn < 3; ++turn) {
+        Texts attributes;
+        Xml xml(document.path());
+        xml.setOnStartElement([&](const std::string&, const Texts& list) { attributes = list; });
+        ASSERT_EQ(xml.read(EXACT_TEXT), STATUS_SUCCESS);
+        EXPECT_THAT(attributes, ElementsAre("x", "R&D &lt; <\""));
+
+        XmlDocument written;
+        XmlNode root("a");
+        ASSERT_EQ(root.setAttribute(attributes[0], attributes[1]), STATUS_SUCCESS);
+        ASSERT_EQ(written.setRootNode(&root), STATUS_SUCCESS);
+        written.setOutputFilePath(document.path());
+        ASSERT_EQ(written.write(), STATUS_SUCCESS);
     }
 }
 
@@ -1294,6 +1421,34 @@ TEST_F(XmlTest, AHandlerForwardsAttributesAndLengthUnchanged)
         EXPECT_EQ(recorder.events()[1], "start second");
         EXPECT_EQ(recorder.events()[2], "end second");
         EXPECT_EQ(recorder.events()[3], form == Form::Exact ? "text abc" : "text abcdef");
+    }
+}
+
+// ---- Copies ----
+
+TEST_F(XmlTest, ACopyHasThePathAndTheFunctionsAndSharesTheListener)
+{
+    const ScriptFile other("<other/>");
+    Recorder functions;
+    auto source = std::make_unique<Xml>(file.path());
+    source->setXmlEventListener(&recorder);
+    functions.setFunctions(*source, "");
+
+    Xml copy(*source);
+    Xml assigned(other.path());
+    assigned.setOnEndElement([](const std::string&) { ADD_FAILURE() << "it was replaced"; });
+    assigned = *source;
+    EXPECT_EQ(source->read(other.path()), STATUS_SUCCESS);
+    source->setOnStartElement(nullptr);
+    source.reset();
+
+    for (Xml* xml : {&copy, &assigned}) {
+        recorder.clear();
+        functions.clear();
+        EXPECT_EQ(xml->read(EXACT_TEXT), STATUS_SUCCESS);
+        EXPECT_THAT(recorder.events(),
+                    ElementsAre("start a|x|1|y|2", "text hi", "start b", "end b", "end a"));
+        EXPECT_EQ(functions.events(), recorder.events());
     }
 }
 

@@ -76,6 +76,13 @@ int count(Script& script, short few, unsigned int many)
            script.callMethod("f", std::tie());
 }
 
+#if LOADED_DOCUMENT_IS_NOT_IGNORED
+void load(Xml& xml)
+{
+    xml.load();
+}
+#endif
+
 #if RESULTS_OF_STYLESHEETS_ARE_OWNED
 void transform(XmlStyleSheet& styleSheet, XmlDocument& document)
 {

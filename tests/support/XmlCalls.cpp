@@ -1,5 +1,7 @@
 #include "XmlCalls.h"
 
+#include <algorithm>
+#include <atomic>
 #include <cstdlib>
 
 #include "NextDefinition.h"
@@ -8,6 +10,8 @@ namespace oxil::test {
 namespace {
 
 thread_local XmlCalls* current = nullptr;
+std::atomic<MemoryCleanups*> cleanups{nullptr};
+std::atomic<int> initialisations{0};
 
 }  // namespace
 
@@ -67,8 +71,61 @@ XmlCalls::~XmlCalls()
     current = nullptr;
 }
 
+MemoryCleanups::MemoryCleanups()
+{
+    if (cleanups.exchange(this) != nullptr) {
+        std::abort();
+    }
+}
+
+MemoryCleanups::~MemoryCleanups()
+{
+    cleanups = nullptr;
+}
+
+void MemoryCleanups::slowDown(std::chrono::milliseconds time)
+{
+    const std::lock_guard<std::mutex> lock(__mutex);
+    __time = time;
+}
+
+int MemoryCleanups::count() const
+{
+    const std::lock_guard<std::mutex> lock(__mutex);
+    return __count;
+}
+
+int MemoryCleanups::most() const
+{
+    const std::lock_guard<std::mutex> lock(__mutex);
+    return __most;
+}
+
+void MemoryCleanups::enter()
+{
+    std::unique_lock<std::mutex> lock(__mutex);
+    ++__count;
+    __most = std::max(__most, ++__inside);
+    __entered.notify_all();
+    __entered.wait_for(lock, __time, [this] { return __inside > 1; });
+}
+
+void MemoryCleanups::leave()
+{
+    const std::lock_guard<std::mutex> lock(__mutex);
+    --__inside;
+}
+
+int parserInitialisations()
+{
+    return initialisations;
+}
+
 }  // namespace oxil::test
 
+using oxil::test::cleanups;
+using oxil::test::initialisations;
+using oxil::test::MemoryCleanups;
 using oxil::test::real;
 using oxil::test::XmlCallRecorder;
 
@@ -97,7 +154,21 @@ void xmlCleanupMemory(void)
 {
     static auto* const cleanUp = real<decltype(xmlCleanupMemory)>("xmlCleanupMemory");
     XmlCallRecorder::cleaningMemory();
+    MemoryCleanups* watching = cleanups;
+    if (watching == nullptr) {
+        cleanUp();
+        return;
+    }
+    watching->enter();
     cleanUp();
+    watching->leave();
+}
+
+void xmlInitParser(void)
+{
+    static auto* const init = real<decltype(xmlInitParser)>("xmlInitParser");
+    ++initialisations;
+    init();
 }
 
 void xmlCleanupParser(void)

@@ -2,7 +2,10 @@
 
 #include <libxml/parser.h>
 
+#include <chrono>
+#include <condition_variable>
 #include <functional>
+#include <mutex>
 #include <optional>
 
 #include "FreeObserver.h"
@@ -50,5 +53,40 @@ private:
     xmlDocPtr __document = nullptr;
     std::optional<FreeObserver> __context;
 };
+
+/**
+ * Watches the calls of xmlCleanupMemory() of all threads while it lives. At most one lives at a
+ * time.
+ */
+class MemoryCleanups {
+public:
+    MemoryCleanups();
+    ~MemoryCleanups();
+
+    MemoryCleanups(const MemoryCleanups&) = delete;
+    MemoryCleanups& operator=(const MemoryCleanups&) = delete;
+
+    /** From now on each call is as slow as this, or until another one comes. */
+    void slowDown(std::chrono::milliseconds time);
+
+    int count() const;
+
+    /** How many calls there were at the same time. */
+    int most() const;
+
+    void enter();
+    void leave();
+
+private:
+    mutable std::mutex __mutex;
+    std::condition_variable __entered;
+    std::chrono::milliseconds __time{0};
+    int __count = 0;
+    int __inside = 0;
+    int __most = 0;
+};
+
+/** How often xmlInitParser() was called since the process began. */
+int parserInitialisations();
 
 }  // namespace oxil::test
