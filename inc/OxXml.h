@@ -61,13 +61,14 @@ public:
  * makes read() wait for a writer, for ever if there is none.
  *
  * libxml2's own limits hold: 257 levels of nesting pass, and so do 10,000,000 bytes for one
- * attribute value, one CDATA section or, in load(), one text; near the end of the document a few
- * less. They do not bound the time: it grows with the square of the number of attributes of one
+ * attribute value (at the end of the document a few dozen less), one CDATA section or, in load(),
+ * one text. They do not bound the time: it grows with the square of the number of attributes of one
  * element, to seconds for 50,000 of them. The events access no other file and no network. Nor does
  * load() for what a document refers to, unless the application has told libxml2 so
  * (`xmlSubstituteEntitiesDefault`, `xmlLoadExtDtdDefaultValue`). What libxml2 has to say goes to
  * the standard error output unless the application sets another handler (`xmlSetGenericErrorFunc`,
- * libxml2's manual); read() is silent about all but bad encodings and want of memory.
+ * libxml2's manual). read() keeps most of it from being said, but not what is about encodings, want
+ * of memory, and declarations that repeat themselves or redeclare `&lt;` and the like.
  *
  * @par Threads
  * One thread at a time for each object; everything runs on the caller's thread. Different objects
