@@ -69,7 +69,7 @@ public:
         if (__exception != nullptr) {
             std::rethrow_exception(__exception);
         }
-        return __context->wellFormed != 0 && !__outOfMemory && !internal::hasEngineRunOut();
+        return __context->wellFormed != 0 && !__outOfMemory && !hasRunOut();
     }
 
     /** Keeps the current exception and ends the innermost run: the parser is C, and an exception
@@ -89,7 +89,7 @@ public:
     /** Before an event: the application may use the engine, and change its last error. */
     static void keepMemoryError() noexcept
     {
-        if (innermost != nullptr && internal::hasEngineRunOut()) {
+        if (innermost != nullptr && innermost->hasRunOut()) {
             innermost->__outOfMemory = true;
         }
     }
@@ -97,12 +97,14 @@ public:
     /** After an event: what the application had no memory for doesn't concern the run. */
     static void forgetMemoryError() noexcept
     {
-        if (innermost != nullptr && internal::hasEngineRunOut()) {
+        if (innermost != nullptr && innermost->hasRunOut()) {
             xmlResetLastError();
         }
     }
 
 private:
+    bool hasRunOut() const noexcept { return __lastError->code == XML_ERR_NO_MEMORY; }
+
     static void freeContext(xmlParserCtxtPtr context)
     {
         xmlFreeDoc(context->myDoc);  // made for declarations in the document
@@ -114,6 +116,7 @@ private:
     std::unique_ptr<xmlParserCtxt, void (*)(xmlParserCtxtPtr)> __context;
     std::exception_ptr __exception;
     Texts __texts;
+    const xmlError* __lastError = internal::lastEngineError();
     bool __outOfMemory = false;
     Parse* __outer;
 };

@@ -18,22 +18,28 @@ bool cleanUp = false;  // once nobody is there any more
 
 [[gnu::tls_model("initial-exec")]] thread_local int depth = 0;
 
-// Deprecated since 2.14, where it does nothing.
+// Later versions deprecate these two; the first does nothing there.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+
 void cleanUpEngineMemory()
 {
     cleanUp = false;
     xmlCleanupMemory();
 }
-#pragma GCC diagnostic pop
 
 }  // namespace
 
+const xmlError* lastEngineError()
+{
+    return &xmlLastError;
+}
+
+#pragma GCC diagnostic pop
+
 bool hasEngineRunOut()
 {
-    const xmlError* error = xmlGetLastError();
-    return error != nullptr && error->code == XML_ERR_NO_MEMORY;
+    return lastEngineError()->code == XML_ERR_NO_MEMORY;
 }
 
 void initEngine()

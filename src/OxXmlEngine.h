@@ -5,6 +5,10 @@
 
 namespace oxil::internal {
 
+/** Where libxml2 keeps the last error of this thread, for who looks often: xmlGetLastError() takes
+ *  longer to find it. */
+const xmlError* lastEngineError();
+
 /** Whether the last error of libxml2 on this thread is that it had no memory. */
 bool hasEngineRunOut();
 

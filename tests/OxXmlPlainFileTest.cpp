@@ -16,6 +16,7 @@
 #include <fstream>
 #include <memory>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "AllocationFailure.h"
@@ -203,8 +204,11 @@ TEST_F(XmlPlainFileTest, TheLimitIsSixteenMebibytesByDefault)
 TEST_F(XmlPlainFileTest, AFileOfMoreThanTheParserCanCountIsTooLargeWhateverTheLimit)
 {
     make("a.xml", "<r n='1'/>");
-    std::filesystem::resize_file("a.xml", 0x80000000u);  // sparse
-
+    std::error_code error;
+    std::filesystem::resize_file("a.xml", 0x80000000u, error);  // sparse
+    if (error) {
+        GTEST_SKIP() << "no file of this system is as large";
+    }
     const LogCapture log;
     EXPECT_EQ(loaded("a.xml", PlainFile{SIZE_MAX}), "");
     EXPECT_EQ(readIn("a.xml", PlainFile{SIZE_MAX}), "");
