@@ -24,19 +24,19 @@ namespace {
 // The application's own C++, which knows nothing of Lua and reports with exceptions.
 class Shelf {
 public:
-    void put(const std::string& article, int count) { __counts[article] += count; }
+    void put(const std::string& article, int count) { counts_[article] += count; }
 
     int count(const std::string& article) const
     {
-        const auto place = __counts.find(article);
-        if (place == __counts.end()) {
+        const auto place = counts_.find(article);
+        if (place == counts_.end()) {
             throw std::invalid_argument("unknown article " + article);
         }
         return place->second;
     }
 
 private:
-    std::map<std::string, int> __counts;
+    std::map<std::string, int> counts_;
 };
 
 Shelf shelf;

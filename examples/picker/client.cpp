@@ -3,11 +3,13 @@
 #include <glib-unix.h>
 #include <unistd.h>
 
+#include <exception>
+
 namespace picker {
 
-SettingsClient::SettingsClient(int socket) : __socket(socket)
+SettingsClient::SettingsClient(int socket) : socket_(socket)
 {
-    __watch = g_unix_fd_add(
+    watch_ = g_unix_fd_add(
         socket, static_cast<GIOCondition>(G_IO_IN | G_IO_HUP | G_IO_ERR),
         [](int, GIOCondition, void* self) -> gboolean {
             return static_cast<SettingsClient*>(self)->onReadable();
@@ -17,10 +19,10 @@ SettingsClient::SettingsClient(int socket) : __socket(socket)
 
 SettingsClient::~SettingsClient()
 {
-    if (__watch != 0) {
-        g_source_remove(__watch);
+    if (watch_ != 0) {
+        g_source_remove(watch_);
     }
-    close(__socket);
+    close(socket_);
 }
 
 //! [call]
@@ -44,20 +46,31 @@ bool SettingsClient::call(const std::string& method, const std::vector<oxil::Var
 
 bool SettingsClient::sendCall(const oxil::SerializedData& data)
 {
-    __answer = oxil::KeyValues();
-    __announced = oxil::KeyValues();
-    __records.clear();
-    return __trouble.empty() && send(__socket, data);
+    answer_ = oxil::KeyValues();
+    announced_ = oxil::KeyValues();
+    records_.clear();
+    return trouble_.empty() && send(socket_, data);
 }
 
 //! [answer]
-// The main loop says that there is something to read: a whole message, or the end.
-bool SettingsClient::onReadable()
+// The main loop says that there is something to read: a whole message, or the end. It is C, and no
+// exception may pass through it: what a native function threw comes out of the script.
+bool SettingsClient::onReadable() noexcept
+{
+    try {
+        readMessage();
+    } catch (const std::exception& exception) {
+        giveUp(exception.what());
+    }
+    return trouble_.empty();
+}
+
+void SettingsClient::readMessage()
 {
     Message message;
-    switch (receive(__socket, message)) {
+    switch (receive(socket_, message)) {
         case Received::MESSAGE:
-            __receivedBytes += static_cast<long long>(sizeof message.info + message.bytes.size());
+            receivedBytes_ += static_cast<long long>(sizeof message.info + message.bytes.size());
             readAnswer(message);
             break;
         case Received::NOTHING_MORE:
@@ -67,12 +80,11 @@ bool SettingsClient::onReadable()
             giveUp("a message of the settings service was refused");
             break;
     }
-    return __trouble.empty();
 }
 
 void SettingsClient::readAnswer(const Message& message)
 {
-    if (__announced.getCount() > 0) {
+    if (announced_.getCount() > 0) {
         if (!readRecords(message)) {
             giveUp("the settings service sent no records");
             return;
@@ -80,18 +92,18 @@ void SettingsClient::readAnswer(const Message& message)
     } else {
         oxil::SerializedData data(message.info);
         data.setData(message.bytes.data());
-        if (oxil::Serializer::deserialize(data, __announced) != oxil::STATUS_SUCCESS) {
+        if (oxil::Serializer::deserialize(data, announced_) != oxil::STATUS_SUCCESS) {
             giveUp("the settings service sent no answer");
             return;
         }
-        const bool failed = __announced.getKey(0) == "error";
-        if (!failed && __announced.getValue("count").toInt() > 0) {
+        const bool failed = announced_.getKey(0) == "error";
+        if (!failed && announced_.getValue("count").toInt() > 0) {
             return;  // the records are still to come
         }
     }
-    std::swap(__answer, __announced);
-    if (__onAnswer) {
-        __onAnswer();
+    std::swap(answer_, announced_);
+    if (onAnswer_) {
+        onAnswer_();
     }
 }
 
@@ -99,17 +111,17 @@ bool SettingsClient::readRecords(const Message& message)
 {
     oxil::SerializedData data(message.info);
     data.setData(message.bytes.data());
-    const int r = __announced.getValue("repeatable").toBool()
-                      ? oxil::Serializer::deserialize(data, __records, oxil::REPEATABLE)
-                      : oxil::Serializer::deserialize(data, __records);
+    const int r = announced_.getValue("repeatable").toBool()
+                      ? oxil::Serializer::deserialize(data, records_, oxil::REPEATABLE)
+                      : oxil::Serializer::deserialize(data, records_);
     return r == oxil::STATUS_SUCCESS;
 }
 //! [answer]
 
 void SettingsClient::giveUp(const std::string& trouble)
 {
-    __trouble = trouble;
-    __watch = 0;  // the main loop removes it when onReadable() returns false
+    trouble_ = trouble;
+    watch_ = 0;  // the main loop removes it when onReadable() returns false
 }
 
 }  // namespace picker

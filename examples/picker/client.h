@@ -21,7 +21,7 @@ public:
     SettingsClient& operator=(const SettingsClient&) = delete;
 
     // Called from the main loop when an answer is complete, or can't come any more.
-    void setOnAnswer(const std::function<void()>& onAnswer) { __onAnswer = onAnswer; }
+    void setOnAnswer(const std::function<void()>& onAnswer) { onAnswer_ = onAnswer; }
 
     // Sends a call; its answer takes the place of the last one.
     bool call(const std::string& method, const std::vector<oxil::Variant>& params);
@@ -29,29 +29,30 @@ public:
               const oxil::KeyValues& options);
 
     // What the last answer says; empty if there is none yet.
-    const oxil::KeyValues& getAnswer() const { return __answer; }
-    const std::vector<oxil::KeyValues>& getRecords() const { return __records; }
+    const oxil::KeyValues& getAnswer() const { return answer_; }
+    const std::vector<oxil::KeyValues>& getRecords() const { return records_; }
 
     // Why there will be no more answers; empty as long as there may be.
-    const std::string& getTrouble() const { return __trouble; }
+    const std::string& getTrouble() const { return trouble_; }
 
-    long long getReceivedBytes() const { return __receivedBytes; }
+    long long getReceivedBytes() const { return receivedBytes_; }
 
 private:
     bool sendCall(const oxil::SerializedData& data);
-    bool onReadable();
+    bool onReadable() noexcept;
+    void readMessage();
     void readAnswer(const Message& message);
     bool readRecords(const Message& message);
     void giveUp(const std::string& trouble);
 
-    int __socket;
-    unsigned int __watch;
-    std::function<void()> __onAnswer;
-    oxil::KeyValues __answer;
-    oxil::KeyValues __announced;
-    std::vector<oxil::KeyValues> __records;
-    std::string __trouble;
-    long long __receivedBytes = 0;
+    int socket_;
+    unsigned int watch_;
+    std::function<void()> onAnswer_;
+    oxil::KeyValues answer_;
+    oxil::KeyValues announced_;
+    std::vector<oxil::KeyValues> records_;
+    std::string trouble_;
+    long long receivedBytes_ = 0;
 };
 
 }  // namespace picker

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <stdexcept>
 #include <utility>
 
 namespace picker {
@@ -69,13 +70,16 @@ void Page::addLayout(const std::string& name, const std::string& description,
     layout.detail = parts.size() > 1 ? parts[1] : "";
     layout.languages = shorten(languages);
     layout.variants = oxil::NumberParser::toInt(variants);
-    __layouts.push_back(std::move(layout));
+    layouts_.push_back(std::move(layout));
 }
 //! [split]
 
 void Page::addVariant(const std::string& description)
 {
-    __layouts.back().examples.push_back(description);
+    if (layouts_.empty()) {
+        throw std::logic_error("a variant without a layout");
+    }
+    layouts_.back().examples.push_back(description);
 }
 
 //! [write]
@@ -87,7 +91,7 @@ int Page::write(const std::string& styleSheetPath, const std::string& path) cons
     auto root = std::make_unique<oxil::XmlNode>("page");
     root->setAttribute("width", std::to_string(screen.width > 0 ? screen.width : 1280));
     int place = 0;
-    for (const Layout& layout : __layouts) {
+    for (const Layout& layout : layouts_) {
         root->addChild(makeNode(layout, place++));
     }
     oxil::XmlDocument document;

@@ -15,10 +15,10 @@ public:
     void addLayout(const std::string& name, const std::string& description,
                    const std::string& languages, const std::string& variants);
 
-    // A variant of the layout added last.
+    // A variant of the layout added last. Throws std::logic_error if there is none.
     void addVariant(const std::string& description);
 
-    int getCount() const { return static_cast<int>(__layouts.size()); }
+    int getCount() const { return static_cast<int>(layouts_.size()); }
 
     // Turns the page into HTML. Returns a status of the library.
     int write(const std::string& styleSheetPath, const std::string& path) const;
@@ -35,7 +35,7 @@ private:
 
     std::unique_ptr<oxil::XmlNode> makeNode(const Layout& layout, int place) const;
 
-    std::vector<Layout> __layouts;
+    std::vector<Layout> layouts_;
 };
 
 }  // namespace picker

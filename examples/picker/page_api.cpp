@@ -39,7 +39,7 @@ constexpr luaL_Reg FUNCTIONS[] = {
 
 int PageApi::onLoading()
 {
-    page = &__page;
+    page = &page_;
     registerApiTable("Page", FUNCTIONS);
     return oxil::STATUS_SUCCESS;
 }

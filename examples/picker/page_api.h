@@ -13,12 +13,12 @@ namespace picker {
 //! [table]
 class PageApi : public oxil::LuaApi {
 public:
-    explicit PageApi(Page& page) : __page(page) {}
+    explicit PageApi(Page& page) : page_(page) {}
 
     int onLoading() override;
 
 private:
-    Page& __page;
+    Page& page_;
 };
 
 }  // namespace picker

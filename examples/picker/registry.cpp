@@ -8,38 +8,38 @@ namespace {
 // describes itself in a <configItem>.
 class RegistryReader : public oxil::IXmlEventListener {
 public:
-    explicit RegistryReader(std::vector<oxil::KeyValues>& records) : __records(records) {}
+    explicit RegistryReader(std::vector<oxil::KeyValues>& records) : records_(records) {}
 
     void onStartElement(const std::string& name, const std::vector<std::string>&) override
     {
-        __text.clear();
+        text_.clear();
         if (name == "layoutList") {
-            __inLayouts = true;
+            inLayouts_ = true;
         } else if (name == "layout" || name == "variant") {
-            __isVariant = name == "variant";
-            __name.clear();
-            __description.clear();
-            __countries.clear();
-            __languages.clear();
+            isVariant_ = name == "variant";
+            name_.clear();
+            description_.clear();
+            countries_.clear();
+            languages_.clear();
         }
     }
 
-    void onCharacters(const std::string& text) override { __text += text; }
+    void onCharacters(const std::string& text) override { text_ += text; }
 
     void onEndElement(const std::string& name) override
     {
         if (name == "name") {
-            __name = __text;
+            name_ = text_;
         } else if (name == "description") {
-            __description = __text;
+            description_ = text_;
         } else if (name == "iso3166Id") {
-            append(__countries, __text);
+            append(countries_, text_);
         } else if (name == "iso639Id") {
-            append(__languages, __text);
-        } else if (name == "configItem" && __inLayouts) {
+            append(languages_, text_);
+        } else if (name == "configItem" && inLayouts_) {
             addRecord();
         } else if (name == "layoutList") {
-            __inLayouts = false;
+            inLayouts_ = false;
         }
     }
 
@@ -51,27 +51,27 @@ private:
 
     void addRecord()
     {
-        if (!__isVariant) {
-            __layout = __name;
+        if (!isVariant_) {
+            layout_ = name_;
         }
         oxil::KeyValues record;
-        record.add("layout", __layout);
-        record.add("variant", __isVariant ? __name : "");
-        record.add("description", __description);
-        record.add("countries", __countries);
-        record.add("languages", __languages);
-        __records.push_back(std::move(record));
+        record.add("layout", layout_);
+        record.add("variant", isVariant_ ? name_ : "");
+        record.add("description", description_);
+        record.add("countries", countries_);
+        record.add("languages", languages_);
+        records_.push_back(std::move(record));
     }
 
-    std::vector<oxil::KeyValues>& __records;
-    std::string __text;
-    std::string __layout;
-    std::string __name;
-    std::string __description;
-    std::string __countries;
-    std::string __languages;
-    bool __inLayouts = false;
-    bool __isVariant = false;
+    std::vector<oxil::KeyValues>& records_;
+    std::string text_;
+    std::string layout_;
+    std::string name_;
+    std::string description_;
+    std::string countries_;
+    std::string languages_;
+    bool inLayouts_ = false;
+    bool isVariant_ = false;
 };
 //! [reader]
 

@@ -26,7 +26,7 @@ namespace {
 class Service {
 public:
     Service(std::vector<oxil::KeyValues> records, int socket)
-        : __records(std::move(records)), __socket(socket)
+        : records_(std::move(records)), socket_(socket)
     {
     }
 
@@ -35,7 +35,7 @@ public:
     {
         for (;;) {
             Message message;
-            switch (receive(__socket, message)) {
+            switch (receive(socket_, message)) {
                 case Received::MESSAGE:
                     answer(message);
                     break;
@@ -80,7 +80,7 @@ private:
     void list(const std::string& country, int page)
     {
         std::vector<oxil::KeyValues> found;
-        for (const oxil::KeyValues& record : __records) {
+        for (const oxil::KeyValues& record : records_) {
             if (country.empty() || isFor(record, country)) {
                 found.push_back(record);
             }
@@ -103,7 +103,7 @@ private:
             return;
         }
         announce("list", last - first, pages, false);
-        send(__socket, data);
+        send(socket_, data);
     }
     //! [list]
 
@@ -113,9 +113,9 @@ private:
     {
         const std::size_t limit = options.getIndex("limit") < options.getCount()
                                       ? static_cast<std::size_t>(options.getValue("limit").toInt())
-                                      : __records.size();
+                                      : records_.size();
         std::vector<oxil::KeyValues> variants;
-        for (const oxil::KeyValues& record : __records) {
+        for (const oxil::KeyValues& record : records_) {
             if (record.getValue("layout").toString() == layout &&
                 !record.getValue("variant").toString().empty() && variants.size() < limit) {
                 variants.push_back(record);
@@ -132,7 +132,7 @@ private:
             return;
         }
         announce("describe", static_cast<int>(variants.size()), 1, true);
-        send(__socket, data);
+        send(socket_, data);
     }
     //! [describe]
 
@@ -167,11 +167,11 @@ private:
     {
         oxil::SerializedData data;
         oxil::Serializer::serialize(answer, data);
-        send(__socket, data);
+        send(socket_, data);
     }
 
-    std::vector<oxil::KeyValues> __records;
-    int __socket;
+    std::vector<oxil::KeyValues> records_;
+    int socket_;
 };
 
 }  // namespace

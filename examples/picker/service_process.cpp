@@ -13,15 +13,15 @@ ServiceProcess::ServiceProcess(const std::string& program, const std::string& re
 {
     std::string arguments[] = {program, registry, std::to_string(socket)};
     char* argv[] = {arguments[0].data(), arguments[1].data(), arguments[2].data(), nullptr};
-    __started = posix_spawn(&__process, program.c_str(), nullptr, nullptr, argv, environ) == 0;
+    started_ = posix_spawn(&process_, program.c_str(), nullptr, nullptr, argv, environ) == 0;
     close(socket);
 }
 
 ServiceProcess::~ServiceProcess()
 {
-    if (__started) {
-        kill(__process, SIGKILL);
-        waitpid(__process, nullptr, 0);
+    if (started_) {
+        kill(process_, SIGKILL);
+        waitpid(process_, nullptr, 0);
     }
 }
 

@@ -18,11 +18,11 @@ public:
     ServiceProcess(const ServiceProcess&) = delete;
     ServiceProcess& operator=(const ServiceProcess&) = delete;
 
-    bool isStarted() const { return __started; }
+    bool isStarted() const { return started_; }
 
 private:
-    pid_t __process = -1;
-    bool __started;
+    pid_t process_ = -1;
+    bool started_;
 };
 
 // The service's program, which lies beside this one.

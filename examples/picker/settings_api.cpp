@@ -121,15 +121,15 @@ constexpr luaL_Reg FUNCTIONS[] = {
 //! [loading]
 int SettingsApi::onLoading()
 {
-    client = &__client;
+    client = &client_;
     registerApiTable("Settings", FUNCTIONS);
-    __client.setOnAnswer([this] { getLuaScript()->callMethod("onAnswer", std::tie()); });
+    client_.setOnAnswer([this] { getLuaScript()->callMethod("onAnswer", std::tie()); });
     return oxil::STATUS_SUCCESS;
 }
 
 int SettingsApi::onUnloading()
 {
-    __client.setOnAnswer(nullptr);
+    client_.setOnAnswer(nullptr);
     client = nullptr;
     return oxil::STATUS_SUCCESS;
 }

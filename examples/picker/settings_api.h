@@ -19,15 +19,13 @@ namespace picker {
 // When an answer has come, the script's global function onAnswer() is called.
 class SettingsApi : public oxil::LuaApi {
 public:
-    explicit SettingsApi(SettingsClient& client) : __client(client) {}
-
-    SettingsClient& getClient() { return __client; }
+    explicit SettingsApi(SettingsClient& client) : client_(client) {}
 
     int onLoading() override;
     int onUnloading() override;
 
 private:
-    SettingsClient& __client;
+    SettingsClient& client_;
 };
 
 }  // namespace picker
