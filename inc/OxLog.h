@@ -26,13 +26,18 @@ template <typename... Args>
  * Not for use in a lambda or a helper on behalf of a member: the function named is the one that the
  * line stands in.
  */
-#define OX_LOG(priority, ...)                                                   \
+#define OX_LOG(priority, ...) OX_LOG_AS(__func__, priority, __VA_ARGS__)
+
+/** The same in the name of an inline function, which has only the rare path written elsewhere. */
+#define OX_LOG_AS(function, priority, ...)                                      \
     do {                                                                        \
         if (false) {                                                            \
             ::oxil::internal::checkFormat(__VA_ARGS__);                         \
         }                                                                       \
-        ::oxil::internal::logPrint(priority, __FILE_NAME__, __func__, __LINE__, \
+        ::oxil::internal::logPrint(priority, __FILE_NAME__, function, __LINE__, \
                                    "%s: %s(%d) > " __VA_ARGS__);                \
     } while (false)
 
 #define OX_ERROR(...) OX_LOG(::oxil::internal::LOG_PRIORITY_ERROR, __VA_ARGS__)
+#define OX_ERROR_AS(function, ...) \
+    OX_LOG_AS(function, ::oxil::internal::LOG_PRIORITY_ERROR, __VA_ARGS__)

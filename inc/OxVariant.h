@@ -47,7 +47,10 @@ inline constexpr std::int8_t NUMBER_SIZES[] = {-1, 4, 4, 4, 4, 8, 8, 4, 8, 1, -1
  * that).
  *
  * A host where `long` has 64 bits holds VARIANT_TYPE_LONG and VARIANT_TYPE_ULONG in 32 bits, as the
- * device does: `Variant(1L << 32)` holds 0 on both sides.
+ * device does, and logs a value that gets lost that way. Mind `std::int64_t` and `std::size_t`,
+ * which are a `long` on such a host and a `long long` and an `unsigned int` on the device. An
+ * application that defines OXIL_REFUSE_LONG before it includes any header has the compiler find
+ * every `long` and `unsigned long` that becomes a Variant.
  *
  * @par Threads
  * No shared state, no locks. One instance belongs to one thread at a time.
@@ -64,6 +67,12 @@ class OXIL_API Variant {
                std::is_member_pointer_v<T>;
     }
 
+    template <typename T>
+    static constexpr bool __isLong()
+    {
+        return std::is_same_v<T, long> || std::is_same_v<T, unsigned long>;
+    }
+
 public:
     /** Makes a value of kind VARIANT_TYPE_NONE. */
     Variant() noexcept : __type(VARIANT_TYPE_NONE) {}
@@ -74,17 +83,39 @@ public:
     /** Makes a value of kind VARIANT_TYPE_UINT. */
     Variant(unsigned int value) noexcept : __type(VARIANT_TYPE_UINT), __number(value) {}
 
-    /** Makes a value of kind VARIANT_TYPE_LONG. @param value  its low 32 bits are kept */
+#ifndef OXIL_REFUSE_LONG
+    /**
+     * Makes a value of kind VARIANT_TYPE_LONG.
+     *
+     * @param value  its low 32 bits are kept. Where `long` has 64 bits, a value that does not fit
+     *               is logged as "Invalid value (%ld) for LONG".
+     */
     Variant(long value) noexcept
         : __type(VARIANT_TYPE_LONG), __number(static_cast<std::int32_t>(value))
     {
+        if (__number.asInt != value) {
+            __logLoss(value);
+        }
     }
 
-    /** Makes a value of kind VARIANT_TYPE_ULONG. @param value  its low 32 bits are kept */
+    /** The same for VARIANT_TYPE_ULONG, with "Invalid value (%lu) for ULONG". */
     Variant(unsigned long value) noexcept
         : __type(VARIANT_TYPE_ULONG), __number(static_cast<std::uint32_t>(value))
     {
+        if (__number.asUInt != value) {
+            __logLoss(value);
+        }
     }
+#else
+    /** Refused, as the application has asked for. */
+    template <typename Long, std::enable_if_t<__isLong<Long>(), int> = 0>
+    Variant(Long)
+    {
+        static_assert(!__isLong<Long>(),
+                      "a long has 32 bits on the device and 64 on many hosts: "
+                      "write int or long long, unsigned or not");
+    }
+#endif
 
     /** Makes a value of kind VARIANT_TYPE_LONGLONG. */
     Variant(long long value) noexcept : __type(VARIANT_TYPE_LONGLONG), __number(value) {}
@@ -173,14 +204,20 @@ public:
     }
 
     /** The kind. */
-    VariantType getType() const noexcept { return __type; }
+    VariantType getType() const noexcept
+    {
+        return __type;
+    }
 
     /** The kind's name: "NONE", "INT", "UINT", "LONG", "ULONG", "LONGLONG", "ULONGLONG", "FLOAT",
      *  "DOUBLE", "BOOL" or "STRING". */
     std::string getTypeName() const;
 
     /** Whether the kind is VARIANT_TYPE_NONE. A text of length 0 is not empty in this sense. */
-    bool empty() const noexcept { return __type == VARIANT_TYPE_NONE; }
+    bool empty() const noexcept
+    {
+        return __type == VARIANT_TYPE_NONE;
+    }
 
     /**
      * Whether the conversion function for @p target will carry out the conversion.
@@ -308,7 +345,10 @@ public:
     }
 
     /** The text of a VARIANT_TYPE_STRING, without a copy; meant for the library itself. */
-    const std::string& __getText() const noexcept { return __text; }
+    const std::string& __getText() const noexcept
+    {
+        return __text;
+    }
 
     /** Copies the bytes of a number or boolean and returns how many they are, or -1 for any other
      *  kind; meant for the library itself. */
@@ -333,6 +373,9 @@ public:
     friend bool operator==(const Variant& left, const Variant& right) noexcept;
 
 private:
+    [[gnu::cold]] static void __logLoss(long value) noexcept;
+    [[gnu::cold]] static void __logLoss(unsigned long value) noexcept;
+
     // One member is in use, chosen by the kind. LONG and ULONG share those of INT and UINT.
     union Number {
         Number() noexcept : asULongLong(0) {}

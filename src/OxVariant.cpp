@@ -61,6 +61,16 @@ std::string toSixDecimals(double value)
 
 }  // namespace
 
+void Variant::__logLoss(long value) noexcept
+{
+    OX_ERROR_AS("Variant", "Invalid value (%ld) for LONG", value);
+}
+
+void Variant::__logLoss(unsigned long value) noexcept
+{
+    OX_ERROR_AS("Variant", "Invalid value (%lu) for ULONG", value);
+}
+
 std::string Variant::getTypeName() const
 {
     const unsigned int type = static_cast<unsigned int>(__type);

@@ -25,6 +25,7 @@
 #include "AllocationFailure.h"
 #include "DecimalComma.h"
 #include "LogCapture.h"
+#include "OxKeyValues.h"
 #include "OxStatus.h"
 
 namespace oxil::test {
@@ -474,6 +475,69 @@ TEST(VariantTest, ANumberThatIsNoneIsTrueAndUnequalToItself)
     EXPECT_TRUE(whole != sameWhole);
 }
 
+// What is logged for a `long` or `unsigned long` that becomes a value, as one text. Where they have
+// 32 bits, as on the device, nothing can be lost.
+template <typename Long>
+std::string lossOf(Long value)
+{
+    if (value ==
+        static_cast<std::conditional_t<std::is_signed_v<Long>, std::int32_t, std::uint32_t>>(
+            value)) {
+        return "";
+    }
+    return "Invalid value (" + std::to_string(value) + ") for " +
+           (std::is_signed_v<Long> ? "LONG" : "ULONG");
+}
+
+template <typename Long>
+void expectLossLogged(Long value)
+{
+    SCOPED_TRACE(value);
+    std::vector<std::string> expected;
+    LogCapture log;
+    KeyValues record;
+
+    const Variant made(value);
+    Variant assigned;
+    assigned = value;
+    record.add("key", value);
+    record.update("key", value);
+
+    std::vector<testing::Matcher<const LogLine&>> lines;
+    if (!lossOf(value).empty()) {
+        lines.assign(4, logged("Variant", lossOf(value)));
+    }
+    EXPECT_THAT(log.lines(), testing::ElementsAreArray(lines));
+}
+
+TEST(VariantTest, ALongThatDoesNotFitIsLogged)
+{
+    for (const long value : {0L, 1L, -1L, 2147483647L, -2147483647L - 1, LONG_MAX, LONG_MIN}) {
+        expectLossLogged(value);
+    }
+    for (const unsigned long value : {0UL, 1UL, 2147483648UL, 4294967295UL, ULONG_MAX}) {
+        expectLossLogged(value);
+    }
+    if (sizeof(long) > 4) {
+        EXPECT_EQ(lossOf(static_cast<long>(1LL << 40)), "Invalid value (1099511627776) for LONG");
+        EXPECT_EQ(lossOf(static_cast<unsigned long>(1ULL << 32)),
+                  "Invalid value (4294967296) for ULONG");
+        expectLossLogged(static_cast<long>(1LL << 40));
+        expectLossLogged(static_cast<unsigned long>(1ULL << 32));
+    }
+}
+
+TEST(VariantTest, ATypeOfFixedWidthIsALongOnSomeHosts)
+{
+    const bool longIsWide = sizeof(long) > 4;
+
+    EXPECT_EQ(Variant(std::int64_t{5}).getType(),
+              longIsWide ? VARIANT_TYPE_LONG : VARIANT_TYPE_LONGLONG);
+    EXPECT_EQ(Variant(std::size_t{5}).getType(),
+              longIsWide ? VARIANT_TYPE_ULONG : VARIANT_TYPE_UINT);
+    EXPECT_EQ(Variant(5L).getType(), VARIANT_TYPE_LONG);
+}
+
 TEST(VariantTest, ALongKeepsItsLow32Bits)
 {
     // Where `long` has 32 bits itself, the casts already narrow.
@@ -481,6 +545,7 @@ TEST(VariantTest, ALongKeepsItsLow32Bits)
          {0LL, 1LL, -1LL, 2147483647LL, 2147483648LL, 4294967295LL, 4294967296LL, 4294967301LL,
           -2147483648LL, -2147483649LL, -4294967296LL, -4294967291LL, LLONG_MAX, LLONG_MIN}) {
         SCOPED_TRACE(wide);
+        LogCapture log;  // of what does not fit
         const auto low = static_cast<std::int32_t>(wide);
         const Variant value(static_cast<long>(wide));
         EXPECT_EQ(value.getType(), VARIANT_TYPE_LONG);

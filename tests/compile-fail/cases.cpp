@@ -1,3 +1,4 @@
+#define OXIL_REFUSE_LONG
 #include <Oxil.h>
 
 #include "OxLog.h"
@@ -8,6 +9,25 @@ using namespace oxil;
 Variant pointer(int* number)
 {
     return number;
+}
+#endif
+
+Variant number(long long number)
+{
+    return number;
+}
+
+#if LONG_IS_NO_VALUE
+Variant number(long number)
+{
+    return number;
+}
+#endif
+
+#if UNSIGNED_LONG_IS_NO_VALUE
+int add(KeyValues& record, unsigned long number)
+{
+    return record.add("number", number);
 }
 #endif
 
