@@ -32,8 +32,9 @@ class SerializedData;
  * (`record.update(record.getKeyValues()[2])`); it works as if the argument had been copied.
  *
  * @par Cost
- * Finding a key takes constant time on average in a record of any size. Removing is linear in the
- * number of entries.
+ * Finding a key takes constant time on average in a record of any size, whoever has chosen the
+ * keys: where keys are found by hash, the hashes depend on random numbers of the process. Removing
+ * is linear in the number of entries.
  *
  * @par Threads
  * No shared state, no locks. One instance belongs to one thread at a time.

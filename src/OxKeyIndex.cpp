@@ -1,15 +1,40 @@
 #include "OxKeyIndex.h"
 
+#include <cstring>
 #include <utility>
 
+#include <sys/auxv.h>
+#include <sys/random.h>
+
 namespace oxil::internal {
+
+HashSeed HashSeed::draw() noexcept
+{
+    HashSeed seed = {};
+    if (getrandom(&seed, sizeof seed, GRND_NONBLOCK) == static_cast<ssize_t>(sizeof seed)) {
+        return seed;
+    }
+    // Early at boot there are none yet, and a device that starts up can't wait for them. A process
+    // has got as many bytes from the kernel when it was started.
+    const void* bytes = reinterpret_cast<const void*>(getauxval(AT_RANDOM));
+    if (bytes != nullptr) {
+        std::memcpy(&seed, bytes, sizeof seed);
+    }
+    return seed;
+}
+
+const HashSeed& HashSeed::ofProcess() noexcept
+{
+    static const HashSeed seed = draw();
+    return seed;
+}
 
 void KeyIndex::__grow()
 {
     constexpr unsigned int FEWEST_BITS = 5;
 
     const unsigned int bits = __slots.empty() ? FEWEST_BITS : 33 - __shift;
-    KeyIndex larger;
+    KeyIndex larger(__seed);
     larger.__slots.resize(std::size_t{1} << bits);
     larger.__shift = 32 - bits;
     for (const Slot& slot : __slots) {

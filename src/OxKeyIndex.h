@@ -9,6 +9,24 @@
 namespace oxil::internal {
 
 /**
+ * Secret numbers that hashes depend on.
+ *
+ * Keys come from other processes, too. Whoever could tell their hashes in advance would send keys
+ * that all have the same one, and finding one of them would be a walk over all.
+ */
+struct HashSeed {
+    std::uint64_t start;
+    std::uint32_t low;
+    std::uint32_t high;
+
+    /** Random numbers of the kernel's. */
+    static HashSeed draw() noexcept;
+
+    /** The seed of this process, drawn at the first call; any thread may be the first. */
+    static const HashSeed& ofProcess() noexcept;
+};
+
+/**
  * A key that is looked for.
  *
  * Its last eight bytes are compared first: keys with a common beginning differ there, and few keys
@@ -35,21 +53,37 @@ public:
         return true;
     }
 
-    std::uint32_t hash() const noexcept
+    std::uint32_t hash(const HashSeed& seed) const noexcept
     {
         constexpr std::uint64_t FACTOR = 0x9e3779b97f4a7c15;  // odd, and without a pattern
 
-        std::uint64_t hash = __key.size() * FACTOR;
+        std::uint64_t hash = seed.start + __key.size() * FACTOR;
         for (std::size_t i = 0; i + WORD < __key.size(); i += WORD) {
-            hash = (hash ^ __readWord(__key.data() + i)) * FACTOR;
-            hash ^= hash >> 32;
+            hash = __mix(hash ^ __readWord(__key.data() + i), seed);
         }
-        // The high bits of a product depend on all bits of its factors.
-        return static_cast<std::uint32_t>(((hash ^ __end) * FACTOR) >> 32);
+        hash = __mix(hash ^ __end, seed);
+        // Keys that count up give products that count up. The high bits of this one depend on all
+        // bits of both halves.
+        return static_cast<std::uint32_t>(((hash ^ hash >> 32) * FACTOR) >> 32);
     }
 
 private:
     static constexpr std::size_t WORD = sizeof(std::uint64_t);
+
+    /**
+     * The product of the halves, each moved by a secret.
+     *
+     * How a change of the word changes the product depends on the other half, which is not known:
+     * no two words have the same product, nor products with a known difference, but for one seed
+     * in 2^32 or so. A multiplication by a secret factor would not do: the highest bit of a word is
+     * the highest bit of any odd multiple.
+     */
+    static std::uint64_t __mix(std::uint64_t word, const HashSeed& seed) noexcept
+    {
+        const std::uint32_t low = static_cast<std::uint32_t>(word) + seed.low;
+        const std::uint32_t high = static_cast<std::uint32_t>(word >> 32) + seed.high;
+        return std::uint64_t{low} * high;
+    }
 
     template <typename Word>
     static std::uint64_t __read(const char* bytes) noexcept
@@ -94,6 +128,11 @@ private:
  */
 class KeyIndex {
 public:
+    explicit KeyIndex(const HashSeed& seed) noexcept : __seed(seed) {}
+
+    /** What the other members take as the hash of a key. */
+    std::uint32_t hash(const WantedKey& key) const noexcept { return key.hash(__seed); }
+
     /** Makes room for one more entry, so that the next insert() can't fail. */
     void reserveOne()
     {
@@ -135,6 +174,7 @@ private:
     std::size_t __mask() const noexcept { return __slots.size() - 1; }
     std::size_t __home(std::uint32_t hash) const noexcept { return hash >> __shift; }
 
+    HashSeed __seed;
     std::vector<Slot> __slots;  // a power of two of them, at the most half of them taken
     std::size_t __count = 0;
     unsigned int __shift = 32;  // what the number of slots leaves of the bits of a hash

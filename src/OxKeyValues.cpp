@@ -387,7 +387,8 @@ int KeyValues::__find(const std::string& key) const noexcept
 int KeyValues::__find(const internal::WantedKey& key) const noexcept
 {
     if (__index != nullptr) {
-        return __index->find(key.hash(), [&](int position) { return key == __at(position).__key; });
+        return __index->find(__index->hash(key),
+                             [&](int position) { return key == __at(position).__key; });
     }
     for (std::size_t i = 0; i < __entries.size(); ++i) {
         if (key == __entries[i].__key) {
@@ -416,7 +417,7 @@ bool KeyValues::__add(const std::string& key, Parts&&... parts)
         __entries.emplace_back(std::forward<Parts>(parts)...);
         return true;
     }
-    const std::uint32_t hash = wanted.hash();
+    const std::uint32_t hash = __index->hash(wanted);
     __index->reserveOne();
     __entries.emplace_back(std::forward<Parts>(parts)...);
     __index->insert(hash, getCount() - 1);
@@ -425,10 +426,10 @@ bool KeyValues::__add(const std::string& key, Parts&&... parts)
 
 void KeyValues::__makeIndex()
 {
-    auto index = std::make_unique<internal::KeyIndex>();
+    auto index = std::make_unique<internal::KeyIndex>(internal::HashSeed::ofProcess());
     for (int i = 0; i < getCount(); ++i) {
         index->reserveOne();
-        index->insert(internal::WantedKey(__at(i).__key).hash(), i);
+        index->insert(index->hash(internal::WantedKey(__at(i).__key)), i);
     }
     __index = std::move(index);
 }
@@ -436,7 +437,7 @@ void KeyValues::__makeIndex()
 void KeyValues::__erase(int index)
 {
     if (__index != nullptr) {
-        __index->remove(internal::WantedKey(__at(index).__key).hash(), index);
+        __index->remove(__index->hash(internal::WantedKey(__at(index).__key)), index);
     }
     __entries.erase(__entries.begin() + index);
 }
