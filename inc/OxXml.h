@@ -73,9 +73,9 @@ public:
  * @par Threads
  * One thread at a time for each object; everything runs on the caller's thread. Different objects
  * may read and load on different threads at once. Each successful read() has `xmlCleanupMemory`
- * called: by the last thread to leave, if others are inside read() or load(). Other uses of
- * libxml2 are not known here, and hurt only if the application has set its debugging allocator
- * (`xmlMemMalloc`).
+ * called: by the last thread to leave, if others are inside read() or load(), or inside load() or
+ * apply() of an XmlStyleSheet. Other uses of libxml2 are not known here; one is hurt only if the
+ * application has set libxml2's debugging allocator (`xmlMemMalloc`).
  *
  * @par Example
  * @snippet layouts/main.cpp read

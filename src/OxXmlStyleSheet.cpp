@@ -13,6 +13,7 @@
 #include "OxLog.h"
 #include "OxStatus.h"
 #include "OxXmlDocument.h"
+#include "OxXmlEngine.h"
 #include "OxXmlFile.h"
 #include "OxXmlText.h"
 
@@ -50,6 +51,7 @@ int XmlStyleSheet::load()
         OX_ERROR("Invalid state.");
         return STATUS_INVALID_STATE;
     }
+    const internal::EngineUse use;
     errno = 0;  // so that no earlier failure is blamed for a malformed stylesheet
     __native = xsltParseStylesheetFile(internal::toXml(__path));
     if (__native == nullptr) {
@@ -89,6 +91,7 @@ XmlDocument* XmlStyleSheet::apply(XmlDocument* document)
         OX_ERROR("Invalid parameter.");
         return nullptr;
     }
+    const internal::EngineUse use;
     const char* parameters[] = {nullptr};
     xmlDocPtr native = xsltApplyStylesheet(__native, document->__getNativeDocument(), parameters);
     if (native == nullptr) {

@@ -2,6 +2,7 @@
 #include <OxXml.h>
 #include <OxXmlDocument.h>
 #include <OxXmlNode.h>
+#include <OxXmlStyleSheet.h>
 #include <gtest/gtest.h>
 #include <libxml/parser.h>
 
@@ -129,24 +130,31 @@ xmlParserInputPtr loadSlowly(const char* url, const char* id, xmlParserCtxtPtr c
 
 TEST_F(XmlThreadsTest, NothingIsCleanedUpUnderAnotherThreadThatLoads)
 {
-    const MemoryCleanups cleanups;
-    Stop stop;
-    loadingStop = &stop;
-    originalLoader = xmlGetExternalEntityLoader();
-    xmlSetExternalEntityLoader(loadSlowly);
-    auto other = std::async(std::launch::async, [&] {
-        Xml xml(file.path());
-        return std::unique_ptr<XmlDocument>(xml.load()) != nullptr;
-    });
-    stop.await();
-    xmlSetExternalEntityLoader(originalLoader);
+    const ScriptFile sheet(
+        "<s:stylesheet version='1.0' xmlns:s='http://www.w3.org/1999/XSL/Transform'/>");
+    const std::function<bool()> loads[] = {
+        [this] {
+            Xml xml(file.path());
+            return std::unique_ptr<XmlDocument>(xml.load()) != nullptr;
+        },
+        [&sheet] { return XmlStyleSheet(sheet.path()).load() == STATUS_SUCCESS; }};
+    for (const auto& load : loads) {
+        const MemoryCleanups cleanups;
+        Stop stop;
+        loadingStop = &stop;
+        originalLoader = xmlGetExternalEntityLoader();
+        xmlSetExternalEntityLoader(loadSlowly);
+        auto other = std::async(std::launch::async, load);
+        stop.await();
+        xmlSetExternalEntityLoader(originalLoader);
 
-    EXPECT_EQ(read(), STATUS_SUCCESS);
-    EXPECT_EQ(cleanups.count(), 0);
+        EXPECT_EQ(read(), STATUS_SUCCESS);
+        EXPECT_EQ(cleanups.count(), 0);
 
-    stop.release();
-    EXPECT_TRUE(other.get());
-    EXPECT_EQ(cleanups.count(), 1);
+        stop.release();
+        EXPECT_TRUE(other.get());
+        EXPECT_EQ(cleanups.count(), 1);
+    }
 }
 
 TEST_F(XmlThreadsTest, ManyThreadsReadAndLoadAtOnce)
@@ -187,6 +195,7 @@ TEST(XmlThreadsDeathTest, WhateverComesFirstInitialisesTheParser)
     EXPECT_EXIT(firstUse([] { const XmlDocument document; }), succeeds, "");
     EXPECT_EXIT(firstUse([] { const XmlNode node("a"); }), succeeds, "");
     EXPECT_EXIT(firstUse([] { XmlNode().setElement("a"); }), succeeds, "");
+    EXPECT_EXIT(firstUse([] { XmlStyleSheet("/dev/null").load(); }), succeeds, "");
     EXPECT_EXIT(
         firstUse([] { const std::unique_ptr<XmlDocument> document(Xml("/dev/null").load()); }),
         succeeds, "");
