@@ -72,8 +72,8 @@ public:
      *
      * The table stays on the Lua stack as well. Logs "Invalid parameter" for an empty name or no
      * functions, and "Invalid state" when there is no script, the script is not loaded, or Lua
-     * refuses (the name is taken by something that is no table, or there is no memory); nothing is
-     * registered then.
+     * refuses (the name is taken by something that is no table, or there is no memory); then
+     * everything is as it was.
      *
      * @param name       a dot in it makes tables within tables
      * @param functions  ended by an entry with null, as for `luaL_register` (Lua 5.1 manual); they

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "OxLog.h"
+#include "OxLuaTable.h"
 
 namespace oxil::internal {
 namespace {
@@ -63,7 +64,8 @@ int loadFile(lua_State* state)
 
 int registerTable(lua_State* state)
 {
-    luaL_register(state, toText(state, 1), static_cast<const luaL_Reg*>(lua_touserdata(state, 2)));
+    registerLuaTable(state, toText(state, 1),
+                     static_cast<const luaL_Reg*>(lua_touserdata(state, 2)));
     return 1;
 }
 
