@@ -42,7 +42,8 @@ class LuaApi;
  *
  * @par Exceptions
  * What a native function threw inside its LuaGuard comes out of load() and callMethod(), unless the
- * script handled the error. A failed typed call leaves the message on the Lua stack then too.
+ * script handled the error. After load() has thrown, this or what an LuaApi::onLoading() threw, there
+ * is no state. A failed typed call leaves the message on the Lua stack then too.
  *
  * @par Threads
  * Scripts are made, loaded, called and destroyed on the main-loop thread.

@@ -220,6 +220,7 @@ bool LuaScript::isBusy() const
 
 int LuaScript::onLoading()
 {
+    const std::string filePath = getFilePath();
     std::unique_ptr<lua_State, void (*)(lua_State*)> other(luaL_newstate(), ProtectedCall::close);
     if (other == nullptr || !internal::prepareLuaState(other.get())) {
         OX_ERROR("Invalid state.");
@@ -232,17 +233,23 @@ int LuaScript::onLoading()
     __luaState.swap(other);
     other.reset();
     if (!call.isAbandoned()) {
-        if (Registry* scripts = getRegistry()) {
-            (*scripts)[state] = makeEntry(*scripts, this);
+        try {
+            if (Registry* scripts = getRegistry()) {
+                (*scripts)[state] = makeEntry(*scripts, this);
+            }
+            __loadLuaApi();
+        } catch (...) {
+            if (!call.isAbandoned()) {
+                __luaState.reset();
+            }
+            throw;
         }
-        __loadLuaApi();
     }
     if (call.isAbandoned()) {
         OX_ERROR("Invalid state.");
         return STATUS_INVALID_STATE;
     }
 
-    const std::string filePath = getFilePath();
     if (internal::reserveLuaStack(call, 4) && internal::pushLuaFile(call, filePath.c_str()) &&
         call.run(0, LUA_MULTRET) == 0) {
         if (call.isAbandoned()) {
