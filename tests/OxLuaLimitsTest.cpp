@@ -344,6 +344,21 @@ TEST_F(LuaLimitsTest, MemoryThatIsGivenBackCanBeHadAgain)
     EXPECT_EQ(length, 1 << 19);
 }
 
+TEST_F(LuaLimitsTest, AStateWithoutMemoryForItsScriptIsNotLoaded)
+{
+    LuaLimits none(INSTRUCTIONS, 1);
+    const ScriptFile file("x = 1");
+    LuaScript small(file.path());
+    small.addLuaApi(&none);
+    LogCapture log;
+
+    EXPECT_EQ(small.load(), STATUS_INVALID_STATE);
+
+    EXPECT_THAT(log.lines(),
+                ElementsAre(LoggedIn("OxLuaScript.cpp", "onLoading",
+                                     "filePath(" + file.path() + ") (1) (not enough memory).")));
+}
+
 // ---- Names --------------------------------------------------------------------------------------
 
 TEST_F(LuaLimitsTest, WhatIsKeptStaysThere)
