@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -25,7 +26,8 @@ class LuaApi;
  * message on the Lua stack in place of the results. A typed call reads that message, or what it
  * converts to, as its last result. Without results nothing ever removes it. Results asked for with
  * callMethod(name, count) stay on the stack as well: take them from getLuaState(), or use the typed
- * call.
+ * call. An application that wants to know sets an error handler:
+ * @snippet countdown/main.cpp errors
  *
  * Before load(), and after a failed one, every call returns STATUS_INVALID_STATE after logging
  * "Invalid state."; so does one for which the Lua stack can't grow.
@@ -91,6 +93,29 @@ public:
      *         LuaApi::unload() returned after logging "%d" with it, taken out all the same
      */
     int removeLuaApi(LuaApi* api);
+
+    /**
+     * Takes a function that is told of an error in a Lua function.
+     *
+     * @param methodName  the function that was called, by callMethod() or a timer
+     * @param message     Lua's message, "(null)" if the error value is no text
+     * @param traceback   which functions led to it, a line each below "stack traceback:"; empty
+     *                    without memory
+     */
+    using ErrorHandler = std::function<void(
+        const std::string& methodName, const std::string& message, const std::string& traceback)>;
+
+    /**
+     * Has a function called for each error that ends a Lua function, which nobody else reports.
+     *
+     * Nothing else changes: the call returns what it returns without, and the message is on the Lua
+     * stack. The errors of load() are logged and not told. There is no handler unless one is set.
+     *
+     * @param handler  copied, and kept until it is replaced or the script is destroyed; an empty one
+     *                 ends it. It may do what it likes with the script, and what it throws comes out
+     *                 of callMethod(), in a timer's call of nowhere.
+     */
+    void setErrorHandler(const ErrorHandler& handler);
 
     /** The Lua state, null before load() and after a failed one. */
     lua_State* getLuaState() const;

@@ -71,6 +71,21 @@ Entry makeEntry(const Registry& scripts, LuaScript* script)
     return known != scripts.end() ? known->second : Entry{script, ++last};
 }
 
+// Made with the first handler, lives until the process ends. What has none pays nothing for it.
+std::unordered_map<const LuaScript*, LuaScript::ErrorHandler>* errorHandlers = nullptr;
+
+/** The error handler of a script, empty if it has none. */
+LuaScript::ErrorHandler getErrorHandler(const LuaScript* script)
+{
+    if (errorHandlers != nullptr) {
+        const auto handler = errorHandlers->find(script);
+        if (handler != errorHandlers->end()) {
+            return handler->second;
+        }
+    }
+    return nullptr;
+}
+
 /** Takes away the function of a call that can't be made, with the parameters that it has so far. */
 int abandon(lua_State* state, int parameterCount)
 {
@@ -94,7 +109,7 @@ int addParameter(const LuaScript& script, const Push& push)
     return call.isAbandoned() ? STATUS_INVALID_STATE : STATUS_SUCCESS;
 }
 
-/** The message of the error that ended the loading of a file. */
+/** The message of the error on top; of a number, its text is pushed. */
 const char* getMessage(ProtectedCall& call)
 {
     lua_State* state = call.getState();
@@ -152,6 +167,9 @@ LuaScript::~LuaScript()
             entry = entry->second.script == this ? registry->erase(entry) : std::next(entry);
         }
     }
+    if (errorHandlers != nullptr) {
+        errorHandlers->erase(this);
+    }
     std::vector<LuaApi*>().swap(__luaApis);
     delete __baseApi;
     __luaState.reset();
@@ -195,6 +213,18 @@ int LuaScript::removeLuaApi(LuaApi* api)
         }
     }
     return STATUS_SUCCESS;
+}
+
+void LuaScript::setErrorHandler(const ErrorHandler& handler)
+{
+    if (errorHandlers == nullptr) {
+        errorHandlers = new std::unordered_map<const LuaScript*, ErrorHandler>;
+    }
+    if (handler != nullptr) {
+        errorHandlers->insert_or_assign(this, handler);
+    } else {
+        errorHandlers->erase(this);
+    }
 }
 
 lua_State* LuaScript::getLuaState() const
@@ -293,7 +323,7 @@ int LuaScript::onMethodCalling(const std::string& methodName)
     return call.isAbandoned() ? STATUS_INVALID_STATE : STATUS_SUCCESS;
 }
 
-int LuaScript::onMethodCalled(const std::string&)
+int LuaScript::onMethodCalled(const std::string& methodName)
 {
     lua_State* state = __luaState.get();
     const int parameterCount = getParameterCount();
@@ -307,8 +337,21 @@ int LuaScript::onMethodCalled(const std::string&)
     if (!internal::reserveLuaStack(call, std::max(returnCount, 1))) {
         return abandon(state, parameterCount);
     }
+    const ErrorHandler handler = getErrorHandler(this);
+    std::string traceback;
+    if (handler != nullptr) {
+        call.traceErrors(traceback);
+    }
+    // Calls inside use the member that this may be.
+    const std::string name = handler != nullptr ? methodName : std::string();
     if (call.run(parameterCount, returnCount) != 0) {
-        // The message stays where the results would be, and nothing is reported.
+        // The message stays where the results would be, and nobody else is told.
+        if (handler != nullptr) {
+            const int top = lua_gettop(state);
+            const std::string message = getMessage(call);
+            lua_settop(state, top);
+            handler(name, message, traceback);
+        }
         call.rethrow();
     }
     return call.isAbandoned() ? STATUS_INVALID_STATE : STATUS_SUCCESS;

@@ -78,6 +78,13 @@ constexpr lua_CFunction KEPT[] = {makeText,  makeTextOf,    getGlobal, loadFile,
                                   makeRaise, registerTable, overflow,  ProtectedCall::onError};
 enum Kept { TEXT, TEXT_OF, GLOBAL, FILE_CHUNK, RAISE, TABLE, OVERFLOW, ERROR_HANDLER };
 
+/** The key of the library's own way to describe the stack. */
+void* getTracebackKey()
+{
+    static const char key = 0;
+    return const_cast<char*>(&key);
+}
+
 /** The key of a kept function in the registry: an address that is nobody else's. */
 void* keyOf(Kept function)
 {
@@ -132,6 +139,11 @@ int prepare(lua_State* state)
         lua_pushcfunction(state, function);
         lua_rawset(state, LUA_REGISTRYINDEX);
     }
+    // The script may replace its own, or have none.
+    lua_getglobal(state, "debug");
+    lua_pushlightuserdata(state, getTracebackKey());
+    lua_getfield(state, -2, "traceback");
+    lua_rawset(state, LUA_REGISTRYINDEX);
     return 0;
 }
 
@@ -268,6 +280,12 @@ bool pushLuaTable(ProtectedCall& call, const char* name, const luaL_Reg* functio
 void pushLuaErrorHandler(lua_State* state)
 {
     pushKept(state, ERROR_HANDLER);
+}
+
+void pushLuaTraceback(lua_State* state)
+{
+    lua_pushlightuserdata(state, getTracebackKey());
+    lua_rawget(state, LUA_REGISTRYINDEX);
 }
 
 void pushLuaOverflow(lua_State* state)

@@ -49,6 +49,9 @@ bool pushLuaTable(ProtectedCall& call, const char* name, const luaL_Reg* functio
 /** Pushes the message handler of ProtectedCall. Needs one free place, as the next one. */
 void pushLuaErrorHandler(lua_State* state);
 
+/** Pushes what was `debug.traceback` when the state was made. Needs one free place. */
+void pushLuaTraceback(lua_State* state);
+
 /** Pushes a function that fails as a call does for which the C stack is too deep. */
 void pushLuaOverflow(lua_State* state);
 

@@ -1,6 +1,7 @@
 #include "OxProtectedCall.h"
 
 #include <cstring>
+#include <new>
 #include <string_view>
 
 #include "OxLuaStack.h"
@@ -141,6 +142,9 @@ int ProtectedCall::onError(lua_State* state) noexcept
 {
     if (innermost != nullptr) {
         innermost->__carried = innermost->__raised && innermost->__isCarriedTo(state);
+        if (innermost->__traceback != nullptr) {
+            innermost->__trace(state);
+        }
     }
     return 1;  // the error, as it is
 }
@@ -178,6 +182,26 @@ bool ProtectedCall::__isCarriedTo(lua_State* state) const noexcept
         level = 0;
     }
     return false;
+}
+
+void ProtectedCall::__trace(lua_State* state) const noexcept
+{
+    pushLuaTraceback(state);
+    if (lua_pcall(state, 0, 1, 0) == 0) {
+        // A line with a heading, one with the message handler, and those that are asked for.
+        std::string_view text = getText(state);
+        const std::size_t heading = text.find('\n');
+        const std::size_t rest = text.find('\n', heading + 1);
+        try {
+            __traceback->assign(text.substr(0, heading));
+            if (rest != std::string_view::npos) {
+                __traceback->append(text.substr(rest));
+            }
+        } catch (const std::bad_alloc&) {
+            __traceback->clear();
+        }
+    }
+    lua_pop(state, 1);
 }
 
 }  // namespace oxil::internal

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <exception>
+#include <string>
 
 #include "OxLua.h"
 
@@ -36,6 +37,9 @@ public:
      * has none and leaves the C stack at its end.
      */
     int run(int parameterCount, int returnCount) noexcept;
+
+    /** Has run() describe what led to an error, which needs a place in which it finds room. */
+    void traceErrors(std::string& traceback) noexcept { __traceback = &traceback; }
 
     /** Throws what the error on top of the stack was raised for, if that was an exception. */
     void rethrow() const;
@@ -75,6 +79,7 @@ private:
     static inline ProtectedCall* innermost = nullptr;
 
     bool __isCarriedTo(lua_State* state) const noexcept;
+    void __trace(lua_State* state) const noexcept;
 
     lua_State* __state;
     ProtectedCall* __outer;
@@ -86,6 +91,7 @@ private:
     lua_State* __raisedIn = nullptr;
     const void* __raisedBy = nullptr;
     std::uint64_t __instructions = 0;
+    std::string* __traceback = nullptr;
     std::exception_ptr __exception;
     char __message[384];  // more than a position and the text of a LuaGuard; if raised
 };

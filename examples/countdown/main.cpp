@@ -8,8 +8,22 @@
 //   3 ticks, then lift-off
 
 #include <cstdio>
+#include <string>
 
 #include <Oxil.h>
+
+namespace {
+
+//! [errors]
+// What is called by a timer or by callMethod() fails in silence, unless somebody asks to be told.
+void printError(const std::string& function, const std::string& message,
+                const std::string& traceback)
+{
+    std::fprintf(stderr, "%s: %s\n%s\n", function.c_str(), message.c_str(), traceback.c_str());
+}
+//! [errors]
+
+}  // namespace
 
 int main(int argc, char** argv)
 {
@@ -39,6 +53,7 @@ int main(int argc, char** argv)
 
     //! [script]
     oxil::LuaScript script(argc > 1 ? argv[1] : "countdown.lua");
+    script.setErrorHandler(printError);
     if (script.load() != oxil::STATUS_SUCCESS) {
         return 1;
     }

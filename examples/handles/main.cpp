@@ -15,6 +15,12 @@
 
 namespace {
 
+void printError(const std::string& function, const std::string& message,
+                const std::string& traceback)
+{
+    std::fprintf(stderr, "%s: %s\n%s\n", function.c_str(), message.c_str(), traceback.c_str());
+}
+
 bool ticks(oxil::LuaScript& script)
 {
     int count = 0;
@@ -36,6 +42,8 @@ int main(int argc, char** argv)
     const std::string path = argc > 1 ? argv[1] : "panel.lua";
     oxil::LuaScript left(path);
     oxil::LuaScript right(path);
+    left.setErrorHandler(printError);
+    right.setErrorHandler(printError);
     if (left.load() != oxil::STATUS_SUCCESS || right.load() != oxil::STATUS_SUCCESS) {
         return 1;
     }

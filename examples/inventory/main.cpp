@@ -81,6 +81,12 @@ public:
 };
 //! [api]
 
+void printError(const std::string& function, const std::string& message,
+                const std::string& traceback)
+{
+    std::fprintf(stderr, "%s: %s\n%s\n", function.c_str(), message.c_str(), traceback.c_str());
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
@@ -88,6 +94,7 @@ int main(int argc, char** argv)
     //! [load]
     ShelfApi api;
     oxil::LuaScript script(argc > 1 ? argv[1] : "inventory.lua");
+    script.setErrorHandler(printError);
     script.addLuaApi(&api);  // before load(): the file itself may use it
     if (script.load() != oxil::STATUS_SUCCESS) {
         return 1;

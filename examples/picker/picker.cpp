@@ -25,6 +25,12 @@
 namespace picker {
 namespace {
 
+void printError(const std::string& function, const std::string& message,
+                const std::string& traceback)
+{
+    std::fprintf(stderr, "%s: %s\n%s\n", function.c_str(), message.c_str(), traceback.c_str());
+}
+
 struct Options {
     std::string country;
     int cards = 12;
@@ -90,6 +96,7 @@ int run(const std::string& program, const Options& options)
     PageApi pages(page);
 
     oxil::LuaScript script(options.folder + "/picker.lua");
+    script.setErrorHandler(printError);
     script.addLuaApi(&settings);
     script.addLuaApi(&pages);
     if (script.load() != oxil::STATUS_SUCCESS) {
