@@ -170,7 +170,7 @@ bool make(ProtectedCall& call, Kept function, const PushArgument& pushArgument)
     for (int i = 0; i < ATTEMPTS; ++i) {
         pushKept(state, function);
         pushArgument(state);
-        const int status = call.run(1, 1);
+        const int status = call.runOwn(1, 1);
         if (status == 0) {
             return true;
         }
@@ -182,12 +182,11 @@ bool make(ProtectedCall& call, Kept function, const PushArgument& pushArgument)
     return false;
 }
 
-/** Calls a kept function with a text. */
-int callWithText(ProtectedCall& call, Kept function, const char* text)
+/** Pushes a kept function and a text for it. */
+void pushKeptWithText(lua_State* state, Kept function, const char* text)
 {
-    pushKept(call.getState(), function);
-    pushPointer(call.getState(), text);
-    return call.run(1, 1);
+    pushKept(state, function);
+    pushPointer(state, text);
 }
 
 }  // namespace
@@ -237,22 +236,26 @@ bool pushLuaTextOf(ProtectedCall& call, lua_Number number)
 int pushLuaGlobal(ProtectedCall& call, const char* name)
 {
     lua_State* state = call.getState();
-    const bool watched = lua_getmetatable(state, LUA_GLOBALSINDEX) != 0;
-    if (watched) {
+    if (lua_getmetatable(state, LUA_GLOBALSINDEX) != 0) {
         lua_pop(state, 1);
+        pushKeptWithText(state, GLOBAL, name);
+        return call.run(1, 1);
     }
     // Without a metatable nothing but a finalizer fails here.
-    int status = callWithText(call, GLOBAL, name);
-    for (int i = 1; i < ATTEMPTS && status == LUA_ERRRUN && !watched; ++i) {
+    pushKeptWithText(state, GLOBAL, name);
+    int status = call.runOwn(1, 1);
+    for (int i = 1; i < ATTEMPTS && status == LUA_ERRRUN; ++i) {
         lua_pop(state, 1);
-        status = callWithText(call, GLOBAL, name);
+        pushKeptWithText(state, GLOBAL, name);
+        status = call.runOwn(1, 1);
     }
     return status;
 }
 
 bool pushLuaFile(ProtectedCall& call, const char* filePath)
 {
-    return callWithText(call, FILE_CHUNK, filePath) == 0;
+    pushKeptWithText(call.getState(), FILE_CHUNK, filePath);
+    return call.runOwn(1, 1) == 0;
 }
 
 bool makeLuaRaise(ProtectedCall& call)
@@ -270,7 +273,7 @@ bool pushLuaTable(ProtectedCall& call, const char* name, const luaL_Reg* functio
     pushKept(state, TABLE);
     pushPointer(state, name);
     pushPointer(state, functions);
-    if (call.run(2, 1) != 0) {
+    if (call.runOwn(2, 1) != 0) {
         lua_pop(state, 1);
         return false;
     }

@@ -63,16 +63,19 @@ ProtectedCall::~ProtectedCall()
 int ProtectedCall::run(int parameterCount, int returnCount) noexcept
 {
     const int place = lua_gettop(__state) - parameterCount;  // of the function
-    if (__level >= MAX_LEVELS) {
-        pushLuaOverflow(__state);
-        lua_replace(__state, place);
-    }
+    __checkLevel(place);
     __carried = false;
     pushLuaErrorHandler(__state);
     lua_insert(__state, place);
     const int status = lua_pcall(__state, parameterCount, returnCount, place);
     lua_remove(__state, place);
     return status;
+}
+
+int ProtectedCall::runOwn(int parameterCount, int returnCount) noexcept
+{
+    __checkLevel(lua_gettop(__state) - parameterCount);
+    return lua_pcall(__state, parameterCount, returnCount, 0);
 }
 
 void ProtectedCall::rethrow() const
@@ -122,7 +125,7 @@ void ProtectedCall::keep() noexcept
     }
 }
 
-void ProtectedCall::raising(lua_State* state) noexcept
+void ProtectedCall::raising(lua_State* state)
 {
     if (innermost == nullptr) {
         return;
@@ -138,7 +141,7 @@ void ProtectedCall::raising(lua_State* state) noexcept
     }
 }
 
-int ProtectedCall::onError(lua_State* state) noexcept
+int ProtectedCall::onError(lua_State* state)
 {
     if (innermost != nullptr) {
         innermost->__carried = innermost->__raised && innermost->__isCarriedTo(state);
@@ -149,6 +152,15 @@ int ProtectedCall::onError(lua_State* state) noexcept
     return 1;  // the error, as it is
 }
 
+/** Replaces the function at a place by one that fails, if there are too many calls already. */
+void ProtectedCall::__checkLevel(int place) noexcept
+{
+    if (__level >= MAX_LEVELS) {
+        pushLuaOverflow(__state);
+        lua_replace(__state, place);
+    }
+}
+
 /**
  * Whether the error in this state is the one that was raised in a coroutine.
  *
@@ -156,7 +168,7 @@ int ProtectedCall::onError(lua_State* state) noexcept
  * So the error is followed back: from each of them to its coroutine, which keeps what was running
  * in it when it died.
  */
-bool ProtectedCall::__isCarriedTo(lua_State* state) const noexcept
+bool ProtectedCall::__isCarriedTo(lua_State* state) const
 {
     const std::string_view text = getText(state);
     const std::string_view message = __message;

@@ -41,6 +41,9 @@ public:
     /** Has run() describe what led to an error, which needs a place in which it finds room. */
     void traceErrors(std::string& traceback) noexcept { __traceback = &traceback; }
 
+    /** The same for a function of the library, when nobody asks what its error was raised for. */
+    int runOwn(int parameterCount, int returnCount) noexcept;
+
     /** Throws what the error on top of the stack was raised for, if that was an exception. */
     void rethrow() const;
 
@@ -62,11 +65,11 @@ public:
 
     /** Tells the innermost call that its exception is raised now by the native function that runs
      *  in this state, as a Lua error with the message on top. */
-    static void raising(lua_State* state) noexcept;
+    static void raising(lua_State* state);
 
     /** Tells the innermost call of an error in this state that nobody in it handles: the message
      *  handler of run(). */
-    static int onError(lua_State* state) noexcept;
+    static int onError(lua_State* state);
 
     /** How many instructions the innermost call has taken, as far as they are limited; null if there
      *  is no call. */
@@ -78,7 +81,8 @@ public:
 private:
     static inline ProtectedCall* innermost = nullptr;
 
-    bool __isCarriedTo(lua_State* state) const noexcept;
+    void __checkLevel(int place) noexcept;
+    bool __isCarriedTo(lua_State* state) const;
     void __trace(lua_State* state) const noexcept;
 
     lua_State* __state;

@@ -274,21 +274,48 @@ TEST_F(LuaScriptLifetimeTest, MayBeDestroyedOrLoadedByItsOwnFile)
     EXPECT_EQ(number, 42);
 }
 
+/** Does something when it is loaded, and looks for its script no more. */
+class DoingApi : public LuaApi {
+public:
+    explicit DoingApi(const std::function<void()>& whenLoading) : __whenLoading(whenLoading) {}
+
+    int onLoading() override
+    {
+        __whenLoading();
+        return STATUS_SUCCESS;
+    }
+
+private:
+    std::function<void()> __whenLoading;
+};
+
 TEST_F(LuaScriptLifetimeTest, MayBeDestroyedWhenItsTablesAreRegistered)
 {
     LogCapture log;
-    NativeApi another;
-    script->addLuaApi(&another);
-    api.whenLoading = [this] {
+    DoingApi destroying([this] {
         state = script->getLuaState();
         destroy();
-        api.table.clear();  // the script that it would be registered in is no more
-    };
+    });
+    NativeApi another;
+    script->addLuaApi(&destroying);
+    script->addLuaApi(&another);
 
     EXPECT_EQ(script->load(), STATUS_INVALID_STATE);
 
+    EXPECT_THAT(log.lines(), ElementsAre(failedLoad()));
     EXPECT_THAT(states.closed(), ElementsAre(state));
     EXPECT_EQ(another.loads, 0);
+}
+
+TEST_F(LuaScriptLifetimeTest, MayBeDestroyedWhenATableIsAdded)
+{
+    load();
+    DoingApi destroying([this] { script.reset(); });
+
+    EXPECT_EQ(script->addLuaApi(&destroying), STATUS_SUCCESS);
+
+    EXPECT_EQ(script, nullptr);
+    EXPECT_THAT(states.closed(), ElementsAre(state));
 }
 
 TEST_F(LuaScriptLifetimeTest, MayBeDestroyedByATimersFunction)
