@@ -51,6 +51,9 @@ auto failedCall()
 
 TEST(LuaMemoryTest, LoadingFailsWhereverMemoryEnds)
 {
+#ifdef LUAJIT_VERSION
+    GTEST_SKIP() << "LuaJIT asks for memory to take a pointer";
+#endif
     const ScriptFile file("text = 'a' .. 1 function f() return text end");
     LuaMemory memory;
     LuaStates states;
@@ -227,6 +230,9 @@ void raiseOutside(const std::string& value)
 
 TEST(LuaMemoryDeathTest, APanicIsLoggedBeforeTheProcessEnds)
 {
+#ifdef LUAJIT_VERSION
+    GTEST_SKIP() << "LuaJIT throws it to a C++ handler further up, if there is one";
+#endif
     EXPECT_EXIT(raiseOutside("error('all is lost', 0)"), testing::ExitedWithCode(EXIT_FAILURE),
                 "OxLuaStack.cpp: 6: panic: Lua panic \\(all is lost\\)\\.");
     EXPECT_EXIT(raiseOutside("error({})"), testing::ExitedWithCode(EXIT_FAILURE),
