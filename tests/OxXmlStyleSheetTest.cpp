@@ -35,6 +35,7 @@
 #include "EngineMessages.h"
 #include "LogCapture.h"
 #include "OutputFile.h"
+#include "OxPlainFile.h"
 #include "OxStatus.h"
 #include "OxXml.h"
 #include "OxXmlDocument.h"
@@ -702,6 +703,12 @@ struct Setting {
     const char* name;
     void (*beforeLoading)(EngineSettings& settings);
     void (*beforeApplying)(EngineSettings& settings);
+    bool isPlain = false;
+
+    int load(XmlStyleSheet& styleSheet) const
+    {
+        return isPlain ? styleSheet.load(PLAIN_FILE) : styleSheet.load();
+    }
 };
 
 void none(EngineSettings&) {}
@@ -716,7 +723,7 @@ constexpr auto forbidAll =
     forbid<XSLT_SECPREF_READ_FILE, XSLT_SECPREF_WRITE_FILE, XSLT_SECPREF_CREATE_DIRECTORY,
            XSLT_SECPREF_READ_NETWORK, XSLT_SECPREF_WRITE_NETWORK>;
 
-constexpr int SETTING_COUNT = 11;
+constexpr int SETTING_COUNT = 12;
 
 // In the order of the columns below.
 const Setting SETTINGS[SETTING_COUNT] = {
@@ -739,6 +746,7 @@ const Setting SETTINGS[SETTING_COUNT] = {
                    XSLT_SECPREF_READ_NETWORK, XSLT_SECPREF_WRITE_NETWORK});
      },
      none},
+    {"all forbidden, and loaded as a plain file", forbidAll, none, true},
 };
 
 enum class Outcome { Reached, LeftOut, LoadRefused, ApplyRefused };
@@ -804,40 +812,41 @@ bool serverGot(Surroundings& around, const std::string&)
 // clang-format off
 const Way WAYS[] = {
     // default, no check, once loaded, own files, writing, folders, network, writing there,
-    //                                                         no network, list, list and no more
+    //                                                         no network, list, list and no more,
+    //                                                                             plain file
     {"document() of a file",
      [](Around a) { return sheetCopying(a.secret.path()); }, holdsSecret,
-     {YES,   YES, APPLY, APPLY, YES,   YES,   YES,   YES,      YES,   OUT,   OUT}},
+     {YES,   YES, APPLY, APPLY, YES,   YES,   YES,   YES,      YES,   OUT,   OUT,   APPLY}},
     {"xsl:include of a file",
      [](Around a) { return sheetIncluding(a.library.path()); }, holdsSecret,
-     {YES,   YES, YES,   LOAD,  YES,   YES,   YES,   YES,      YES,   LOAD,  LOAD}},
+     {YES,   YES, YES,   LOAD,  YES,   YES,   YES,   YES,      YES,   LOAD,  LOAD,  LOAD}},
     {"external entity in a file",
      [](Around a) { return sheetWithEntity(a.secret.path()); }, holdsSecret,
-     {YES,   YES, YES,   YES,   YES,   YES,   YES,   YES,      YES,   OUT,   OUT}},
+     {YES,   YES, YES,   YES,   YES,   YES,   YES,   YES,      YES,   OUT,   OUT,   LOAD}},
     {"external entity of a document()",
      [](Around a) { return sheetCopying(a.withEntity.path()); }, holdsSecret,
-     {YES,   YES, APPLY, APPLY, YES,   YES,   YES,   YES,      YES,   OUT,   OUT}},
+     {YES,   YES, APPLY, APPLY, YES,   YES,   YES,   YES,      YES,   OUT,   OUT,   APPLY}},
     {"xsl:document to a file",
      [](Around a) { return sheetWriting(a.target.path()); },
      [](Surroundings& a, const std::string&) { return a.target.exists(); },
-     {YES,   YES, APPLY, YES,   APPLY, YES,   YES,   YES,      YES,   YES,   APPLY}},
+     {YES,   YES, APPLY, YES,   APPLY, YES,   YES,   YES,      YES,   YES,   APPLY, APPLY}},
     {"xsl:document to a new folder",
      [](Around a) { return sheetWriting(a.newFolder + "/w.xml"); },
      [](Surroundings& a, const std::string&) { return std::filesystem::exists(a.newFolder); },
-     {APPLY, YES, APPLY, YES,   APPLY, APPLY, YES,   YES,      APPLY, APPLY, APPLY}},
+     {APPLY, YES, APPLY, YES,   APPLY, APPLY, YES,   YES,      APPLY, APPLY, APPLY, APPLY}},
 #ifdef LIBXML_HTTP_ENABLED
     {"document() of the network",
      [](Around a) { return sheetCopying(a.server.url("d.xml")); }, serverGot<GET_DOCUMENT>,
-     {YES,   YES, APPLY, YES,   YES,   YES,   APPLY, YES,      OUT,   OUT,   APPLY}},
+     {YES,   YES, APPLY, YES,   YES,   YES,   APPLY, YES,      OUT,   OUT,   APPLY, APPLY}},
     {"xsl:include of the network",
      [](Around a) { return sheetIncluding(a.server.url("i.xsl")); }, serverGot<GET_SHEET>,
-     {YES,   YES, YES,   YES,   YES,   YES,   LOAD,  YES,      LOAD,  LOAD,  LOAD}},
+     {YES,   YES, YES,   YES,   YES,   YES,   LOAD,  YES,      LOAD,  LOAD,  LOAD,  LOAD}},
     {"external entity in the network",
      [](Around a) { return sheetWithEntity(a.server.url("e.xml")); }, serverGot<GET_ENTITY>,
-     {YES,   YES, YES,   YES,   YES,   YES,   YES,   YES,      OUT,   OUT,   OUT}},
+     {YES,   YES, YES,   YES,   YES,   YES,   YES,   YES,      OUT,   OUT,   OUT,   LOAD}},
     {"xsl:document to the network",
      [](Around a) { return sheetWriting(a.server.url("w.xml")); }, serverGot<PUT_RESULT>,
-     {YES,   YES, APPLY, YES,   YES,   YES,   YES,   APPLY,    YES,   YES,   APPLY}},
+     {YES,   YES, APPLY, YES,   YES,   YES,   YES,   APPLY,    YES,   YES,   APPLY, APPLY}},
 #endif
 };
 // clang-format on
@@ -853,7 +862,7 @@ Outcome outcomeOf(const Way& way, const Setting& setting)
     EngineSettings settings;
 
     setting.beforeLoading(settings);
-    if (file.sheet.load() != STATUS_SUCCESS) {
+    if (setting.load(file.sheet) != STATUS_SUCCESS) {
         EXPECT_FALSE(way.reached(around, ""));
         EXPECT_EQ(log.lines().size(), 1U);
         return Outcome::LoadRefused;
@@ -905,21 +914,20 @@ TEST(XmlStyleSheetReachTest, AnOrdinaryTransformationNeedsNothingThatIsForbidden
     const OutputFile output("result.xml");
     const ScriptFile source(ITEMS);
     StyleSheetFile file(LISTING);
-    allowedFiles = {file.path(), source.path()};
     EngineSettings settings;
-    SETTINGS[SETTING_COUNT - 1].beforeLoading(settings);
+    forbidAll(settings);
 
-    Xml reader(source.path());
-    const std::unique_ptr<XmlDocument> document(reader.load());
+    Xml reader;
+    const std::unique_ptr<XmlDocument> document(reader.load(source.path(), PLAIN_FILE));
     ASSERT_NE(document, nullptr);
-    ASSERT_EQ(file.sheet.load(), STATUS_SUCCESS);
+    ASSERT_EQ(file.sheet.load(PLAIN_FILE), STATUS_SUCCESS);
     const std::unique_ptr<XmlDocument> result(file.sheet.apply(document.get()));
     EXPECT_EQ(xml(result), LISTED);
 
     ASSERT_NE(result, nullptr);
     result->__setXmlStyleSheet(&file.sheet);
     result->setOutputFilePath(output.path());
-    EXPECT_EQ(result->write(), STATUS_SUCCESS);
+    EXPECT_EQ(result->write(PLAIN_FILE), STATUS_SUCCESS);
     EXPECT_EQ(output.content(), "<?xml version=\"1.0\"?>\n" + LISTED + "\n");
 }
 
