@@ -28,6 +28,9 @@ class XmlDocument;
  * application sets another handler.
  * @snippet untrusted/main.cpp distrust
  *
+ * @par Memory
+ * libxslt does not survive every lack of memory: the process may end in load() or apply().
+ *
  * @par Threads
  * One thread at a time.
  *
