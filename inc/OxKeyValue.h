@@ -194,9 +194,10 @@ public:
      * the key alone is then serialized, with success, and can't be read back.
      *
      * @return STATUS_SUCCESS; STATUS_INVALID_STATE after logging "Invalid data size (%d).";
-     *         STATUS_OUT_OF_MEMORY after logging "Memory allocation failed.". After a failure the
-     *         type entries stay and @p data has no buffer: the one that it had would be too short
-     *         for them. A borrowed one is forgotten and stays with its owner.
+     *         STATUS_OUT_OF_MEMORY after logging "Memory allocation failed.", also when more than
+     *         INT_MAX bytes are described, repetitions included. After a failure the type entries
+     *         stay and @p data has no buffer: the one that it had would be too short for them. A
+     *         borrowed one is forgotten and stays with its owner.
      */
     int serialize(SerializedData& data) const;
 

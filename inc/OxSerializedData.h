@@ -306,7 +306,7 @@ public:
 
 private:
     friend class KeyValues;              // describes its entries in one go
-    friend class internal::NewDataArea;  // drops data that is shorter than the description
+    friend class internal::NewDataArea;  // sees to it that there is as much data as is described
 
     using Release = void (*)(void*);
 

@@ -41,10 +41,11 @@ namespace oxil {
  * STATUS_SUCCESS, with a new data area owned by @p data. The first description step that is refused
  * (a value of kind VARIANT_TYPE_NONE, a full type list) is logged as "r (%d)." with its code, which
  * is returned: STATUS_INVALID_PARAMETER or STATUS_CAPACITY_EXCEEDED. STATUS_OUT_OF_MEMORY after
- * logging "Memory allocation failed.". After a failure, an exception of an iterator included, the
- * block count and the type entries added so far stay, and there is no data area: the one that was
- * there would be too short for them. A borrowed one is forgotten and stays with its owner. Type
- * entries are appended, so the target should be a fresh object.
+ * logging "Memory allocation failed.", also when more than INT_MAX bytes are described, repetitions
+ * included. After a failure, an exception of an iterator included, the block count and the type
+ * entries added so far stay, and there is no data area: the one that was there would be too short
+ * for them. A borrowed one is forgotten and stays with its owner. Type entries are appended, so the
+ * target should be a fresh object.
  *
  * @par Results of deserialize
  * STATUS_SUCCESS; STATUS_INVALID_PARAMETER after logging "Invalid block count (%d)." with the count

@@ -41,8 +41,7 @@ public:
     {
         // At least one byte: an empty payload succeeds also where malloc(0) gives a null pointer.
         // What doesn't fit an int can't be described, and no memory is asked for it.
-        const long long size =
-            std::max({static_cast<long long>(__target.getTotalDataSize()), space, 1LL});
+        const long long size = std::max({__getDescribedSize(), space, 1LL});
         if (size <= INT_MAX) {
             __size = static_cast<std::size_t>(size);
             __memory.reset(std::malloc(__size));
@@ -64,6 +63,19 @@ public:
     }
 
 private:
+    /** Bytes of all blocks, without the overflow of SerializedData::getTotalDataSize(): repetitions
+     *  are soon more than an int can count, and then any int is too small. */
+    long long __getDescribedSize() const noexcept
+    {
+        const SerializationInfo& info = *__target.__info;
+        long long size = 0;
+        for (int block = 0; block < std::min(info.blockCount, MAX_BLOCK_COUNT); ++block) {
+            const long long once = std::max(info.dataSize[block], 0);
+            size = std::min(size + once * std::max(info.repeatCount[block], 1), 1LL + INT_MAX);
+        }
+        return size;
+    }
+
     SerializedData& __target;
     std::size_t __size;
     std::unique_ptr<void, void (*)(void*)> __memory;

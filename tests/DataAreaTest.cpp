@@ -220,6 +220,44 @@ TEST(DataAreaTest, ASingleRecordComesWithTheBytesOfAllBlocks)
     }
 }
 
+TEST(DataAreaTest, WhatIsMoreThanAnIntCanCountIsNotDescribedWithFewerBytes)
+{
+    constexpr int MANY = 1 << 30;  // INTs, which take 4 GiB: none, as an int counts them
+    const KeyValue entry("key", ONES);
+    const std::function<int(SerializedData&)> serializers[] = {
+        [&](SerializedData& data) { return entry.serialize(data); },
+        [&](SerializedData& data) { return recordOf({entry}).serialize(data); },
+        [&](SerializedData& data) { return Serializer::serialize("m", {}, "extra", data); },
+    };
+    for (const auto& serialize : serializers) {
+        SerializedData data(2);
+        ASSERT_EQ(data.addType(1, VARIANT_TYPE_INT), STATUS_SUCCESS);
+        data.setRepeatCount(1, MANY);
+        LogCapture log;
+
+        EXPECT_EQ(serialize(data), STATUS_OUT_OF_MEMORY);
+
+        EXPECT_EQ(data.getData(), nullptr);
+        EXPECT_THAT(log.lines(), ElementsAre(Logged("serialize", "Memory allocation failed.")));
+    }
+}
+
+TEST(DataAreaTest, ALongListOfOneShapeIsNotDescribedWithFewerBytes)
+{
+    // 4 GiB, as the first record has 512 bytes; the others have none.
+    KeyValues first = recordOf({KeyValue("key", "text")});
+    KeyValues empty;
+    std::vector<KeyValues*> records(1 << 23, &empty);
+    records.front() = &first;
+    SerializedData data;
+    LogCapture log;
+
+    EXPECT_EQ(Serializer::serialize(records, data, REPEATABLE), STATUS_OUT_OF_MEMORY);
+
+    EXPECT_EQ(data.getData(), nullptr);
+    EXPECT_THAT(log.lines(), ElementsAre(Logged("serialize", "Memory allocation failed.")));
+}
+
 /** A way to fail at serializing into an object that has 260 bytes of data. */
 struct Failure {
     const char* name;
