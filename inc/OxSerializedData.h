@@ -130,8 +130,9 @@ public:
      * A few bytes can stand for many: each of many texts in narrow slots is read up to 255
      * characters, and a value of one byte takes 48 when it is decoded. What is refused is more than
      * getDefaultLimits() allows, 16 times what arrived and 4 MiB. So the worst that still passes
-     * takes that much when it is decoded, twice as much while it is decoded, and three times as
-     * much when a Serializer::deserialize() has made records, names or parameters of it.
+     * takes that much when it is decoded, twice as much while it is decoded, and four times as
+     * much when a Serializer::deserialize() has made records, names or parameters of it (a number
+     * where a key is expected becomes a text, which may be long).
      *
      * What passes can make a reader log one line for each value at most: a record's key that is
      * there already, a list's count that is no INT. Without validate() there is no such bound: an
