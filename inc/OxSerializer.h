@@ -117,7 +117,7 @@ public:
      * As much of a text as arrives: up to its first NUL byte and at most 255 characters (bytes),
      * but no part of a UTF-8 character.
      *
-     * A text that is no UTF-8 where it would be cut is cut at 255.
+     * Of a text that is no UTF-8 where it is cut, up to three bytes less may be left.
      */
     static std::string cutText(const std::string& text);
 
