@@ -282,7 +282,7 @@ void fillWithLineEnds(char* text, std::size_t begin, std::size_t end)
 xmlDocPtr parseFile(const std::string& path, int& error)
 {
     const internal::EngineUse use;
-    const internal::MemoryWatch watch;
+    internal::MemoryWatch watch;
     errno = 0;  // so that no earlier failure is blamed for malformed XML
     xmlDocPtr document = xmlParseFile(path.c_str());
     error = errno;

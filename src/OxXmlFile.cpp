@@ -133,7 +133,7 @@ xmlDocPtr parsePlainFile(const std::string& path, const PlainFile& file, int opt
         return nullptr;
     }
     const EngineUse use;
-    const MemoryWatch watch;
+    MemoryWatch watch;
     const std::unique_ptr<xmlParserCtxt, void (*)(xmlParserCtxtPtr)> context(xmlNewParserCtxt(),
                                                                              xmlFreeParserCtxt);
     if (context == nullptr) {
