@@ -40,7 +40,8 @@ public:
     XmlDocument(const XmlDocument&) = delete;
     XmlDocument& operator=(const XmlDocument&) = delete;
 
-    /** Destroys the node that getRootNode() made, and frees the tree. */
+    /** Destroys a root that was moved into it, or the node that getRootNode() made, and frees the
+     *  tree. */
     ~XmlDocument();
 
     /** Sets the file that write() writes. It is not touched before. */
