@@ -53,7 +53,7 @@ public:
      *
      * @return STATUS_SUCCESS; STATUS_INVALID_STATE after logging "Invalid state." for an empty
      *         path, or "Invalid state. (%s)(%s)" with path and system error, if the file can't be
-     *         read or is no stylesheet
+     *         read, is no stylesheet, or needs more memory than there is
      */
     int load();
 
@@ -67,7 +67,7 @@ public:
      * @return STATUS_SUCCESS; STATUS_INVALID_STATE after logging "Invalid state." for an empty
      *         path, or "Invalid state. (%s)(%s)" with path and reason: "Success" for what is no
      *         stylesheet, ENOTSUP for one that includes or imports others, EFBIG for a file that is
-     *         too large, EISDIR or EINVAL for what is no regular file
+     *         too large, EISDIR or EINVAL for what is no regular file, ENOMEM
      */
     int load(PlainFile file);
 
@@ -79,9 +79,9 @@ public:
      * libxslt takes that white space out of the source itself.
      *
      * @return a document, which is the caller's; null after logging "Invalid parameter." for null,
-     *         "Invalid state." if the stylesheet was not loaded or libxslt refused (`xsl:message
-     *         terminate="yes"` and endless recursion too), or "Out of memory." (the result is lost
-     *         then)
+     *         "Invalid state." if the stylesheet was not loaded, libxslt refused (`xsl:message
+     *         terminate="yes"` and endless recursion too) or libxml2 had no memory, or "Out of
+     *         memory." (the result is lost then)
      */
     [[nodiscard]] XmlDocument* apply(XmlDocument* document);
 

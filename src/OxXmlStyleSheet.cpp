@@ -34,6 +34,15 @@ bool needsOthers(xmlDocPtr document)
     return false;
 }
 
+/** Frees what was compiled without enough memory: nobody knows what it lacks. */
+void dropIfIncomplete(xsltStylesheetPtr& native, const internal::MemoryWatch& watch, int& error)
+{
+    if (watch.hasRunOut()) {
+        error = ENOMEM;
+        xsltFreeStylesheet(std::exchange(native, nullptr));
+    }
+}
+
 }  // namespace
 
 XmlStyleSheet::XmlStyleSheet(const std::string& path) : __path(path), __native(nullptr) {}
@@ -52,10 +61,13 @@ int XmlStyleSheet::load()
         return STATUS_INVALID_STATE;
     }
     const internal::EngineUse use;
+    internal::MemoryWatch watch;
     errno = 0;  // so that no earlier failure is blamed for a malformed stylesheet
     __native = xsltParseStylesheetFile(internal::toXml(__path));
+    int error = errno;
+    dropIfIncomplete(__native, watch, error);
     if (__native == nullptr) {
-        OX_ERROR("Invalid state. (%s)(%s)", __path.c_str(), std::strerror(errno));
+        OX_ERROR("Invalid state. (%s)(%s)", __path.c_str(), std::strerror(error));
         return STATUS_INVALID_STATE;
     }
     return STATUS_SUCCESS;
@@ -68,6 +80,8 @@ int XmlStyleSheet::load(PlainFile file)
         OX_ERROR("Invalid state.");
         return STATUS_INVALID_STATE;
     }
+    const internal::EngineUse use;
+    internal::MemoryWatch watch;
     int error = 0;
     std::unique_ptr<xmlDoc, void (*)(xmlDocPtr)> document(
         internal::parsePlainFile(__path, file, XML_PARSE_NOENT | XML_PARSE_NOCDATA, error),
@@ -76,12 +90,15 @@ int XmlStyleSheet::load(PlainFile file)
         error = ENOTSUP;
     } else if (document != nullptr) {
         __native = xsltParseStylesheetDoc(document.get());
+        if (__native != nullptr) {
+            static_cast<void>(document.release());  // it is the stylesheet's now
+        }
+        dropIfIncomplete(__native, watch, error);
     }
     if (__native == nullptr) {
         OX_ERROR("Invalid state. (%s)(%s)", __path.c_str(), std::strerror(error));
         return STATUS_INVALID_STATE;
     }
-    static_cast<void>(document.release());  // it is the stylesheet's now
     return STATUS_SUCCESS;
 }
 
@@ -92,8 +109,13 @@ XmlDocument* XmlStyleSheet::apply(XmlDocument* document)
         return nullptr;
     }
     const internal::EngineUse use;
+    internal::MemoryWatch watch;
     const char* parameters[] = {nullptr};
     xmlDocPtr native = xsltApplyStylesheet(__native, document->__getNativeDocument(), parameters);
+    if (watch.hasRunOut()) {
+        xmlFreeDoc(native);  // nobody knows what it lacks
+        native = nullptr;
+    }
     if (native == nullptr) {
         OX_ERROR("Invalid state.");
         return nullptr;

@@ -2,6 +2,7 @@
 #include <OxStatus.h>
 #include <OxXml.h>
 #include <OxXmlDocument.h>
+#include <OxXmlStyleSheet.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <libxml/parser.h>
@@ -13,6 +14,7 @@
 #include <cstring>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -24,10 +26,12 @@
 namespace oxil::test {
 namespace {
 
+using testing::AnyOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
+using testing::StartsWith;
 
 /** A little of everything that the engine keeps in memory. */
 const std::string SAMPLE =
@@ -194,6 +198,124 @@ TEST(XmlMemoryTest, WantOfMemoryOfBeforeIsForgotten)
         Xml xml(file.path());
         EXPECT_NE(std::unique_ptr<XmlDocument>(load(xml, file.path())), nullptr);
     }
+}
+
+// ---- Stylesheets ----
+
+/** Lets the n-th request of the engine fail after it was asked to open a file, while it lives. */
+class FailureWhileParsing {
+public:
+    explicit FailureWhileParsing(int nth)
+    {
+        requests = nth;
+        original = xmlGetExternalEntityLoader();
+        xmlSetExternalEntityLoader(open);
+    }
+
+    ~FailureWhileParsing()
+    {
+        xmlSetExternalEntityLoader(original);
+        failure.reset();
+    }
+
+    FailureWhileParsing(const FailureWhileParsing&) = delete;
+    FailureWhileParsing& operator=(const FailureWhileParsing&) = delete;
+
+    bool happened() const { return failure.has_value() && failure->happened(); }
+
+private:
+    static xmlParserInputPtr open(const char* url, const char* id, xmlParserCtxtPtr context)
+    {
+        xmlParserInputPtr input = original(url, id, context);
+        failure.emplace(requests);
+        return input;
+    }
+
+    static inline int requests = 0;
+    static inline xmlExternalEntityLoader original = nullptr;
+    static inline std::optional<EngineMemoryFailure> failure;
+};
+
+/** How many requests for memory the parser makes for the sample at least. libxslt's own are not
+ *  tried: it does not get over all of them. */
+constexpr int PARSING = 50;
+
+TEST(XmlMemoryTest, ATransformationThatSucceedsWithoutEnoughMemoryGivesTheWholeResult)
+{
+    const EngineMessages quiet;
+    const ScriptFile file(SAMPLE);
+    const ScriptFile sheet(
+        "<x:stylesheet version='1.0' xmlns:x='http://www.w3.org/1999/XSL/Transform'><x:template "
+        "match='/'><x:copy-of select='document(\"" +
+        file.path() + "\")'/></x:template></x:stylesheet>");
+    XmlStyleSheet styleSheet(sheet.path());
+    ASSERT_EQ(styleSheet.load(), STATUS_SUCCESS);
+    XmlDocument source;
+    const std::string expected = dumpOf(*std::unique_ptr<XmlDocument>(styleSheet.apply(&source)));
+    ASSERT_THAT(expected, HasSubstr("<d/>"));
+
+    int refused = 0;
+    for (int nth = 1; nth <= PARSING; ++nth) {
+        SCOPED_TRACE(nth);
+        const LogCapture log;
+        std::unique_ptr<XmlDocument> result;
+        {
+            const FailureWhileParsing failure(nth);
+            result.reset(styleSheet.apply(&source));
+            EXPECT_TRUE(failure.happened());
+        }
+        if (result != nullptr) {
+            // A document that can't even be begun is an empty set to libxslt, as a missing one is.
+            EXPECT_THAT(dumpOf(*result), AnyOf(expected, "<?xml version=\"1.0\"?>\n"));
+            EXPECT_THAT(log.lines(), IsEmpty());
+        } else {
+            EXPECT_THAT(log.lines(),
+                        ElementsAre(LoggedIn("OxXmlStyleSheet.cpp", "apply", "Invalid state.")));
+            ++refused;
+        }
+    }
+    EXPECT_GT(refused, 20);
+}
+
+TEST(XmlMemoryTest, AStyleSheetThatIsLoadedWithoutEnoughMemoryIsWhole)
+{
+    const EngineMessages quiet;
+    const ScriptFile sheet(
+        "<?xml version='1.0' encoding='ISO-8859-1'?><x:stylesheet version='1.0' "
+        "xmlns:x='http://www.w3.org/1999/XSL/Transform'><x:template "
+        "match='/'>" +
+        SAMPLE.substr(SAMPLE.find("<a ")) + "</x:template></x:stylesheet>");
+    XmlDocument source;
+    const auto applied = [&source](XmlStyleSheet& styleSheet) {
+        return dumpOf(*std::unique_ptr<XmlDocument>(styleSheet.apply(&source)));
+    };
+    XmlStyleSheet reference(sheet.path());
+    ASSERT_EQ(reference.load(), STATUS_SUCCESS);
+    const std::string expected = applied(reference);
+
+    int explained = 0;
+    for (int nth = 1; nth <= PARSING; ++nth) {
+        SCOPED_TRACE(nth);
+        const LogCapture log;
+        XmlStyleSheet styleSheet(sheet.path());
+        int result = STATUS_SUCCESS;
+        {
+            const FailureWhileParsing failure(nth);
+            result = styleSheet.load();
+            EXPECT_TRUE(failure.happened());
+        }
+        if (result == STATUS_SUCCESS) {
+            EXPECT_EQ(applied(styleSheet), expected);
+            EXPECT_THAT(log.lines(), IsEmpty());
+        } else {
+            EXPECT_EQ(styleSheet.__getNativeStyleSheet(), nullptr);
+            ASSERT_THAT(log.lines(), SizeIs(1));
+            const std::string start = "Invalid state. (" + sheet.path() + ")(";
+            EXPECT_THAT(log.lines()[0].message, StartsWith(start));
+            explained += log.lines()[0].message == start + std::strerror(ENOMEM) + ")";
+        }
+    }
+    EXPECT_GT(explained, 20);
 }
 
 // ---- The handlers of the application ----
