@@ -63,7 +63,8 @@ public:
  * libxml2's own limits hold: 257 levels of nesting pass, and so do 10,000,000 bytes for one
  * attribute value (at the end of the document a few dozen less), one CDATA section or, in load(),
  * one text. They do not bound the time: it grows with the square of the number of attributes of one
- * element, to seconds for 50,000 of them. The events access no other file and no network. Nor does
+ * element, to seconds for 50,000 of them. Nor do they bound the memory: the tree of a file of small
+ * elements takes dozens of times its size. The events access no other file and no network. Nor does
  * load() for what a document refers to, unless the application has told libxml2 so
  * (`xmlSubstituteEntitiesDefault`, `xmlLoadExtDtdDefaultValue`). What libxml2 has to say goes to
  * the standard error output unless the application sets another handler (`xmlSetGenericErrorFunc`,
