@@ -186,7 +186,7 @@ public:
     /**
      * Describes this entry in block 0 of @p data and gives it a newly allocated buffer.
      *
-     * The buffer has the size of all blocks: what is described in others is there as well, and zero.
+     * The buffer has the size of all blocks: what is described in others is there too, and zero.
      *
      * Type entries are appended, so @p data should be fresh: serializing a second time into the
      * same object leaves a description twice as long, and a buffer of that size of which the first
