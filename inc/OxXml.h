@@ -61,15 +61,16 @@ public:
  * makes read() wait for a writer, for ever if there is none.
  *
  * libxml2's own limits hold: 257 levels of nesting pass, and so do 10,000,000 bytes for one
- * attribute value (at the end of the document a few dozen less), one CDATA section or, in load(),
- * one text. They do not bound the time: it grows with the square of the number of attributes of one
- * element, to seconds for 50,000 of them. Nor do they bound the memory: the tree of a file of small
- * elements takes dozens of times its size. The events access no other file and no network. Nor does
- * load() for what a document refers to, unless the application has told libxml2 so
- * (`xmlSubstituteEntitiesDefault`, `xmlLoadExtDtdDefaultValue`). What libxml2 has to say goes to
- * the standard error output unless the application sets another handler (`xmlSetGenericErrorFunc`,
- * libxml2's manual). read() keeps most of it from being said, but not what is about encodings, want
- * of memory, and declarations that repeat themselves or redeclare `&lt;` and the like.
+ * attribute value, one CDATA section or, in load(), one text (less near the end of the document,
+ * where what follows counts too). They do not bound the time: it grows with the square of the
+ * number of attributes of one element, to seconds for 50,000 of them. Nor do they bound the memory:
+ * the tree of a file of small elements takes dozens of times its size. The events access no other
+ * file and no network. Nor does load() for what a document refers to, unless the application has
+ * told libxml2 so (`xmlSubstituteEntitiesDefault`, `xmlLoadExtDtdDefaultValue`). What libxml2 has
+ * to say goes to the standard error output unless the application sets another handler
+ * (`xmlSetGenericErrorFunc`, libxml2's manual). read() keeps most of it from being said, but not
+ * what is about encodings, want of memory, and declarations that repeat themselves or redeclare
+ * `&lt;` and the like.
  *
  * @par Threads
  * One thread at a time for each object; everything runs on the caller's thread. Different objects
