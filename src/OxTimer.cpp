@@ -81,7 +81,14 @@ void Timer::__leaveBehind(SourceId source)
     static GSourceCallbackFuncs functions = {
         [](gpointer) { ++strays; }, [](gpointer) { --strays; },
         [](gpointer mark, GSource*, GSourceFunc* function, gpointer* data) {
-            *function = [](gpointer ofTimer) { return __timerExpired(fromMark(ofTimer)); };
+            *function = [](gpointer ofTimer) {
+                Timer* timer = fromMark(ofTimer);
+                // An expiry that disarms the timer takes the owner from whatever source it has.
+                if (!timer->__repeating && timer->__source != nullptr) {
+                    timer->__leaveBehind(*timer->__source);
+                }
+                return __timerExpired(timer);
+            };
             *data = mark;
         }};
 

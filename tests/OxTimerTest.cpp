@@ -689,6 +689,20 @@ TEST_F(TimerTest, SourcesWithoutAnOwnerGoWithTheirTimer)
     EXPECT_FALSE(calls.isAttached(3));
 }
 
+TEST_F(TimerTest, ASourceThatLostItsOwnerToAnotherGoesWithTheTimerToo)
+{
+    ASSERT_EQ(timer->start(HOUR, count), STATUS_SUCCESS);
+    EXPECT_EQ(startWithoutMemory(0, count), STATUS_OUT_OF_MEMORY);
+    EXPECT_EQ(startWithoutMemory(0, count), STATUS_OUT_OF_MEMORY);
+    EXPECT_TRUE(firesWithin(LIMIT, 2));
+    timer->cancel();
+    EXPECT_TRUE(calls.isAttached(1)) << "nobody owns it any more";
+
+    timer.reset();
+
+    EXPECT_FALSE(calls.isAttached(1));
+}
+
 TEST_F(TimerTest, ASourceWithoutAnOwnerCanDestroyItsTimer)
 {
     EXPECT_EQ(startWithoutMemory(HOUR, count), STATUS_OUT_OF_MEMORY);
