@@ -31,6 +31,9 @@ namespace oxil {
  *   `string.rep`, which repeats an empty text two thousand million times, `table.foreach` and
  *   `table.foreachi`.
  *
+ * `table.insert`, `remove` and `sort` refuse a table that is longer than the memory has room for,
+ * which a few values far apart make it, and such a position.
+ *
  * @par What is not stopped
  * One instruction can be a call that goes through all the memory the script may have, as
  * `table.sort` does, so that time is bounded by both limits together. `Log.print` writes as often as

@@ -183,6 +183,52 @@ void takeAway(lua_State* state, const char* name)
     }
 }
 
+// ---- What is bounded
+
+constexpr const char* BOUNDED[] = {"insert", "remove", "sort"};
+
+/**
+ * Stands in for a function of the table library, which is its upvalue.
+ *
+ * They go through all positions up to the length of the table, or down to the one that they are
+ * given, within one instruction. Few values in the right places make a table thousands of millions
+ * long, so no more positions are taken than there is memory for values in them.
+ */
+int callBounded(lua_State* state)
+{
+    const Limits* limits = getLimits(state);
+    if (limits == nullptr) {  // there was no memory for them
+        return luaL_error(state, "script refused");
+    }
+    const auto most = static_cast<lua_Number>(limits->bytes / sizeof(lua_Number));
+    luaL_checktype(state, 1, LUA_TTABLE);
+    luaL_argcheck(state, static_cast<lua_Number>(lua_objlen(state, 1)) <= most, 1, "too long");
+    if (lua_gettop(state) > 2) {
+        const lua_Number position = luaL_checknumber(state, 2);
+        luaL_argcheck(state, position >= 0 && position <= most, 2, "no such position");
+    }
+    lua_pushvalue(state, lua_upvalueindex(1));
+    lua_insert(state, 1);
+    lua_call(state, lua_gettop(state) - 1, LUA_MULTRET);
+    return lua_gettop(state);
+}
+
+void boundTableFunctions(lua_State* state)
+{
+    lua_pushliteral(state, "table");
+    lua_rawget(state, LUA_GLOBALSINDEX);
+    for (const char* name : BOUNDED) {
+        if (lua_istable(state, -1)) {
+            lua_pushstring(state, name);
+            lua_pushvalue(state, -1);
+            lua_rawget(state, -3);
+            lua_pushcclosure(state, callBounded, 1);
+            lua_rawset(state, -3);
+        }
+    }
+    lua_pop(state, 1);
+}
+
 // ---- All of it
 
 struct Wanted {
@@ -202,6 +248,7 @@ int apply(lua_State* state)
     }
     Limits* limits = getLimits(state);
     if (limits == nullptr) {
+        boundTableFunctions(state);
         limits = makeLimits(state);
     }
     limits->instructions = wanted.instructions;

@@ -130,6 +130,18 @@ const Attack ATTACKS[] = {
     {"CountsWithoutInstructions",
      "local t = {} for i = 0, 30 do t[2 ^ i] = 1 end table.foreachi(t, math.randomseed)",
      "attempt to call field 'foreachi' (a nil value)"},
+    {"InsertsFarBelow", "table.insert({}, -2147483648, 1)", "no such position"},
+    {"InsertsWhereNumbersAreCutOff", "table.insert({}, 2147483648, 1)", "no such position"},
+    {"InsertsNowhere", "table.insert({}, 0 / 0, 1)", "no such position"},
+    {"InsertsIntoALongTable",
+     "local t = {1, 2, 3, 4} for k = 26, 0, -1 do t[5 * 2 ^ k] = 1 end table.insert(t, 1, 1)",
+     "too long"},
+    {"SortsALongTable",
+     "local t = {1, 2, 3, 4} for k = 26, 0, -1 do t[5 * 2 ^ k] = 1 end table.sort(t, type)",
+     "too long"},
+    {"RemovesFromALongTable",
+     "local t = {1, 2, 3, 4} for k = 26, 0, -1 do t[5 * 2 ^ k] = 1 end table.remove(t, 1)",
+     "too long"},
     {"Recurses", "local function f() return 1 + f() end f()", "stack overflow"},
     {"RecursesInC", "local function f() table.sort({1, 2}, f) end f()", "stack overflow"},
     {"LoadsCompiledLua", "loadstring('\\27Lua')",
@@ -360,6 +372,22 @@ TEST_F(LuaLimitsTest, AStateWithoutMemoryForItsScriptIsNotLoaded)
     EXPECT_THAT(log.lines(),
                 ElementsAre(LoggedIn("OxLuaScript.cpp", "onLoading",
                                      "filePath(" + file.path() + ") (1) (not enough memory).")));
+}
+
+TEST_F(LuaLimitsTest, TablesThatFitIntoTheMemoryAreHandledAsEver)
+{
+    EXPECT_EQ(load(R"(
+        local t = {}
+        for i = 1, 50000 do table.insert(t, -i) end
+        table.insert(t, 1, 7)
+        table.insert(t, 50002, 8)
+        table.sort(t)
+        assert(#t == 50002 and t[1] == -50000 and t[50002] == 8)
+        assert(table.remove(t) == 8 and table.remove(t, 1) == -50000 and #t == 50000)
+        assert(select('#', table.remove({})) == 0)
+        assert(not pcall(table.sort, 5))
+    )"),
+              "");
 }
 
 // ---- Names --------------------------------------------------------------------------------------
