@@ -349,8 +349,8 @@ int LuaScript::onMethodCalled(const std::string& methodName)
         if (handler != nullptr) {
             const int top = lua_gettop(state);
             const std::string message = getMessage(call);
-            lua_settop(state, top);
             handler(name, message, traceback);
+            lua_settop(state, top);  // calls of the handler leave messages of their own
         }
         call.rethrow();
     }

@@ -193,6 +193,32 @@ TEST_F(LuaErrorHandlerTest, ItMayCallTheScript)
     EXPECT_EQ(loaded.top(), top + 1) << "the message";
 }
 
+TEST_F(LuaErrorHandlerTest, ACallOfItsOwnThatFailsChangesNothingForTheOther)
+{
+    api.body = [](lua_State*, const std::string&) { throw std::out_of_range("too far"); };
+    LoadedScript throwing("function f() native.run() end function g() error('of g') end", {&api});
+    std::string result;
+    for (const char* function : {"f", "g"}) {
+        int depth = 0;
+        throwing.script.setErrorHandler(
+            [&](const std::string&, const std::string&, const std::string&) {
+                if (++depth == 1) {
+                    throwing.script.callMethod("missing");
+                }
+            });
+        const int top = throwing.top();
+        if (function == std::string("f")) {
+            EXPECT_THROW(throwing.script.callMethod(function), std::out_of_range);
+            EXPECT_EQ(throwing.top(), top + 1) << "the message";
+        } else {
+            EXPECT_EQ(throwing.script.callMethod(function, std::tie(result)), STATUS_SUCCESS);
+            EXPECT_THAT(result, EndsWith("of g"));
+            EXPECT_EQ(throwing.top(), top);
+        }
+        EXPECT_EQ(depth, 2);
+    }
+}
+
 TEST_F(LuaErrorHandlerTest, WhatItThrowsComesOutOfTheCall)
 {
     loaded.script.setErrorHandler([](const std::string&, const std::string& message,
