@@ -54,10 +54,10 @@ ProtectedCall::ProtectedCall(lua_State* state) noexcept
 
 ProtectedCall::~ProtectedCall()
 {
-    innermost = __outer;
     if (__closing) {
         lua_close(__state);
     }
+    innermost = __outer;
 }
 
 int ProtectedCall::run(int parameterCount, int returnCount) noexcept
@@ -112,6 +112,7 @@ void ProtectedCall::close(lua_State* state) noexcept
     if (outermost != nullptr) {
         outermost->__closing = true;
     } else {
+        const ProtectedCall call(state);  // of the finalizers
         lua_close(state);
     }
 }

@@ -4,10 +4,14 @@
 #include <OxStatus.h>
 #include <gtest/gtest.h>
 
+#include <initializer_list>
 #include <lua.hpp>
+#include <memory>
+#include <stdexcept>
 #include <string>
 #include <tuple>
 
+#include "LoadedScript.h"
 #include "NativeApi.h"
 #include "ScriptFile.h"
 
@@ -56,6 +60,30 @@ TEST(LuaFinalizerTest, TypedCallReadsItsOwnResultsAfterACallFromAFinalizer)
     EXPECT_EQ(third, 3.5F);
     EXPECT_EQ(lua_gettop(script.getLuaState()), top);
     EXPECT_EQ(script.getMethodName(), "numbers");
+}
+
+TEST(LuaFinalizerTest, ItsExceptionsAreNotThoseOfTheFunctionThatClosesTheState)
+{
+    std::unique_ptr<LoadedScript> other;
+    NativeApi api([&](lua_State*, const std::string& what) {
+        if (what == "close") {
+            other.reset();
+        } else if (what == "finalize") {
+            throw std::logic_error("of the finalizer");
+        } else {
+            throw std::runtime_error("of the function");
+        }
+    });
+    other = std::make_unique<LoadedScript>(
+        "getmetatable(newproxy(true)).__gc = function() native.run('finalize') end",
+        std::initializer_list<LuaApi*>{&api});
+    LoadedScript loaded(
+        "function f() local ok, reason = pcall(native.run) native.run('close') error(reason, 0) "
+        "end",
+        {&api});
+
+    EXPECT_THROW(loaded.script.callMethod("f"), std::runtime_error);
+    EXPECT_EQ(other, nullptr);
 }
 
 }  // namespace
