@@ -34,8 +34,8 @@ namespace oxil {
  * has fired once is not destroyed by that. A timer that outlives its script logs "Invalid state"
  * and "Invalid state (0x%x)." with the address of its state each time it expires, also when the
  * state of another script has got that address since; so does one that was started in a coroutine.
- * A timer's function that fails is called again at the next
- * expiry, and leaves its error message on the script's Lua stack.
+ * A timer's function that fails is called again at the next expiry, and leaves its error message on
+ * the script's Lua stack.
  */
 class OXIL_API BaseLuaApi : public LuaApi {
 public:

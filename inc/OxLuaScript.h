@@ -140,8 +140,8 @@ public:
      *
      * @return STATUS_SUCCESS; STATUS_INVALID_STATE after logging "Invalid state." when there is no
      *         memory for a state, or the script was destroyed or loaded again from inside, or
-     *         "filePath(%s) (%d) (%s)." with the path, always 1, and Lua's
-     *         message, when the file can't be read, is no Lua, or fails; there is no state then
+     *         "filePath(%s) (%d) (%s)." with the path, always 1, and Lua's message, when the file
+     *         can't be read, is no Lua, or fails; there is no state then
      * @throws  what a native function threw, see above
      */
     int onLoading() override;

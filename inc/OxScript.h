@@ -136,8 +136,8 @@ public:
      *                    `float`, and C text, which is passed as text (`std::logic_error` if null)
      * @return STATUS_SUCCESS; STATUS_INVALID_PARAMETER after logging "Invalid parameter." for an
      *         empty name; STATUS_INVALID_STATE after logging "Invalid state." when a hook did not
-     *         return 0, or led to the end of this script. No result is read of a call that failed before; a result that can't be read
-     *         ends the reading.
+     *         return 0, or led to the end of this script. No result is read of a call that failed
+     *         before; a result that can't be read ends the reading.
      */
     template <typename... Results, typename... Params>
     int callMethod(const std::string& methodName, std::tuple<Results&...> results,

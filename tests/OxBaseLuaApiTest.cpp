@@ -850,7 +850,8 @@ TEST_F(BaseLuaApiTest, AFunctionThatFailsAMillionTimesDoesNoHarm)
         function works() return 6 * 7 end
     )");
     // The stack of a LuaJIT state has an end. The last calls that it has room for fail with a
-    // message that says so, for want of the 20 places that each C function asks for; then the library refuses, and nothing is left behind any more.
+    // message that says so, for want of the 20 places that each C function asks for; then the
+    // library refuses, and nothing is left behind any more.
     const bool limited = host.run("return jit ~= nil") == "true";
     const int top = host.top();
 
