@@ -219,7 +219,7 @@ public:
     OXIL_LOCAL bool __survives() const noexcept;
 
     /** Bytes that copySerializedData() may write; meant for the library itself. */
-    std::size_t __getSpace() const noexcept;
+    OXIL_LOCAL std::size_t __getSpace() const noexcept;
 
 private:
     friend class KeyValues;  // compares and hands on keys and values without copies

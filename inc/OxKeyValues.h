@@ -293,18 +293,18 @@ public:
                     const std::vector<Variant>::const_iterator& last);
 
     /** Bytes that copySerializedData() may write; meant for the library itself. */
-    std::size_t __getSpace() const noexcept;
+    OXIL_LOCAL std::size_t __getSpace() const noexcept;
 
 private:
-    KeyValue& __at(int index) noexcept;
-    const KeyValue& __at(int index) const noexcept;
-    int __find(const std::string& key) const noexcept;
+    OXIL_LOCAL KeyValue& __at(int index) noexcept;
+    OXIL_LOCAL const KeyValue& __at(int index) const noexcept;
+    OXIL_LOCAL int __find(const std::string& key) const noexcept;
     OXIL_LOCAL int __find(const internal::WantedKey& key) const noexcept;
     template <typename... Parts>
     OXIL_LOCAL bool __add(const std::string& key, Parts&&... parts);
     OXIL_LOCAL void __makeIndex();
     OXIL_LOCAL std::size_t __describe(int block, SerializedData& data) const noexcept;
-    void __erase(int index);
+    OXIL_LOCAL void __erase(int index);
 
     std::vector<KeyValue> __entries;
     std::unique_ptr<internal::KeyIndex> __index;  // none while the record is small

@@ -183,7 +183,7 @@ public:
 
 private:
     int __loadLuaApi();
-    int __nextReturnIndex() const;
+    OXIL_LOCAL int __nextReturnIndex() const;
 
     std::unique_ptr<lua_State, void (*)(lua_State*)> __luaState;
     BaseLuaApi* __baseApi;

@@ -233,7 +233,7 @@ private:
 
     int callMethod(const std::string& methodName, std::initializer_list<Parameter> parameters,
                    std::initializer_list<Result> results);
-    void __setCall(const std::string& methodName, int returnCount, int parameterCount);
+    OXIL_LOCAL void __setCall(const std::string& methodName, int returnCount, int parameterCount);
 
     std::string __filePath;
     std::string __methodName;

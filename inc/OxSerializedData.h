@@ -311,9 +311,9 @@ private:
 
     using Release = void (*)(void*);
 
-    bool __isValidBlock(int block) const;
-    int __getOffset(int block) const;
-    void __replaceData(void* data, bool owned);
+    OXIL_LOCAL bool __isValidBlock(int block) const;
+    OXIL_LOCAL int __getOffset(int block) const;
+    OXIL_LOCAL void __replaceData(void* data, bool owned);
     OXIL_LOCAL void __dropData() noexcept;
 
     SerializationInfo* __info;

@@ -78,7 +78,7 @@ private:
     OXIL_LOCAL void __leaveBehind(SourceId source);
     static int __timerExpired(void* data) noexcept;
     bool __onTimerExpired();
-    static void __removeSource(SourceId* source);
+    OXIL_LOCAL static void __removeSource(SourceId* source);
 
     bool __repeating;
     std::function<void()> __callback;

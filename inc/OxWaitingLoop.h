@@ -127,7 +127,7 @@ private:
     void __cancelTimer() const;
     void __runTimerExpired() noexcept;
     void __waitTimerExpired() noexcept;
-    void __expire(std::function<bool()>& predicate);
+    OXIL_LOCAL void __expire(std::function<bool()>& predicate);
 
     std::function<bool()> __runPredicate;
     std::function<bool()> __waitPredicate;

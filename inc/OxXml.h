@@ -215,7 +215,7 @@ public:
     void __onExactCharacters(const char* text, int length);
 
 private:
-    int read(const std::string& xmlFilePath, const _xmlSAXHandler& handlers);
+    OXIL_LOCAL int read(const std::string& xmlFilePath, const _xmlSAXHandler& handlers);
 
     IXmlEventListener* __listener;
     std::string __xmlFilePath;

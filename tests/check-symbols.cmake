@@ -2,6 +2,8 @@
 #
 # cmake -DNM=... -DLIBRARY=... -P check-symbols.cmake
 
+cmake_minimum_required(VERSION 3.25)
+
 execute_process(COMMAND ${NM} -D --defined-only --demangle ${LIBRARY}
   OUTPUT_VARIABLE defined COMMAND_ERROR_IS_FATAL ANY)
 string(REGEX REPLACE "\n$" "" defined "${defined}")
@@ -11,11 +13,20 @@ list(LENGTH defined count)
 if(count LESS 50)
   message(FATAL_ERROR "only ${count} exported symbols")
 endif()
+# Members for the class itself that are part of the binary interface: they are promised, or what is
+# inline in a header calls them.
+set(promised __calculateHSV __calculateRGB __cancelTimer __getNativeDocument __getNativeNode
+  __getNativeStyleSheet __getTypeSize __initInstance __instance __keep __loadLuaApi __logLoss
+  __onCharacters __onEndElement __onExactCharacters __onStartElement __onTimerExpired __once
+  __runTimerExpired __setXmlStyleSheet __start __startRunTimer __startWaitTimer __timerExpired
+  __waitTimerExpired)
 foreach(symbol IN LISTS defined)
   if(NOT symbol MATCHES "^[0-9a-f]+ [A-Za-z] ((typeinfo|typeinfo name|vtable) for )?oxil::")
     message(SEND_ERROR "exported, but not the library's own: ${symbol}")
   elseif(symbol MATCHES "oxil::(internal|[(]anonymous)")
     message(SEND_ERROR "exported, but internal: ${symbol}")
+  elseif(symbol MATCHES "^[0-9a-f]+ [A-Za-z] oxil::[^(]*::(__[A-Za-z]+)" AND NOT CMAKE_MATCH_1 IN_LIST promised)
+    message(SEND_ERROR "exported, but for the class itself; OXIL_LOCAL hides it: ${symbol}")
   endif()
 endforeach()
 
