@@ -9,9 +9,10 @@ function(add_example_test name target)
   if(NOT arg_STATUS)
     set(arg_STATUS 0)
   endif()
-  add_test(NAME ${name} COMMAND ${CMAKE_COMMAND} -DSTATUS=${arg_STATUS} "-DPRINTS=^${arg_PRINTS}$"
-    "-DCOMPLAINS=${arg_COMPLAINS}" -P ${CMAKE_CURRENT_FUNCTION_LIST_FILE}
-    -- ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${target}> ${arg_UNPARSED_ARGUMENTS})
+  set(command ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${target}> ${arg_UNPARSED_ARGUMENTS})
+  add_test(NAME ${name} COMMAND ${CMAKE_COMMAND} "-DCOMMAND=${command}" -DSTATUS=${arg_STATUS}
+    "-DPRINTS=^${arg_PRINTS}$" "-DCOMPLAINS=${arg_COMPLAINS}"
+    -P ${CMAKE_CURRENT_FUNCTION_LIST_FILE})
   set_tests_properties(${name} PROPERTIES TIMEOUT 60)
 endfunction()
 
@@ -19,18 +20,7 @@ if(NOT CMAKE_SCRIPT_MODE_FILE)
   return()
 endif()
 
-set(command)
-set(found FALSE)
-math(EXPR last "${CMAKE_ARGC} - 1")
-foreach(i RANGE ${last})
-  if(found)
-    list(APPEND command "${CMAKE_ARGV${i}}")
-  elseif(CMAKE_ARGV${i} STREQUAL "--")
-    set(found TRUE)
-  endif()
-endforeach()
-
-execute_process(COMMAND ${command} RESULT_VARIABLE status OUTPUT_VARIABLE output
+execute_process(COMMAND ${COMMAND} RESULT_VARIABLE status OUTPUT_VARIABLE output
   ERROR_VARIABLE errors)
 message("${output}${errors}")
 if(NOT status STREQUAL STATUS)
