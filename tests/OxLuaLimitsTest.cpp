@@ -22,6 +22,7 @@
 namespace oxil::test {
 namespace {
 
+using testing::AnyOf;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
@@ -78,7 +79,8 @@ protected:
 struct Attack {
     const char* name;
     const char* code;
-    const char* message;  // that ends it
+    const char* message;                 // that ends it
+    const char* otherMessage = message;  // or this one, where memory is spent differently
 };
 
 void PrintTo(const Attack& attack, std::ostream* stream)
@@ -121,7 +123,7 @@ const Attack ATTACKS[] = {
     {"HandlesTheLackOfMemory",
      "local s = 'x' local function f() while true do s = s .. s end end "
      "while true do pcall(f) end",
-     INSTRUCTIONS_REACHED},
+     INSTRUCTIONS_REACHED, NO_MEMORY},
     {"OverflowsTheStackByAPattern", "('a'):find(('a?'):rep(500000))",
      "attempt to call method 'rep' (a nil value)"},
     {"MatchesForEver", "('aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa'):match('.-.-.-.-.-.-.-.-b')",
@@ -157,7 +159,8 @@ class LuaLimitsAttackTest : public LuaLimitsTest, public testing::WithParamInter
 
 TEST_P(LuaLimitsAttackTest, FailsInTheFile)
 {
-    EXPECT_THAT(load(GetParam().code), HasSubstr(GetParam().message));
+    EXPECT_THAT(load(GetParam().code),
+                AnyOf(HasSubstr(GetParam().message), HasSubstr(GetParam().otherMessage)));
 }
 
 TEST_P(LuaLimitsAttackTest, FailsInAFunctionAndTheNextCallWorks)
@@ -166,7 +169,8 @@ TEST_P(LuaLimitsAttackTest, FailsInAFunctionAndTheNextCallWorks)
                    " end function add(a, b) return a + b end"),
               "");
 
-    EXPECT_THAT(call("attack"), HasSubstr(GetParam().message));
+    EXPECT_THAT(call("attack"),
+                AnyOf(HasSubstr(GetParam().message), HasSubstr(GetParam().otherMessage)));
 
     int sum = 0;
     EXPECT_EQ(script->callMethod("add", std::tie(sum), 2, 3), STATUS_SUCCESS);
