@@ -33,10 +33,15 @@ using testing::IsEmpty;
 using testing::SizeIs;
 using testing::StartsWith;
 
-/** A little of everything that the engine keeps in memory. */
+/**
+ * A little of everything that the engine keeps in memory.
+ *
+ * One attribute is declared and no more: two may meet in one place of a table that libxml2 2.9 seeds
+ * with the time, and that there is no memory for the second it tells nobody.
+ */
 const std::string SAMPLE =
-    "<?xml version='1.0' encoding='ISO-8859-1'?><!DOCTYPE a [<!ELEMENT a ANY><!ATTLIST a x CDATA "
-    "#IMPLIED d CDATA 'supplied' id ID #IMPLIED>]><!--c--><a x='1&amp;' id='i' xmlns='http://u' "
+    "<?xml version='1.0' encoding='ISO-8859-1'?><!DOCTYPE a [<!ELEMENT a ANY><!ATTLIST a d CDATA "
+    "'supplied'>]><!--c--><a x='1&amp;' id='i' xmlns='http://u' "
     "xmlns:p='http://v' p:q='r'>t\xe9&lt;<![CDATA[<]]><?p i?><b n1='1' n2='2' n3='3' n4='4' n5='5' "
     "n6='6' n7='7' n8='8' n9='9' n10='10' n11='11'/><p:c><d/></p:c>a text that is too long for the "
     "place that the engine has inside a node &amp; another one behind it</a>\n";
