@@ -7,15 +7,15 @@
 #include <utility>
 
 #include "OxLog.h"
-#include "OxLua.h"
 #include "OxLuaGuard.h"
 #include "OxLuaScript.h"
 #include "OxObjectManager.h"
-#include "OxScriptIdentity.h"
 #include "OxStatus.h"
 #include "OxTimer.h"
-#include "OxTruncate.h"
 #include "OxWaitingLoop.h"
+#include "internal/OxLua.h"
+#include "internal/OxScriptIdentity.h"
+#include "internal/OxTruncate.h"
 
 namespace oxil {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "OxTruncate.h"
+#include "internal/OxTruncate.h"
 
 namespace oxil {
 namespace {

@@ -2,11 +2,11 @@
 
 #include <cstring>
 
-#include "OxDataArea.h"
 #include "OxLog.h"
-#include "OxNewDataArea.h"
 #include "OxSerializedData.h"
 #include "OxStatus.h"
+#include "internal/OxDataArea.h"
+#include "internal/OxNewDataArea.h"
 
 namespace oxil {
 

@@ -2,12 +2,12 @@
 
 #include <utility>
 
-#include "OxDataArea.h"
-#include "OxKeyIndex.h"
 #include "OxLog.h"
-#include "OxNewDataArea.h"
 #include "OxSerializedData.h"
 #include "OxStatus.h"
+#include "internal/OxDataArea.h"
+#include "internal/OxKeyIndex.h"
+#include "internal/OxNewDataArea.h"
 
 namespace oxil {
 namespace {

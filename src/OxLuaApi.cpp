@@ -2,8 +2,8 @@
 
 #include "OxLog.h"
 #include "OxLuaScript.h"
-#include "OxLuaStack.h"
 #include "OxStatus.h"
+#include "internal/OxLuaStack.h"
 
 namespace oxil {
 LuaApi::LuaApi() : __luaScript(nullptr), __loaded(false) {}

@@ -2,8 +2,8 @@
 
 #include <cstring>
 
-#include "OxLua.h"
-#include "OxProtectedCall.h"
+#include "internal/OxLua.h"
+#include "internal/OxProtectedCall.h"
 
 namespace oxil {
 

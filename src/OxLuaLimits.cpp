@@ -7,10 +7,10 @@
 #include <memory>
 
 #include "OxLog.h"
-#include "OxLua.h"
 #include "OxLuaScript.h"
-#include "OxProtectedCall.h"
 #include "OxStatus.h"
+#include "internal/OxLua.h"
+#include "internal/OxProtectedCall.h"
 
 namespace oxil {
 namespace {

@@ -10,14 +10,14 @@
 #include <utility>
 
 #include "OxBaseLuaApi.h"
-#include "OxCallOut.h"
 #include "OxLog.h"
-#include "OxLua.h"
 #include "OxLuaApi.h"
-#include "OxLuaStack.h"
-#include "OxScriptIdentity.h"
 #include "OxStatus.h"
-#include "OxTruncate.h"
+#include "internal/OxCallOut.h"
+#include "internal/OxLua.h"
+#include "internal/OxLuaStack.h"
+#include "internal/OxScriptIdentity.h"
+#include "internal/OxTruncate.h"
 
 namespace oxil {
 

@@ -2,9 +2,9 @@
 
 #include <cstdint>
 
-#include "OxCallOut.h"
 #include "OxLog.h"
 #include "OxStatus.h"
+#include "internal/OxCallOut.h"
 
 namespace oxil {
 

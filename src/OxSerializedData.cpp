@@ -7,9 +7,9 @@
 #include <new>
 #include <type_traits>
 
-#include "OxDataArea.h"
 #include "OxLog.h"
 #include "OxStatus.h"
+#include "internal/OxDataArea.h"
 
 namespace oxil {
 namespace {

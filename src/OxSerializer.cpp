@@ -9,10 +9,10 @@
 #include <string>
 #include <utility>
 
-#include "OxDataArea.h"
 #include "OxLog.h"
-#include "OxNewDataArea.h"
 #include "OxStatus.h"
+#include "internal/OxDataArea.h"
+#include "internal/OxNewDataArea.h"
 
 namespace oxil {
 namespace {

@@ -4,9 +4,9 @@
 
 #include <new>
 
-#include "OxCallOut.h"
 #include "OxLog.h"
 #include "OxStatus.h"
+#include "internal/OxCallOut.h"
 
 namespace oxil {
 namespace {

@@ -9,9 +9,9 @@
 
 #include <langinfo.h>
 
-#include "OxDataArea.h"
 #include "OxLog.h"
 #include "OxStatus.h"
+#include "internal/OxDataArea.h"
 
 namespace oxil {
 namespace {

@@ -4,10 +4,10 @@
 
 #include <new>
 
-#include "OxCallOut.h"
 #include "OxLog.h"
 #include "OxStatus.h"
 #include "OxTimer.h"
+#include "internal/OxCallOut.h"
 
 namespace oxil {
 

@@ -12,13 +12,13 @@
 #include <new>
 #include <optional>
 
-#include "OxCallOut.h"
 #include "OxLog.h"
 #include "OxStatus.h"
 #include "OxXmlDocument.h"
-#include "OxXmlEngine.h"
-#include "OxXmlFile.h"
-#include "OxXmlText.h"
+#include "internal/OxCallOut.h"
+#include "internal/OxXmlEngine.h"
+#include "internal/OxXmlFile.h"
+#include "internal/OxXmlText.h"
 
 namespace oxil {
 namespace {

@@ -10,10 +10,10 @@
 
 #include "OxLog.h"
 #include "OxStatus.h"
-#include "OxXmlEngine.h"
-#include "OxXmlFile.h"
 #include "OxXmlNode.h"
 #include "OxXmlStyleSheet.h"
+#include "internal/OxXmlEngine.h"
+#include "internal/OxXmlFile.h"
 
 namespace oxil {
 namespace {

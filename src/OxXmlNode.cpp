@@ -8,8 +8,8 @@
 
 #include "OxLog.h"
 #include "OxStatus.h"
-#include "OxXmlEngine.h"
-#include "OxXmlText.h"
+#include "internal/OxXmlEngine.h"
+#include "internal/OxXmlText.h"
 
 namespace oxil {
 

@@ -13,9 +13,9 @@
 #include "OxLog.h"
 #include "OxStatus.h"
 #include "OxXmlDocument.h"
-#include "OxXmlEngine.h"
-#include "OxXmlFile.h"
-#include "OxXmlText.h"
+#include "internal/OxXmlEngine.h"
+#include "internal/OxXmlFile.h"
+#include "internal/OxXmlText.h"
 
 namespace oxil {
 

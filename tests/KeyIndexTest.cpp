@@ -1,4 +1,4 @@
-#include "OxKeyIndex.h"
+#include "internal/OxKeyIndex.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

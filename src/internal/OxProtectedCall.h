@@ -4,7 +4,7 @@
 #include <exception>
 #include <string>
 
-#include "OxLua.h"
+#include "internal/OxLua.h"
 
 namespace oxil::internal {
 

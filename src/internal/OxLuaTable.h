@@ -1,6 +1,6 @@
 #pragma once
 
-#include "OxLua.h"
+#include "internal/OxLua.h"
 
 namespace oxil::internal {
 

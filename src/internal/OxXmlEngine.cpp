@@ -1,4 +1,4 @@
-#include "OxXmlEngine.h"
+#include "internal/OxXmlEngine.h"
 
 #include <libxml/parser.h>
 #include <libxml/xmlmemory.h>

@@ -1,9 +1,9 @@
-#include "OxLuaStack.h"
+#include "internal/OxLuaStack.h"
 
 #include <cstring>
 
 #include "OxLog.h"
-#include "OxLuaTable.h"
+#include "internal/OxLuaTable.h"
 
 namespace oxil::internal {
 namespace {

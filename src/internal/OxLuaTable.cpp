@@ -1,4 +1,4 @@
-#include "OxLuaTable.h"
+#include "internal/OxLuaTable.h"
 
 #include <cstddef>
 #include <cstring>

@@ -1,10 +1,10 @@
-#include "OxProtectedCall.h"
+#include "internal/OxProtectedCall.h"
 
 #include <cstring>
 #include <new>
 #include <string_view>
 
-#include "OxLuaStack.h"
+#include "internal/OxLuaStack.h"
 
 namespace oxil::internal {
 namespace {

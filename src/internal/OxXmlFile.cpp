@@ -1,4 +1,4 @@
-#include "OxXmlFile.h"
+#include "internal/OxXmlFile.h"
 
 #include <fcntl.h>
 #include <libxml/SAX2.h>
@@ -12,7 +12,7 @@
 #include <new>
 #include <utility>
 
-#include "OxXmlEngine.h"
+#include "internal/OxXmlEngine.h"
 
 namespace oxil::internal {
 namespace {

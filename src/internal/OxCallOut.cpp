@@ -1,4 +1,4 @@
-#include "OxCallOut.h"
+#include "internal/OxCallOut.h"
 
 namespace oxil::internal {
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "OxLua.h"
-#include "OxProtectedCall.h"
+#include "internal/OxLua.h"
+#include "internal/OxProtectedCall.h"
 
 namespace oxil::internal {
 
