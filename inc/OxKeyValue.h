@@ -208,7 +208,8 @@ public:
      * empty is refused by set(), which is logged there and still a success here.
      *
      * @return STATUS_SUCCESS; STATUS_INVALID_STATE after logging "values is nullptr." when the
-     * block can't be decoded, or "Invalid key-value pair." for an odd number of values or none
+     *         block can't be decoded, or "Invalid key-value pair." for an odd number of values or
+     *         none
      */
     int deserialize(const SerializedData& data, int block);
 

@@ -144,11 +144,11 @@ public:
      * @param info  the description received
      * @param size  bytes of data received
      * @return STATUS_SUCCESS; STATUS_INVALID_PARAMETER after logging the first thing found, with
-     * the value that is wrong: "Invalid block count (%d).", "Invalid type count (%d).", "Invalid
-     * type (%d).", "Invalid type size (%d)." or "Invalid data size (%d).", or, with the number of
-     * the block, "Data is too short (%d)."; STATUS_CAPACITY_EXCEEDED after logging "Too many values
-     * (%lld)." or "Too large when decoded (%lld)." with the values or bytes up to the block that
-     * was too much
+     *         the value that is wrong: "Invalid block count (%d).", "Invalid type count (%d).",
+     *         "Invalid type (%d).", "Invalid type size (%d)." or "Invalid data size (%d).", or,
+     *         with the number of the block, "Data is too short (%d)."; STATUS_CAPACITY_EXCEEDED
+     *         after logging "Too many values (%lld)." or "Too large when decoded (%lld)." with the
+     *         values or bytes up to the block that was too much
      */
     [[nodiscard]] static int validate(const SerializationInfo& info, std::size_t size);
 
@@ -237,7 +237,7 @@ public:
      * twice.
      *
      * @return STATUS_SUCCESS; STATUS_INVALID_PARAMETER after logging "Invalid parameter." for a
-     * null pointer, which changes nothing
+     *         null pointer, which changes nothing
      */
     int setData(const void* data);
 
@@ -256,7 +256,7 @@ public:
      *
      * @return the place, which without data area is no more than the offset as an address; null
      *         after logging a bad block, or "Invalid ptr offset (%d)." with the offset when the
-     * place comes out as null
+     *         place comes out as null
      */
     void* getData(int block) const;
 
@@ -295,10 +295,9 @@ public:
      * @warning Neither the description nor the length of the data is checked here; see validate().
      * An entry size wider than its kind aborts the process.
      *
-     * @return the list, owned by this object; null after logging a bad block,
-     *         "__data is nullptr.", "basePtr is nullptr.", "Max exceeded (%d)." for more type
-     * entries than a block can have, "Invalid copySize (%d)." for an entry size below 1, or "ptr is
-     * nullptr."
+     * @return the list, owned by this object; null after logging a bad block, "__data is nullptr.",
+     *         "basePtr is nullptr.", "Max exceeded (%d)." for more type entries than a block can
+     *         have, "Invalid copySize (%d)." for an entry size below 1, or "ptr is nullptr."
      */
     const std::vector<Variant>* getValues(int block) const;
 

@@ -191,8 +191,8 @@ public:
      * each time. A null record is skipped but counts.
      *
      * @return as for every serialize; STATUS_INVALID_PARAMETER after logging "Invalid parameter."
-     * for a null iterator; STATUS_INVALID_STATE after logging "Invalid state." when moveTo() does
-     *         not return 0
+     *         for a null iterator; STATUS_INVALID_STATE after logging "Invalid state." when
+     *         moveTo() does not return 0
      */
     static int serialize(IBidirectionalIterator<KeyValues*>* iterator, int count,
                          SerializedData& data);
@@ -252,7 +252,7 @@ public:
      * Records that were packed empty are dropped, deliberately.
      *
      * @return as for every deserialize; STATUS_INVALID_PARAMETER after logging "Invalid state."
-     * when a count promises more entries than are left. Records appended before stay.
+     *         when a count promises more entries than are left. Records appended before stay.
      */
     static int deserialize(const SerializedData& data, std::vector<KeyValues>& records);
 
