@@ -44,32 +44,32 @@ public:
 
     /** Whether word, hue, saturation and value are all the same. One word can have different hues:
      *  a colour made from HSV may differ from the one made from its word. */
-    bool operator==(const Color& other) const;
+    bool operator==(const Color& other) const noexcept;
     /** The opposite. */
-    bool operator!=(const Color& other) const;
+    bool operator!=(const Color& other) const noexcept;
 
-    int getRed() const;    ///< 0 to 255
-    int getGreen() const;  ///< 0 to 255
-    int getBlue() const;   ///< 0 to 255
-    int getAlpha() const;  ///< 0 to 255
+    int getRed() const noexcept;    ///< 0 to 255
+    int getGreen() const noexcept;  ///< 0 to 255
+    int getBlue() const noexcept;   ///< 0 to 255
+    int getAlpha() const noexcept;  ///< 0 to 255
 
     /** The colour as 0xAARRGGBB. */
-    unsigned int getRGB32() const;
+    unsigned int getRGB32() const noexcept;
 
     /** Degrees, as computed or given. */
-    float getHue() const;
+    float getHue() const noexcept;
 
     /** Percent, as computed or given. */
-    float getSaturation() const;
+    float getSaturation() const noexcept;
 
     /** Percent, as computed or given. */
-    float getValue() const;
+    float getValue() const noexcept;
 
     /** The four bytes of the word. */
-    void getColorComponents(int& red, int& green, int& blue, int& alpha) const;
+    void getColorComponents(int& red, int& green, int& blue, int& alpha) const noexcept;
 
     /** Hue, saturation and value as stored, and the alpha byte. */
-    void getColorComponents(float& hue, float& saturation, float& value, int& alpha) const;
+    void getColorComponents(float& hue, float& saturation, float& value, int& alpha) const noexcept;
 
     /** Replaces the red byte by the low 8 bits; computes hue, saturation and value anew. */
     void setRed(int red);

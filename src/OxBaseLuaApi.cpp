@@ -14,8 +14,8 @@
 #include "OxTimer.h"
 #include "OxWaitingLoop.h"
 #include "internal/OxLua.h"
+#include "internal/OxSaturate.h"
 #include "internal/OxScriptIdentity.h"
-#include "internal/OxTruncate.h"
 
 namespace oxil {
 namespace {
@@ -70,7 +70,7 @@ private:
 int checkInt(lua_State* state, int argument)
 {
     luaL_checkinteger(state, argument);  // for its errors: how it converts depends on the processor
-    return internal::truncate(lua_tonumber(state, argument));
+    return internal::saturate(lua_tonumber(state, argument));
 }
 
 /** The registry; std::bad_alloc if there was no memory for it. */

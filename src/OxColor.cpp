@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "internal/OxTruncate.h"
+#include "internal/OxSaturate.h"
 
 namespace oxil {
 namespace {
@@ -23,7 +23,7 @@ constexpr std::uint32_t toByte(int component)
 
 std::uint32_t toChannel(float level)
 {
-    return static_cast<std::uint32_t>(internal::truncate(level));
+    return static_cast<std::uint32_t>(internal::saturate(level));
 }
 
 }  // namespace
@@ -49,58 +49,58 @@ Color::Color(float hue, float saturation, float value, int alpha)
 
 Color::Color(float hue, float saturation, float value) : Color(hue, saturation, value, OPAQUE) {}
 
-bool Color::operator==(const Color& other) const
+bool Color::operator==(const Color& other) const noexcept
 {
     return __rgb32 == other.__rgb32 && __hue == other.__hue && __saturation == other.__saturation &&
            __value == other.__value;
 }
 
-bool Color::operator!=(const Color& other) const
+bool Color::operator!=(const Color& other) const noexcept
 {
     return !(*this == other);
 }
 
-int Color::getRed() const
+int Color::getRed() const noexcept
 {
     return static_cast<int>(__rgb32 >> 16 & 0xFF);
 }
 
-int Color::getGreen() const
+int Color::getGreen() const noexcept
 {
     return static_cast<int>(__rgb32 >> 8 & 0xFF);
 }
 
-int Color::getBlue() const
+int Color::getBlue() const noexcept
 {
     return static_cast<int>(__rgb32 & 0xFF);
 }
 
-int Color::getAlpha() const
+int Color::getAlpha() const noexcept
 {
     return static_cast<int>(__rgb32 >> 24);
 }
 
-unsigned int Color::getRGB32() const
+unsigned int Color::getRGB32() const noexcept
 {
     return __rgb32;
 }
 
-float Color::getHue() const
+float Color::getHue() const noexcept
 {
     return __hue;
 }
 
-float Color::getSaturation() const
+float Color::getSaturation() const noexcept
 {
     return __saturation;
 }
 
-float Color::getValue() const
+float Color::getValue() const noexcept
 {
     return __value;
 }
 
-void Color::getColorComponents(int& red, int& green, int& blue, int& alpha) const
+void Color::getColorComponents(int& red, int& green, int& blue, int& alpha) const noexcept
 {
     red = getRed();
     green = getGreen();
@@ -108,7 +108,8 @@ void Color::getColorComponents(int& red, int& green, int& blue, int& alpha) cons
     alpha = getAlpha();
 }
 
-void Color::getColorComponents(float& hue, float& saturation, float& value, int& alpha) const
+void Color::getColorComponents(float& hue, float& saturation, float& value,
+                               int& alpha) const noexcept
 {
     hue = __hue;
     saturation = __saturation;
@@ -207,7 +208,7 @@ void Color::__calculateRGB()
     const float chroma = s * v;
     const float m = v - chroma;
     const float h = __hue / 60.0f;
-    const int sector = internal::truncate(h);
+    const int sector = internal::saturate(h);
     const float f = h - static_cast<float>(sector);
     const float x = f * chroma;
 

@@ -10,6 +10,9 @@
 #include "internal/OxNewDataArea.h"
 
 namespace oxil {
+
+using internal::ABSENT;
+
 namespace {
 
 // Up to here a walk over the keys is as fast as a hash look-up, and costs no memory.
@@ -17,8 +20,6 @@ constexpr std::size_t LARGEST_UNINDEXED = 16;
 
 // Records have several entries as a rule: the list need not grow for each of the first.
 constexpr std::size_t FEWEST_RESERVED = 4;
-
-constexpr int ABSENT = -1;
 
 }  // namespace
 
@@ -73,7 +74,7 @@ int KeyValues::getIndex(const std::string& key) const
 {
     if (key.empty()) {
         OX_ERROR("Invalid parameter");
-        return -1;
+        return ABSENT;
     }
     const int index = __find(key);
     return index != ABSENT ? index : getCount();
@@ -195,7 +196,7 @@ int KeyValues::add(KeyValue&& entry)
 int KeyValues::update(const KeyValue& entry)
 {
     const int index = getIndex(entry.__key);
-    if (index != ABSENT && index != getCount()) {
+    if (index >= 0 && index < getCount()) {
         __at(index).__value = entry.__value;
         return STATUS_SUCCESS;
     }
@@ -323,7 +324,7 @@ int KeyValues::serialize(SerializedData& data) const
         OX_ERROR("Invalid data size (%d).", size);
         return STATUS_INVALID_STATE;
     }
-    // A description that was refused, or added to one of a stranger, may promise less than what is
+    // A description that was refused, or added to one made elsewhere, may promise less than what is
     // written.
     if (!area.allocate(static_cast<long long>(__getSpace()))) {
         OX_ERROR("Memory allocation failed.");
@@ -453,7 +454,7 @@ std::size_t KeyValues::__describe(int block, SerializedData& data) const noexcep
     std::uint8_t* types = info.types[block];
     std::int32_t* sizes = info.typeSizes[block];
     int count = info.typeCount[block];
-    // A stranger's description may be so large that the sum wraps around.
+    // A description made elsewhere may be so large that the sum wraps around.
     unsigned int dataSize = static_cast<unsigned int>(info.dataSize[block]);
     std::size_t described = 0;
     const std::size_t entryCount = __entries.size();

@@ -16,8 +16,8 @@
 #include "internal/OxCallOut.h"
 #include "internal/OxLua.h"
 #include "internal/OxLuaStack.h"
+#include "internal/OxSaturate.h"
 #include "internal/OxScriptIdentity.h"
-#include "internal/OxTruncate.h"
 
 namespace oxil {
 
@@ -314,7 +314,7 @@ int LuaScript::onMethodCalling(const std::string& methodName)
     if (status == LUA_ERRRUN) {
         // A script that watches its globals may raise an error for an unknown one. It is kept for
         // the call to raise.
-        call.rethrow();
+        call.rethrowIfKept();
         internal::makeLuaRaise(call);
     } else if (status != 0) {
         lua_pop(state, 1);
@@ -352,7 +352,7 @@ int LuaScript::onMethodCalled(const std::string& methodName)
             handler(name, message, traceback);
             lua_settop(state, top);  // calls of the handler leave messages of their own
         }
-        call.rethrow();
+        call.rethrowIfKept();
     }
     return call.isAbandoned() ? STATUS_INVALID_STATE : STATUS_SUCCESS;
 }
@@ -397,7 +397,7 @@ int LuaScript::onGetReturnValue(bool& value) const
 int LuaScript::onGetReturnValue(int& value) const
 {
     const int index = __nextReturnIndex();
-    value = index != 0 ? internal::truncate(lua_tonumber(__luaState.get(), index)) : 0;
+    value = index != 0 ? internal::saturate(lua_tonumber(__luaState.get(), index)) : 0;
     return STATUS_SUCCESS;
 }
 

@@ -69,7 +69,7 @@ private:
 /**
  * Writes payloads one behind the other, and stops at the end of the buffer.
  *
- * What is written fits what was described, unless the target was described by a stranger before, or
+ * What is written fits what was described, unless the target was described elsewhere before, or
  * an iterator yields other records than it did.
  */
 class Writer {

@@ -38,7 +38,7 @@ void KeyIndex::__grow()
     larger.__slots.resize(std::size_t{1} << bits);
     larger.__shift = 32 - bits;
     for (const Slot& slot : __slots) {
-        if (slot.position != NOWHERE) {
+        if (slot.position != ABSENT) {
             larger.insert(slot.hash, slot.position);
         }
     }
@@ -48,7 +48,7 @@ void KeyIndex::__grow()
 void KeyIndex::insert(std::uint32_t hash, int position) noexcept
 {
     std::size_t i = __home(hash);
-    while (__slots[i].position != NOWHERE) {
+    while (__slots[i].position != ABSENT) {
         i = (i + 1) & __mask();
     }
     __slots[i].hash = hash;
@@ -65,7 +65,7 @@ void KeyIndex::remove(std::uint32_t hash, int position) noexcept
 
     // Close the gap: a search ends at the first free slot, so every entry behind it that may move
     // nearer to its home slot does.
-    for (std::size_t i = (hole + 1) & __mask(); __slots[i].position != NOWHERE;
+    for (std::size_t i = (hole + 1) & __mask(); __slots[i].position != ABSENT;
          i = (i + 1) & __mask()) {
         const std::size_t home = __home(__slots[i].hash);
         if (((i - home) & __mask()) >= ((i - hole) & __mask())) {
@@ -73,7 +73,7 @@ void KeyIndex::remove(std::uint32_t hash, int position) noexcept
             hole = i;
         }
     }
-    __slots[hole].position = NOWHERE;
+    __slots[hole].position = ABSENT;
     --__count;
 
     for (Slot& slot : __slots) {

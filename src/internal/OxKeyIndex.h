@@ -8,6 +8,9 @@
 
 namespace oxil::internal {
 
+/** The position of a key that is not there. */
+inline constexpr int ABSENT = -1;
+
 /**
  * Secret numbers that hashes depend on.
  *
@@ -144,15 +147,15 @@ public:
     /** Adds an entry whose key is not there yet. */
     void insert(std::uint32_t hash, int position) noexcept;
 
-    /** The position of the entry with this hash for which @p isKey says true, or -1. */
+    /** The position of the entry with this hash for which @p isKey says true, or ABSENT. */
     template <typename IsKey>
     int find(std::uint32_t hash, const IsKey& isKey) const noexcept
     {
         if (__slots.empty()) {
-            return NOWHERE;
+            return ABSENT;
         }
         std::size_t i = __home(hash);
-        while (__slots[i].position != NOWHERE &&
+        while (__slots[i].position != ABSENT &&
                !(__slots[i].hash == hash && isKey(__slots[i].position))) {
             i = (i + 1) & __mask();
         }
@@ -163,11 +166,9 @@ public:
     void remove(std::uint32_t hash, int position) noexcept;
 
 private:
-    static constexpr int NOWHERE = -1;
-
     struct Slot {
         std::uint32_t hash = 0;
-        std::int32_t position = NOWHERE;
+        std::int32_t position = ABSENT;
     };
 
     void __grow();

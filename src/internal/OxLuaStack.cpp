@@ -164,7 +164,7 @@ constexpr int ATTEMPTS = 100;
 
 /** Calls a kept function with one argument; false, with nothing left, if it failed. */
 template <typename PushArgument>
-bool make(ProtectedCall& call, Kept function, const PushArgument& pushArgument)
+bool callKept(ProtectedCall& call, Kept function, const PushArgument& pushArgument)
 {
     lua_State* state = call.getState();
     for (int i = 0; i < ATTEMPTS; ++i) {
@@ -225,12 +225,12 @@ bool growLuaStack(ProtectedCall& call, int count)
 
 bool pushLuaText(ProtectedCall& call, const char* text)
 {
-    return make(call, TEXT, [=](lua_State* state) { pushPointer(state, text); });
+    return callKept(call, TEXT, [=](lua_State* state) { pushPointer(state, text); });
 }
 
 bool pushLuaTextOf(ProtectedCall& call, lua_Number number)
 {
-    return make(call, TEXT_OF, [=](lua_State* state) { lua_pushnumber(state, number); });
+    return callKept(call, TEXT_OF, [=](lua_State* state) { lua_pushnumber(state, number); });
 }
 
 int pushLuaGlobal(ProtectedCall& call, const char* name)
@@ -260,7 +260,7 @@ bool pushLuaFile(ProtectedCall& call, const char* filePath)
 
 bool makeLuaRaise(ProtectedCall& call)
 {
-    if (!make(call, RAISE, [](lua_State* state) { lua_pushvalue(state, -2); })) {
+    if (!callKept(call, RAISE, [](lua_State* state) { lua_pushvalue(state, -2); })) {
         return false;
     }
     lua_remove(call.getState(), -2);

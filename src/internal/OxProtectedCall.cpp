@@ -78,7 +78,7 @@ int ProtectedCall::runOwn(int parameterCount, int returnCount) noexcept
     return lua_pcall(__state, parameterCount, returnCount, 0);
 }
 
-void ProtectedCall::rethrow() const
+void ProtectedCall::rethrowIfKept() const
 {
     const std::exception_ptr exception = getException();
     if (exception != nullptr) {

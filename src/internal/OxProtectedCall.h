@@ -45,7 +45,7 @@ public:
     int runOwn(int parameterCount, int returnCount) noexcept;
 
     /** Throws what the error on top of the stack was raised for, if that was an exception. */
-    void rethrow() const;
+    void rethrowIfKept() const;
 
     /** The exception that the error on top of the stack was raised as, or none. */
     std::exception_ptr getException() const;

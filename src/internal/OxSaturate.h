@@ -5,12 +5,11 @@
 namespace oxil::internal {
 
 /**
- * A number without its fraction.
+ * A number without its fraction. Saturates; NaN gives 0.
  *
- * Out of range it is the limit, and 0 for what is no number: ARM's instruction does so, where C++
- * leaves it undefined and other processors differ.
+ * ARM's instruction does so, where C++ leaves it undefined and other processors differ.
  */
-inline int truncate(double value)
+inline int saturate(double value)
 {
     if (value >= INT32_MAX) {
         return INT32_MAX;
