@@ -190,6 +190,28 @@ void assignAttributes(std::vector<std::string>& list, const char** attributes)
     list.resize(count);
 }
 
+// ---- Events
+
+template <typename Callback>
+bool isHeard(const IXmlEventListener* listener, const Callback& callback)
+{
+    return listener != nullptr || internal::isSet(callback);
+}
+
+/** Tells the listener of an event, and then the function that is set for it. */
+template <typename Event, typename Callback, typename... EventText>
+void deliver(IXmlEventListener* listener, Event event, Callback& callback,
+             const EventText&... texts)
+{
+    if (listener != nullptr) {
+        (listener->*event)(texts...);
+    }
+    // The listener may have set or removed it.
+    if (internal::isSet(callback)) {
+        internal::callFrom(callback, texts...);
+    }
+}
+
 // ---- Handlers, called by the parser
 
 void startElement(void* context, const xmlChar* name, const xmlChar** attributes) noexcept
@@ -486,63 +508,39 @@ void Xml::setOnCharacters(const CharactersCallback& callback)
 
 void Xml::__onStartElement(const char* name, const char** attributes)
 {
-    if (__listener == nullptr && !internal::isSet(__startElementCallback)) {
-        return;
-    }
-    EventTexts texts;
-    assignName(texts->name, name);
-    assignAttributes(texts->attributes, attributes);
-    if (__listener != nullptr) {
-        __listener->onStartElement(texts->name, texts->attributes);
-    }
-    // The listener may have set or removed it.
-    if (internal::isSet(__startElementCallback)) {
-        internal::callFrom(__startElementCallback, texts->name, texts->attributes);
+    if (isHeard(__listener, __startElementCallback)) {
+        EventTexts texts;
+        assignName(texts->name, name);
+        assignAttributes(texts->attributes, attributes);
+        deliver(__listener, &IXmlEventListener::onStartElement, __startElementCallback, texts->name,
+                texts->attributes);
     }
 }
 
 void Xml::__onEndElement(const char* name)
 {
-    if (__listener == nullptr && !internal::isSet(__endElementCallback)) {
-        return;
-    }
-    EventTexts texts;
-    assignName(texts->name, name);
-    if (__listener != nullptr) {
-        __listener->onEndElement(texts->name);
-    }
-    if (internal::isSet(__endElementCallback)) {
-        internal::callFrom(__endElementCallback, texts->name);
+    if (isHeard(__listener, __endElementCallback)) {
+        EventTexts texts;
+        assignName(texts->name, name);
+        deliver(__listener, &IXmlEventListener::onEndElement, __endElementCallback, texts->name);
     }
 }
 
 void Xml::__onCharacters(const char* text, int)
 {
-    if (__listener == nullptr && !internal::isSet(__charactersCallback)) {
-        return;
-    }
-    EventTexts texts;
-    assign(texts->text, text);
-    if (__listener != nullptr) {
-        __listener->onCharacters(texts->text);
-    }
-    if (internal::isSet(__charactersCallback)) {
-        internal::callFrom(__charactersCallback, texts->text);
+    if (isHeard(__listener, __charactersCallback)) {
+        EventTexts texts;
+        assign(texts->text, text);
+        deliver(__listener, &IXmlEventListener::onCharacters, __charactersCallback, texts->text);
     }
 }
 
 void Xml::__onExactCharacters(const char* text, int length)
 {
-    if (__listener == nullptr && !internal::isSet(__charactersCallback)) {
-        return;
-    }
-    EventTexts texts;
-    assign(texts->text, text, static_cast<std::size_t>(length));
-    if (__listener != nullptr) {
-        __listener->onCharacters(texts->text);
-    }
-    if (internal::isSet(__charactersCallback)) {
-        internal::callFrom(__charactersCallback, texts->text);
+    if (isHeard(__listener, __charactersCallback)) {
+        EventTexts texts;
+        assign(texts->text, text, static_cast<std::size_t>(length));
+        deliver(__listener, &IXmlEventListener::onCharacters, __charactersCallback, texts->text);
     }
 }
 
