@@ -277,7 +277,7 @@ int KeyValues::setSerializedDataInfo(SerializedData& data) const
     return setSerializedDataInfo(0, data);
 }
 
-[[gnu::flatten]] int KeyValues::copySerializedData(void* destination) const
+int KeyValues::copySerializedData(void* destination) const
 {
     if (destination == nullptr) {
         OX_ERROR("data is nullptr.");
@@ -348,8 +348,8 @@ int KeyValues::deserialize(const SerializedData& data)
     return deserialize(data, 0);
 }
 
-[[gnu::flatten]] int KeyValues::deserialize(const std::vector<Variant>::const_iterator& first,
-                                            const std::vector<Variant>::const_iterator& last)
+int KeyValues::deserialize(const std::vector<Variant>::const_iterator& first,
+                           const std::vector<Variant>::const_iterator& last)
 {
     const auto count = last - first;
     if (count % 2 != 0) {

@@ -144,9 +144,9 @@ bool decode(int type, const void* place, std::size_t size, std::vector<Variant>&
             values.emplace_back(read<std::uint8_t>(place, size) != 0);
             return true;
         case VARIANT_TYPE_STRING:
-            values.emplace_back(Variant::__Slice(), static_cast<const char*>(place),
-                                internal::getTextLength(static_cast<const char*>(place),
-                                                        internal::TEXT_SLOT_SIZE - 1));
+            values.emplace_back(
+                Variant::__Slice(), static_cast<const char*>(place),
+                strnlen(static_cast<const char*>(place), internal::TEXT_SLOT_SIZE - 1));
             return true;
         default:
             return false;

@@ -558,7 +558,7 @@ std::string Serializer::cutText(const std::string& text)
     const auto isContinued = [&](std::size_t end) {
         return (static_cast<unsigned char>(text.c_str()[end]) & 0xC0) == 0x80;
     };
-    const std::size_t length = internal::getTextLength(text.c_str(), MAX_TEXT_LENGTH);
+    const std::size_t length = strnlen(text.c_str(), MAX_TEXT_LENGTH);
     std::size_t end = length;
     while (end > 0 && length - end < LONGEST_CHARACTER && isContinued(end)) {
         --end;

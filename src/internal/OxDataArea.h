@@ -13,15 +13,6 @@ namespace oxil::internal {
 /** Bytes of a text in a data area: at most 255 characters and a NUL. */
 inline constexpr std::size_t TEXT_SLOT_SIZE = 256;
 
-/** The length of a text up to its first NUL byte, and no more than @p most. */
-inline std::size_t getTextLength(const char* text, std::size_t most) noexcept
-{
-    std::size_t length = strnlen(text, most);
-    // A compiler that knows the bound copies with an instruction that is far slower than memcpy().
-    asm("" : "+r"(length));
-    return length;
-}
-
 /**
  * Writes a text up to its first NUL byte, cut to @p size - 1 characters, and a terminating NUL.
  *
@@ -34,7 +25,7 @@ inline std::size_t copyText(void* destination, std::size_t size, const std::stri
     if (size == 0) {
         return 0;
     }
-    const std::size_t length = getTextLength(text.c_str(), size - 1);
+    const std::size_t length = strnlen(text.c_str(), size - 1);
     std::memcpy(destination, text.c_str(), length);
     static_cast<char*>(destination)[length] = '\0';
     return length;
