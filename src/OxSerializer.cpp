@@ -66,6 +66,55 @@ private:
     std::optional<std::string> __found;
 };
 
+// A payload is told once, to two in turn: to a Describer, and then to a Writer. Both are told of the
+// same parts in the same order, each with the block that it stands in.
+
+/** Adds the types of a payload, up to the first that is refused. */
+class Describer {
+public:
+    explicit Describer(SerializedData& target) : __target(target) {}
+
+    /** STATUS_SUCCESS, or why a type was refused. */
+    int status() const { return __status; }
+
+    void text(int block, const std::string&) { __add(block, VARIANT_TYPE_STRING); }
+
+    void texts(int block, const std::vector<std::string>& texts)
+    {
+        for (std::size_t i = 0; i < texts.size(); ++i) {
+            __add(block, VARIANT_TYPE_STRING);
+        }
+    }
+
+    void values(int block, const std::vector<Variant>& values)
+    {
+        for (const Variant& value : values) {
+            __add(block, value.getType());
+        }
+    }
+
+    void count(int block, int) { __add(block, VARIANT_TYPE_INT); }
+
+    template <typename Entries>
+    void entries(int block, const Entries& entries)
+    {
+        if (__status == STATUS_SUCCESS) {
+            __status = entries.setSerializedDataInfo(block, __target);
+        }
+    }
+
+private:
+    void __add(int block, VariantType type)
+    {
+        if (__status == STATUS_SUCCESS) {
+            __status = __target.addType(block, type);
+        }
+    }
+
+    SerializedData& __target;
+    int __status = STATUS_SUCCESS;
+};
+
 /**
  * Writes payloads one behind the other, and stops at the end of the buffer.
  *
@@ -82,7 +131,7 @@ public:
     /** Bytes up to the end of what has been written. */
     std::size_t written() const { return __written; }
 
-    void text(const std::string& text)
+    void text(int, const std::string& text)
     {
         if (__fits(internal::TEXT_SLOT_SIZE)) {
             internal::copyTextSlot(__place(), text);
@@ -90,7 +139,14 @@ public:
         }
     }
 
-    void values(const std::vector<Variant>& values)
+    void texts(int block, const std::vector<std::string>& texts)
+    {
+        for (const std::string& each : texts) {
+            text(block, each);
+        }
+    }
+
+    void values(int, const std::vector<Variant>& values)
     {
         for (const Variant& value : values) {
             if (__fits(static_cast<std::size_t>(internal::getValueSpace(value)))) {
@@ -99,7 +155,7 @@ public:
         }
     }
 
-    void count(int count)
+    void count(int, int count)
     {
         const std::int32_t number = count;
         if (__fits(sizeof number)) {
@@ -109,7 +165,7 @@ public:
     }
 
     template <typename Entries>
-    void entries(const Entries& entries)
+    void entries(int, const Entries& entries)
     {
         if (__fits(entries.__getSpace())) {
             __advance(entries.copySerializedData(__place()));
@@ -227,61 +283,66 @@ bool append(std::vector<KeyValues*>& records, KeyValues&& record)
     return true;
 }
 
-// ---- Blocks of one role
+/** Reads the parts of a payload, up to the first that can't be read. */
+class Reader {
+public:
+    explicit Reader(const SerializedData& source) : __source(source) {}
 
-int describe(int block, const std::vector<Variant>& values, SerializedData& data)
-{
-    for (const Variant& value : values) {
-        const int r = data.addType(block, value.getType());
-        if (r != STATUS_SUCCESS) {
-            return r;
+    /** Whether every block could be decoded, and was what it should be. */
+    bool isComplete() const { return __complete; }
+
+    /** STATUS_SUCCESS, or why there are no entries where there should be. */
+    int status() const { return __status; }
+
+    template <typename Entries>
+    void entries(int block, Entries& entries)
+    {
+        if (__isGood()) {
+            __status = entries.deserialize(__source, block);
         }
     }
-    return STATUS_SUCCESS;
-}
 
-/** A method name in a block, and its parameters in the next. */
-int describeCall(int block, const std::vector<Variant>& params, SerializedData& data)
-{
-    const int r = data.addType(block, VARIANT_TYPE_STRING);
-    return r != STATUS_SUCCESS ? r : describe(block + 1, params, data);
-}
+    void text(int block, std::string& text)
+    {
+        const std::vector<Variant>* values = __decode(block);
+        if (values != nullptr && values->size() == 1) {
+            text = values->front().toString();
+        } else {
+            __complete = false;
+        }
+    }
 
-/** False if the block can't be decoded or is not one text. */
-bool readText(const SerializedData& data, int block, std::string& text)
-{
-    const std::vector<Variant>* values = data.getValues(block);
-    if (values == nullptr || values->size() != 1) {
-        return false;
+    void texts(int block, std::vector<std::string>& texts)
+    {
+        if (const std::vector<Variant>* values = __decode(block)) {
+            texts.reserve(texts.size() + values->size());
+            for (const Variant& value : *values) {
+                texts.push_back(value.toString());
+            }
+        }
     }
-    text = values->front().toString();
-    return true;
-}
 
-/** False if the block can't be decoded. */
-bool readValues(const SerializedData& data, int block, std::vector<Variant>& output)
-{
-    const std::vector<Variant>* values = data.getValues(block);
-    if (values == nullptr) {
-        return false;
+    void values(int block, std::vector<Variant>& output)
+    {
+        if (const std::vector<Variant>* values = __decode(block)) {
+            output = *values;
+        }
     }
-    output = *values;
-    return true;
-}
 
-/** False if the block can't be decoded. */
-bool readNames(const SerializedData& data, int block, std::vector<std::string>& names)
-{
-    const std::vector<Variant>* values = data.getValues(block);
-    if (values == nullptr) {
-        return false;
+private:
+    bool __isGood() const { return __complete && __status == STATUS_SUCCESS; }
+
+    const std::vector<Variant>* __decode(int block)
+    {
+        const std::vector<Variant>* values = __isGood() ? __source.getValues(block) : nullptr;
+        __complete = __complete && values != nullptr;
+        return values;
     }
-    names.reserve(names.size() + values->size());
-    for (const Variant& value : *values) {
-        names.push_back(value.toString());
-    }
-    return true;
-}
+
+    const SerializedData& __source;
+    int __status = STATUS_SUCCESS;
+    bool __complete = true;
+};
 
 // ---- The steps that several members share. They are named after these members, because what they
 // log names the function.
@@ -314,19 +375,18 @@ int validateList(const Records& records, std::string* where)
 /**
  * Describes, allocates, writes and hands over.
  *
- * @param describe  int(): adds the type entries
- * @param space     bytes that are written, where they can be more than what is described; looked at
- *                  after describe
+ * @param describe  int(long long& space): adds the type entries; where more bytes are written than
+ *                  these tell, it says how many
  * @param write     int(Writer&): writes the data
  */
 template <typename Describe, typename Write>
-int serialize(SerializedData& data, int blockCount, const Describe& describe,
-              const long long& space, const Write& write)
+int serialize(SerializedData& data, int blockCount, const Describe& describe, const Write& write)
 {
     internal::NewDataArea area(data);
     data.setBlockCount(blockCount);
 
-    int r = describe();
+    long long space = 0;
+    int r = describe(space);
     if (r == STATUS_INVALID_STATE) {
         OX_ERROR("Invalid state.");
         return r;
@@ -350,36 +410,46 @@ int serialize(SerializedData& data, int blockCount, const Describe& describe,
     return area.handOver(writer.written());
 }
 
-template <typename Describe, typename Write>
-int serialize(SerializedData& data, int blockCount, const Describe& describe, const Write& write)
+/** @param tell  void(auto& payload): tells the parts of the payload */
+template <typename Tell>
+int serialize(SerializedData& data, int blockCount, const Tell& tell)
 {
-    constexpr long long AS_DESCRIBED = 0;
-    return serialize(data, blockCount, describe, AS_DESCRIBED, [&](Writer& writer) {
-        write(writer);
-        return STATUS_SUCCESS;
-    });
+    return serialize(
+        data, blockCount,
+        [&](long long&) {
+            Describer describer(data);
+            tell(describer);
+            return describer.status();
+        },
+        [&](Writer& writer) {
+            tell(writer);
+            return STATUS_SUCCESS;
+        });
 }
+
+// Lists are walked as often as it takes, and their parts are described in the order of the records,
+// which shows in what is there after a failure.
 
 template <typename Records>
 int serializeList(const Records& records, SerializedData& data)
 {
-    constexpr long long AS_DESCRIBED = 0;
     return serialize(
         data, 2,
-        [&] {
+        [&](long long&) {
             return forEach(records, [&](const KeyValues& record) {
-                const int r = data.addType(0, VARIANT_TYPE_INT);
-                return r != STATUS_SUCCESS ? r : record.setSerializedDataInfo(1, data);
+                Describer describer(data);
+                describer.count(0, record.getCount());
+                describer.entries(1, record);
+                return describer.status();
             });
         },
-        AS_DESCRIBED,
         [&](Writer& writer) {
             const int r = forEach(records, [&](const KeyValues& record) {
-                writer.count(record.getCount());
+                writer.count(0, record.getCount());
                 return STATUS_SUCCESS;
             });
             return r != STATUS_SUCCESS ? r : forEach(records, [&](const KeyValues& record) {
-                writer.entries(record);
+                writer.entries(1, record);
                 return STATUS_SUCCESS;
             });
         });
@@ -388,13 +458,13 @@ int serializeList(const Records& records, SerializedData& data)
 template <typename Records>
 int serializeRepeated(const Records& records, SerializedData& data)
 {
-    long long space = 0;  // records of another shape than the first may take more
     return serialize(
         data, 1,
-        [&] {
+        [&](long long& space) {
             requireFirst(records);
             int count = 0;
             const int r = forEach(records, [&](const KeyValues& record) {
+                // Records of another shape than the first may take more.
                 space += static_cast<long long>(record.__getSpace());
                 return ++count == 1 ? record.setSerializedDataInfo(0, data) : STATUS_SUCCESS;
             });
@@ -403,13 +473,33 @@ int serializeRepeated(const Records& records, SerializedData& data)
             }
             return r;
         },
-        space,
         [&](Writer& writer) {
             return forEach(records, [&](const KeyValues& record) {
-                writer.entries(record);
+                writer.entries(0, record);
                 return STATUS_SUCCESS;
             });
         });
+}
+
+/** @param read  void(Reader&): reads the parts of the payload */
+template <typename Read>
+int deserialize(const SerializedData& data, int blockCount, const Read& read)
+{
+    if (data.getBlockCount() != blockCount) {
+        OX_ERROR("Invalid block count (%d).", data.getBlockCount());
+        return STATUS_INVALID_PARAMETER;
+    }
+    Reader reader(data);
+    read(reader);
+    if (reader.status() != STATUS_SUCCESS) {
+        OX_ERROR("Invalid state.");
+        return reader.status();
+    }
+    if (!reader.isComplete()) {
+        OX_ERROR("values is nullptr.");
+        return STATUS_INVALID_PARAMETER;
+    }
+    return STATUS_SUCCESS;
 }
 
 template <typename Records>
@@ -584,85 +674,51 @@ int Serializer::serialize(const std::string& key, const Variant& value, Serializ
 
 int Serializer::serialize(const KeyValues& record, const KeyValue& extra, SerializedData& data)
 {
-    return steps::serialize(
-        data, 2,
-        [&] {
-            const int r = record.setSerializedDataInfo(0, data);
-            return r != STATUS_SUCCESS ? r : extra.setSerializedDataInfo(1, data);
-        },
-        [&](Writer& writer) {
-            writer.entries(record);
-            writer.entries(extra);
-        });
+    return steps::serialize(data, 2, [&](auto& payload) {
+        payload.entries(0, record);
+        payload.entries(1, extra);
+    });
 }
 
 int Serializer::serialize(const KeyValues& record, const std::string& method,
                           const std::vector<Variant>& params, SerializedData& data)
 {
-    return steps::serialize(
-        data, 3,
-        [&] {
-            const int r = record.setSerializedDataInfo(0, data);
-            return r != STATUS_SUCCESS ? r : describeCall(1, params, data);
-        },
-        [&](Writer& writer) {
-            writer.entries(record);
-            writer.text(method);
-            writer.values(params);
-        });
+    return steps::serialize(data, 3, [&](auto& payload) {
+        payload.entries(0, record);
+        payload.text(1, method);
+        payload.values(2, params);
+    });
 }
 
 int Serializer::serialize(const std::string& method, const std::vector<Variant>& params,
                           SerializedData& data)
 {
-    return steps::serialize(
-        data, 2, [&] { return describeCall(0, params, data); },
-        [&](Writer& writer) {
-            writer.text(method);
-            writer.values(params);
-        });
+    return steps::serialize(data, 2, [&](auto& payload) {
+        payload.text(0, method);
+        payload.values(1, params);
+    });
 }
 
 int Serializer::serialize(const std::string& method, const std::vector<Variant>& params,
                           const std::string& extra, SerializedData& data)
 {
-    return steps::serialize(
-        data, 3,
-        [&] {
-            const int r = describeCall(0, params, data);
-            return r != STATUS_SUCCESS ? r : data.addType(2, VARIANT_TYPE_STRING);
-        },
-        [&](Writer& writer) {
-            writer.text(method);
-            writer.values(params);
-            writer.text(extra);
-        });
+    return steps::serialize(data, 3, [&](auto& payload) {
+        payload.text(0, method);
+        payload.values(1, params);
+        payload.text(2, extra);
+    });
 }
 
 int Serializer::serialize(const std::vector<std::string>& names, const std::string& method,
                           const std::vector<Variant>& params, const std::string& extra,
                           SerializedData& data)
 {
-    return steps::serialize(
-        data, 4,
-        [&] {
-            int r = STATUS_SUCCESS;
-            for (std::size_t i = 0; i < names.size() && r == STATUS_SUCCESS; ++i) {
-                r = data.addType(0, VARIANT_TYPE_STRING);
-            }
-            if (r == STATUS_SUCCESS) {
-                r = describeCall(1, params, data);
-            }
-            return r != STATUS_SUCCESS ? r : data.addType(3, VARIANT_TYPE_STRING);
-        },
-        [&](Writer& writer) {
-            for (const std::string& name : names) {
-                writer.text(name);
-            }
-            writer.text(method);
-            writer.values(params);
-            writer.text(extra);
-        });
+    return steps::serialize(data, 4, [&](auto& payload) {
+        payload.texts(0, names);
+        payload.text(1, method);
+        payload.values(2, params);
+        payload.text(3, extra);
+    });
 }
 
 int Serializer::serialize(const std::vector<KeyValues>& records, SerializedData& data)
@@ -725,80 +781,50 @@ int Serializer::deserialize(const SerializedData& data, std::string& key, Varian
 
 int Serializer::deserialize(const SerializedData& data, KeyValues& record, KeyValue& extra)
 {
-    if (data.getBlockCount() != 2) {
-        OX_ERROR("Invalid block count (%d).", data.getBlockCount());
-        return STATUS_INVALID_PARAMETER;
-    }
-    int r = record.deserialize(data, 0);
-    if (r == STATUS_SUCCESS) {
-        r = extra.deserialize(data, 1);
-    }
-    if (r != STATUS_SUCCESS) {
-        OX_ERROR("Invalid state.");
-    }
-    return r;
+    return steps::deserialize(data, 2, [&](Reader& payload) {
+        payload.entries(0, record);
+        payload.entries(1, extra);
+    });
 }
 
 int Serializer::deserialize(const SerializedData& data, KeyValues& record, std::string& method,
                             std::vector<Variant>& params)
 {
-    if (data.getBlockCount() != 3) {
-        OX_ERROR("Invalid block count (%d).", data.getBlockCount());
-        return STATUS_INVALID_PARAMETER;
-    }
-    const int r = record.deserialize(data, 0);
-    if (r != STATUS_SUCCESS) {
-        OX_ERROR("Invalid state.");
-        return r;
-    }
-    if (!readText(data, 1, method) || !readValues(data, 2, params)) {
-        OX_ERROR("values is nullptr.");
-        return STATUS_INVALID_PARAMETER;
-    }
-    return STATUS_SUCCESS;
+    return steps::deserialize(data, 3, [&](Reader& payload) {
+        payload.entries(0, record);
+        payload.text(1, method);
+        payload.values(2, params);
+    });
 }
 
 int Serializer::deserialize(const SerializedData& data, std::string& method,
                             std::vector<Variant>& params)
 {
-    if (data.getBlockCount() != 2) {
-        OX_ERROR("Invalid block count (%d).", data.getBlockCount());
-        return STATUS_INVALID_PARAMETER;
-    }
-    if (!readText(data, 0, method) || !readValues(data, 1, params)) {
-        OX_ERROR("values is nullptr.");
-        return STATUS_INVALID_PARAMETER;
-    }
-    return STATUS_SUCCESS;
+    return steps::deserialize(data, 2, [&](Reader& payload) {
+        payload.text(0, method);
+        payload.values(1, params);
+    });
 }
 
 int Serializer::deserialize(const SerializedData& data, std::string& method,
                             std::vector<Variant>& params, std::string& extra)
 {
-    if (data.getBlockCount() != 3) {
-        OX_ERROR("Invalid block count (%d).", data.getBlockCount());
-        return STATUS_INVALID_PARAMETER;
-    }
-    if (!readText(data, 0, method) || !readValues(data, 1, params) || !readText(data, 2, extra)) {
-        OX_ERROR("values is nullptr.");
-        return STATUS_INVALID_PARAMETER;
-    }
-    return STATUS_SUCCESS;
+    return steps::deserialize(data, 3, [&](Reader& payload) {
+        payload.text(0, method);
+        payload.values(1, params);
+        payload.text(2, extra);
+    });
 }
 
 int Serializer::deserialize(const SerializedData& data, std::vector<std::string>& names,
                             std::string& method, std::vector<Variant>& params, std::string& extra)
 {
-    if (data.getBlockCount() != 4) {
-        OX_ERROR("Invalid block count (%d).", data.getBlockCount());
-        return STATUS_INVALID_PARAMETER;
-    }
-    if (!readNames(data, 0, names) || !readText(data, 1, method) || !readValues(data, 2, params) ||
-        !readText(data, 3, extra)) {
-        OX_ERROR("values is nullptr.");
-        return STATUS_INVALID_PARAMETER;
-    }
-    return STATUS_SUCCESS;
+    return steps::deserialize(data, 4, [&](Reader& payload) {
+        payload.texts(0, names);
+        payload.text(1, method);
+        payload.values(2, params);
+        payload.text(3, extra);
+    });
 }
 
 int Serializer::deserialize(const SerializedData& data, std::vector<KeyValues>& records)
