@@ -13,7 +13,8 @@ function(add_example_test name target)
   add_test(NAME ${name} COMMAND ${CMAKE_COMMAND} "-DCOMMAND=${command}" -DSTATUS=${arg_STATUS}
     "-DPRINTS=^${arg_PRINTS}$" "-DCOMPLAINS=${arg_COMPLAINS}"
     -P ${CMAKE_CURRENT_FUNCTION_LIST_FILE})
-  set_tests_properties(${name} PROPERTIES TIMEOUT 60)
+  # A sanitizer would tell of the leaks that it has been told of.
+  set_tests_properties(${name} PROPERTIES TIMEOUT 60 ENVIRONMENT LSAN_OPTIONS=print_suppressions=0)
 endfunction()
 
 if(NOT CMAKE_SCRIPT_MODE_FILE)
