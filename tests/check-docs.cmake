@@ -7,7 +7,8 @@
 #
 #     <!-- rows of bench/results.md -->
 #
-# And every message that is logged has its place in doc/errors.md.
+# And every message that is logged has its place in doc/errors.md, every page its place in doc/index.md,
+# and every link of a page leads to a file that is there.
 #
 # cmake -DSOURCE=... -P check-docs.cmake
 
@@ -101,6 +102,34 @@ if(count EQUAL 0)
   message(FATAL_ERROR "no row of a table is taken from anywhere")
 endif()
 message(STATUS "${count} rows are as they should be")
+
+set(count 0)
+file(READ ${SOURCE}/doc/index.md index)
+file(GLOB pages RELATIVE ${SOURCE} ${SOURCE}/*.md ${SOURCE}/doc/*.md ${SOURCE}/tests/*.md
+  ${SOURCE}/tests/data/*.md ${SOURCE}/bench/*.md)
+foreach(page IN LISTS pages)
+  get_filename_component(folder ${SOURCE}/${page} DIRECTORY)
+  get_filename_component(name ${page} NAME)
+  string(FIND "${index}" "(${name})" place)
+  if(page MATCHES "^doc/" AND NOT name STREQUAL index.md AND place EQUAL -1)
+    message(SEND_ERROR "doc/index.md does not name ${page}")
+  endif()
+  file(READ ${SOURCE}/${page} text)
+  string(REPLACE "](" "<link " text "${text}")
+  string(REGEX REPLACE "[][;]" "" text "${text}")  # these mean something in lists
+  string(REGEX MATCHALL "<link [^ )#:]+[)#]" links "${text}")
+  foreach(link IN LISTS links)
+    string(REGEX REPLACE "^<link (.*)[)#]$" "\\1" target "${link}")
+    if(NOT EXISTS ${folder}/${target})
+      message(SEND_ERROR "${page} links to ${target}, which is not there")
+    endif()
+    math(EXPR count "${count} + 1")
+  endforeach()
+endforeach()
+if(count EQUAL 0)
+  message(FATAL_ERROR "no page has a link")
+endif()
+message(STATUS "${count} links lead somewhere")
 
 # Each message has a row in doc/errors.md that names its class and its function, as the log does, in
 # the column behind the messages: | "message", "message" | `Class`: `function`, `function` | ...
