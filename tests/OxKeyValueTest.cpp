@@ -40,10 +40,7 @@ struct Layout {
 };
 static_assert(sizeof(KeyValue) == sizeof(Layout) && alignof(KeyValue) == alignof(Layout));
 
-testing::Matcher<const LogLine&> logged(const std::string& function, const std::string& message)
-{
-    return LoggedIn("OxKeyValue.cpp", function, message);
-}
+const LoggedBy logged("OxKeyValue.cpp");
 
 void expectEntry(const KeyValue& entry, const std::string& key, const Variant& value)
 {

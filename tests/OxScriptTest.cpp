@@ -32,10 +32,7 @@ static_assert(std::is_same_v<decltype(std::declval<const Script&>().getMethodNam
 static_assert(std::is_same_v<decltype(std::declval<const Script&>().getReturnCount()), int>);
 static_assert(std::is_same_v<decltype(std::declval<const Script&>().getParameterCount()), int>);
 
-testing::Matcher<const LogLine&> logged(const std::string& message)
-{
-    return LoggedIn("OxScript.cpp", "callMethod", message);
-}
+const LoggedBy logged("OxScript.cpp");
 
 template <typename T>
 std::string text(const T& value)
@@ -241,7 +238,7 @@ TEST(ScriptTest, RefusedCallChangesNothingAndCallsNoHook)
         LogCapture log;
 
         EXPECT_EQ(calls[i](script), STATUS_INVALID_PARAMETER);
-        EXPECT_THAT(log.lines(), ElementsAre(logged("Invalid parameter.")));
+        EXPECT_THAT(log.lines(), ElementsAre(logged("callMethod", "Invalid parameter.")));
         EXPECT_THAT(script.hooks, IsEmpty());
         EXPECT_EQ(script.bookkeeping(), "earlier 2->1");
     }
@@ -255,7 +252,7 @@ TEST(ScriptTest, RefusedTypedCallLeavesItsResultsAlone)
     LogCapture log;
 
     EXPECT_EQ(script.callMethod("", std::tie(number, word)), STATUS_INVALID_PARAMETER);
-    EXPECT_THAT(log.lines(), ElementsAre(logged("Invalid parameter.")));
+    EXPECT_THAT(log.lines(), ElementsAre(logged("callMethod", "Invalid parameter.")));
     EXPECT_EQ(number, 1);
     EXPECT_EQ(word, "one");
 }
@@ -274,14 +271,15 @@ TEST(ScriptTest, FailedHookIsAnInvalidStateWhateverItAnswered)
             LogCapture log;
 
             EXPECT_EQ(script.callMethod("f", 2), STATUS_INVALID_STATE);
-            EXPECT_THAT(log.lines(), ElementsAre(logged("Invalid state.")));
+            EXPECT_THAT(log.lines(), ElementsAre(logged("callMethod", "Invalid state.")));
             EXPECT_EQ(script.hooks, hooks);
             EXPECT_EQ(script.bookkeeping(), "f 0->2");
 
             log.clear();
             script.hooks.clear();
             EXPECT_EQ(script.callMethod("f"), STATUS_INVALID_STATE);
-            EXPECT_THAT(log.lines(), ElementsAre(logged("Invalid state."), logged("(-524271)")));
+            EXPECT_THAT(log.lines(), ElementsAre(logged("callMethod", "Invalid state."),
+                                                 logged("callMethod", "(-524271)")));
             EXPECT_EQ(script.hooks, hooks);
             EXPECT_EQ(script.bookkeeping(), "f 0->0");
         }
@@ -441,7 +439,7 @@ void expectEveryFailureEndsTheCall(const std::function<int(Script&)>& call)
             LogCapture log;
 
             EXPECT_EQ(call(script), STATUS_INVALID_STATE);
-            EXPECT_THAT(log.lines(), ElementsAre(logged("Invalid state.")));
+            EXPECT_THAT(log.lines(), ElementsAre(logged("callMethod", "Invalid state.")));
             EXPECT_EQ(script.hooks, hooks);
         }
     }
@@ -496,7 +494,7 @@ TEST(ScriptTest, InvalidStateIsLoggedAfterTheResultsWereEnded)
 
     EXPECT_EQ(script.callMethod("f", std::tie(number)), STATUS_INVALID_STATE);
     EXPECT_EQ(linesAtEnd, 0U);
-    EXPECT_THAT(log.lines(), ElementsAre(logged("Invalid state.")));
+    EXPECT_THAT(log.lines(), ElementsAre(logged("callMethod", "Invalid state.")));
 }
 
 TEST(ScriptTest, TypedCallReadsItsOwnResultsAfterCallsFromWithin)

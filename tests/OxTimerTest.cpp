@@ -62,11 +62,7 @@ constexpr milliseconds QUIET = 10ms;  // in which a timer of 0 ms would fire aga
 constexpr int HOUR = 60 * 60 * 1000;
 constexpr int TERMINATED = 86;
 
-testing::Matcher<const LogLine&> TimerLogged(const std::string& function,
-                                             const std::string& message)
-{
-    return LoggedIn("OxTimer.cpp", function, message);
-}
+const LoggedBy logged("OxTimer.cpp");
 
 class TimerTest : public testing::Test {
 protected:
@@ -105,7 +101,7 @@ protected:
             happened = failure.happened();
         }
         EXPECT_TRUE(happened);
-        EXPECT_THAT(log.lines(), ElementsAre(TimerLogged("__start", "Memory allocation failed.")));
+        EXPECT_THAT(log.lines(), ElementsAre(logged("__start", "Memory allocation failed.")));
         return status;
     }
 
@@ -132,7 +128,7 @@ private:
         calls.refuse(true);
         const int status = start();
         calls.refuse(false);
-        EXPECT_THAT(log.lines(), ElementsAre(TimerLogged("__start", "Invalid state.")));
+        EXPECT_THAT(log.lines(), ElementsAre(logged("__start", "Invalid state.")));
         return status;
     }
 };
@@ -517,7 +513,7 @@ TEST_F(TimerTest, AnExpiryWithoutATimerIsLoggedAndItsSourceRemoved)
 
         EXPECT_EQ(calls.timeout(1).function(nullptr), FALSE);
 
-        EXPECT_THAT(log.lines(), ElementsAre(TimerLogged("__timerExpired", "Invalid parameter.")));
+        EXPECT_THAT(log.lines(), ElementsAre(logged("__timerExpired", "Invalid parameter.")));
         EXPECT_TRUE(hasSource(timer.get()));
         EXPECT_EQ(fired, 0);
     }

@@ -67,10 +67,7 @@ struct Layout {
 static_assert(sizeof(Variant) == sizeof(Layout) && alignof(Variant) == alignof(Layout));
 static_assert(alignof(long long) != 8 || sizeof(Variant) == 16 + sizeof(std::string));
 
-testing::Matcher<const LogLine&> logged(const std::string& function, const std::string& message)
-{
-    return LoggedIn("OxVariant.cpp", function, message);
-}
+const LoggedBy logged("OxVariant.cpp");
 
 std::string refusal(VariantType source, const std::string& target)
 {

@@ -51,10 +51,7 @@ static_assert(
 const std::string DECLARATION = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
 const std::string LONG_NAME(64, 'p');
 
-testing::Matcher<const LogLine&> LoggedHere(const std::string& function, const std::string& message)
-{
-    return LoggedIn("OxXmlDocument.cpp", function, message);
-}
+const LoggedBy logged("OxXmlDocument.cpp");
 
 const char* fromNative(const xmlChar* text)
 {
@@ -294,7 +291,7 @@ TEST(XmlDocumentTest, ANullRootIsRefused)
 
     EXPECT_EQ(document.getRootNode(), &root);
     EXPECT_EQ(rootXml(document), "<root/>");
-    const auto refused = LoggedHere("setRootNode", "Invalid parameter.");
+    const auto refused = logged("setRootNode", "Invalid parameter.");
     EXPECT_THAT(log.lines(), ElementsAre(refused, refused));
 }
 
@@ -308,8 +305,8 @@ TEST(XmlDocumentTest, WithoutNativeDocumentThereIsNoRoot)
     EXPECT_EQ(document.getRootNode(), nullptr);
 
     EXPECT_EQ(root.__getNativeNode()->doc, nullptr);
-    EXPECT_THAT(log.lines(), ElementsAre(LoggedHere("setRootNode", "Invalid state."),
-                                         LoggedHere("getRootNode", "Invalid state.")));
+    EXPECT_THAT(log.lines(), ElementsAre(logged("setRootNode", "Invalid state."),
+                                         logged("getRootNode", "Invalid state.")));
 }
 
 // ---- getRootNode --------------------------------------------------------------------------------
@@ -390,7 +387,7 @@ TEST(XmlDocumentTest, WithoutMemoryThereIsNoWrapperYet)
     }
     EXPECT_TRUE(failed);
     EXPECT_EQ(root, nullptr);
-    EXPECT_THAT(log.lines(), ElementsAre(LoggedHere("getRootNode", "Invalid state.")));
+    EXPECT_THAT(log.lines(), ElementsAre(logged("getRootNode", "Invalid state.")));
 
     ASSERT_NE(document.getRootNode(), nullptr) << "the next call tries again";
     EXPECT_EQ(document.getRootNode()->__getNativeNode(),
@@ -429,7 +426,7 @@ TEST(XmlDocumentTest, AStyleSheetIsKeptUntilAnotherIsSet)
     document.__setXmlStyleSheet(nullptr);
     EXPECT_EQ(document.getXmlStyleSheet(), &second);
 
-    const auto refused = LoggedHere("__setXmlStyleSheet", "Invalid paramter.");
+    const auto refused = logged("__setXmlStyleSheet", "Invalid paramter.");
     EXPECT_THAT(log.lines(), ElementsAre(refused, refused));
 }
 
@@ -594,7 +591,7 @@ TEST_F(XmlDocumentWriteTest, WithoutPathNothingIsWritten)
 
             EXPECT_EQ(document.write(), STATUS_INVALID_STATE);
 
-            EXPECT_THAT(log.lines(), ElementsAre(LoggedHere("write", "Invalid state.")));
+            EXPECT_THAT(log.lines(), ElementsAre(logged("write", "Invalid state.")));
             EXPECT_THAT(calls.lines(), IsEmpty()) << "the engines are not asked";
             EXPECT_FALSE(output.exists());
         }
@@ -614,7 +611,7 @@ TEST_F(XmlDocumentWriteTest, OnlyANegativeAnswerIsAFailure)
         calls.answerNextSave(answer);
         EXPECT_EQ(document.write(), status) << answer;
     }
-    const auto failed = LoggedHere("write", "Invalid state.");
+    const auto failed = logged("write", "Invalid state.");
     EXPECT_THAT(log.lines(), ElementsAre(failed, failed));
 }
 
@@ -637,7 +634,7 @@ TEST_F(XmlDocumentWriteTest, WhatCannotBeSavedIsReported)
     EXPECT_EQ(nothing.write(), STATUS_INVALID_STATE) << "no native document";
     EXPECT_FALSE(output.exists());
 
-    const auto failed = LoggedHere("write", "Invalid state.");
+    const auto failed = logged("write", "Invalid state.");
     EXPECT_THAT(log.lines(), ElementsAre(failed, failed, failed));
     EXPECT_EQ(openFiles(), before);
 }
@@ -719,7 +716,7 @@ TEST_F(XmlDocumentWriteTest, AFileThatCannotBeOpenedForAStyleSheetIsReported)
 
         EXPECT_EQ(document.write(), STATUS_INVALID_STATE);
 
-        EXPECT_THAT(log.lines(), ElementsAre(LoggedHere("write", "fopen is failed")));
+        EXPECT_THAT(log.lines(), ElementsAre(logged("write", "fopen is failed")));
         EXPECT_THAT(calls.lines(), IsEmpty()) << "the engines are not asked";
     }
 }
@@ -742,7 +739,7 @@ TEST_F(XmlDocumentWriteTest, AStyleSheetThatWasNeverLoadedEmptiesTheFile)
 
         EXPECT_EQ(document.write(), STATUS_INVALID_STATE);
 
-        EXPECT_THAT(log.lines(), ElementsAre(LoggedHere("write", "Invalid state.")));
+        EXPECT_THAT(log.lines(), ElementsAre(logged("write", "Invalid state.")));
         EXPECT_THAT(calls.lines(), IsEmpty());
         EXPECT_EQ(output.content(), "");
         EXPECT_EQ(openFiles(), before) << "the file is closed";
@@ -793,7 +790,7 @@ TEST_F(XmlDocumentWriteTest, AFullDiskIsReportedBehindAStyleSheetToo)
 
             EXPECT_EQ(document.write(), STATUS_INVALID_STATE);
 
-            EXPECT_THAT(log.lines(), ElementsAre(LoggedHere("write", "Invalid state.")));
+            EXPECT_THAT(log.lines(), ElementsAre(logged("write", "Invalid state.")));
         }
     }
     EXPECT_EQ(openFiles(), before);
@@ -814,7 +811,7 @@ TEST_F(XmlDocumentWriteTest, AFileThatCannotBeClosedIsReported)
         EXPECT_TRUE(files.isEverythingReleased());
     }
     EXPECT_EQ(result, STATUS_INVALID_STATE);
-    EXPECT_THAT(log.lines(), ElementsAre(LoggedHere("write", "Invalid state.")));
+    EXPECT_THAT(log.lines(), ElementsAre(logged("write", "Invalid state.")));
 }
 
 }  // namespace

@@ -44,10 +44,7 @@ static_assert(std::is_same_v<XmlNode*, decltype(std::declval<const XmlNode&>().g
 
 // ---- Set-up -------------------------------------------------------------------------------------
 
-testing::Matcher<const LogLine&> LoggedHere(const std::string& function, const std::string& message)
-{
-    return LoggedIn("OxXmlNode.cpp", function, message);
-}
+const LoggedBy logged("OxXmlNode.cpp");
 
 std::string fromNative(const xmlChar* text)
 {
@@ -174,7 +171,7 @@ TEST(XmlNodeConstructionTest, WithoutMemoryANamedNodeHasNoNativeNode)
 
     EXPECT_EQ(node.__getNativeNode(), nullptr);
     EXPECT_THAT(bytesOf(node), HasSubstr("layout")) << "the name is kept all the same";
-    EXPECT_THAT(log.lines(), ElementsAre(LoggedHere("XmlNode", "XmlNode creation failed.")));
+    EXPECT_THAT(log.lines(), ElementsAre(logged("XmlNode", "XmlNode creation failed.")));
 
     EXPECT_EQ(node.setElement("later"), STATUS_SUCCESS);
     EXPECT_EQ(xml(node), "<later/>");
@@ -283,7 +280,7 @@ TEST(XmlNodeElementTest, WithoutMemoryThereIsNoElement)
 
     EXPECT_EQ(node.__getNativeNode(), nullptr);
     EXPECT_EQ(xml(old.get()), "<old/>");
-    EXPECT_THAT(log.lines(), ElementsAre(LoggedHere("setElement", "Memory allocation failed.")));
+    EXPECT_THAT(log.lines(), ElementsAre(logged("setElement", "Memory allocation failed.")));
 }
 
 // ---- Without native node ------------------------------------------------------------------------
@@ -308,7 +305,7 @@ TEST_P(XmlNodeWithoutNativeTest, NothingCanBeSet)
 
     EXPECT_EQ(GetParam().call(node), STATUS_INVALID_STATE);
 
-    EXPECT_THAT(log.lines(), ElementsAre(LoggedHere(GetParam().function, "Invalid state.")));
+    EXPECT_THAT(log.lines(), ElementsAre(logged(GetParam().function, "Invalid state.")));
     EXPECT_EQ(bytesOf(node), before);
 }
 
@@ -331,7 +328,7 @@ TEST(XmlNodeWithoutNativeTest, AnAttributeIsTheEmptyText)
 
     EXPECT_EQ(node.getAttribute("a"), "");
 
-    EXPECT_THAT(log.lines(), ElementsAre(LoggedHere("getAttribute", "Invalid state.")));
+    EXPECT_THAT(log.lines(), ElementsAre(logged("getAttribute", "Invalid state.")));
 }
 
 // ---- One attribute ------------------------------------------------------------------------------
@@ -425,8 +422,8 @@ TEST(XmlNodeAttributeTest, AnOddListAddsNothingAndKeepsTheStoredOne)
     EXPECT_EQ(xml(node), "<n a=\"" + LONG_TEXT + "\"/>");
     EXPECT_EQ(bytesOf(node), before);
     EXPECT_THAT(calls.lines(), IsEmpty());
-    EXPECT_THAT(log.lines(), ElementsAre(LoggedHere("setAttribute", "Invalid state."),
-                                         LoggedHere("setAttribute", "Invalid state.")));
+    EXPECT_THAT(log.lines(), ElementsAre(logged("setAttribute", "Invalid state."),
+                                         logged("setAttribute", "Invalid state.")));
 }
 
 TEST(XmlNodeAttributeTest, AnEmptyListSucceedsAndClearsTheStoredOne)
@@ -564,8 +561,8 @@ TEST_F(XmlNodeTest, ANullChildIsRefused)
     EXPECT_EQ(XmlNode().addChild(nullptr), STATUS_INVALID_PARAMETER) << "before anything else";
 
     EXPECT_THAT(parent->getChildren(), IsEmpty());
-    EXPECT_THAT(log.lines(), ElementsAre(LoggedHere("addChild", "Invalid parameter."),
-                                         LoggedHere("addChild", "Invalid parameter.")));
+    EXPECT_THAT(log.lines(), ElementsAre(logged("addChild", "Invalid parameter."),
+                                         logged("addChild", "Invalid parameter.")));
 }
 
 TEST_F(XmlNodeTest, WhatLibxmlRefusesStaysTheCallers)
@@ -586,7 +583,7 @@ TEST_F(XmlNodeTest, WhatLibxmlRefusesStaysTheCallers)
     EXPECT_EQ(xml(*parent), "<parent><child/></parent>");
     EXPECT_EQ(stranger.__getNativeNode()->parent, nullptr);
     EXPECT_THAT(calls.lines(), IsEmpty());
-    const auto refused = LoggedHere("addChild", "Invalid state.");
+    const auto refused = logged("addChild", "Invalid state.");
     EXPECT_THAT(log.lines(), ElementsAre(refused, refused, refused, refused));
 }
 
@@ -710,7 +707,7 @@ TEST_F(XmlNodeTest, NoChildIsRefused)
     EXPECT_EQ(parent->removeChild(nullptr), STATUS_INVALID_PARAMETER);
 
     EXPECT_THAT(parent->getChildren(), ElementsAre(child));
-    EXPECT_THAT(log.lines(), ElementsAre(LoggedHere("removeChild", "Invalid parameter.")));
+    EXPECT_THAT(log.lines(), ElementsAre(logged("removeChild", "Invalid parameter.")));
 }
 
 TEST_F(XmlNodeTest, ARemovedChildCanBeAddedElsewhere)

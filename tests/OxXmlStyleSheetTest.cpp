@@ -62,10 +62,7 @@ static_assert(!std::is_move_constructible_v<XmlStyleSheet> &&
 
 // ---- Set-up -------------------------------------------------------------------------------------
 
-testing::Matcher<const LogLine&> LoggedHere(const std::string& function, const std::string& message)
-{
-    return LoggedIn("OxXmlStyleSheet.cpp", function, message);
-}
+const LoggedBy logged("OxXmlStyleSheet.cpp");
 
 /** A stylesheet with these top-level elements. */
 std::string sheet(const std::string& elements)
@@ -193,7 +190,7 @@ TEST(XmlStyleSheetTest, AnEmptyPathIsNotLoaded)
 
     EXPECT_EQ(styleSheet.__getNativeStyleSheet(), nullptr);
     EXPECT_EQ(calls.lastText(), nullptr) << "libxslt is not asked";
-    EXPECT_THAT(log.lines(), ElementsAre(LoggedHere("load", "Invalid state.")));
+    EXPECT_THAT(log.lines(), ElementsAre(logged("load", "Invalid state.")));
 }
 
 TEST(XmlStyleSheetTest, AMissingFileIsReportedWithItsPath)
@@ -206,9 +203,8 @@ TEST(XmlStyleSheetTest, AMissingFileIsReportedWithItsPath)
     EXPECT_EQ(styleSheet.load(), STATUS_INVALID_STATE);
 
     EXPECT_EQ(styleSheet.__getNativeStyleSheet(), nullptr);
-    EXPECT_THAT(log.lines(),
-                ElementsAre(LoggedHere("load", "Invalid state. (" + missing.path() + ")(" +
-                                                   std::strerror(ENOENT) + ")")));
+    EXPECT_THAT(log.lines(), ElementsAre(logged("load", "Invalid state. (" + missing.path() + ")(" +
+                                                            std::strerror(ENOENT) + ")")));
 }
 
 TEST(XmlStyleSheetTest, WhatIsNoStyleSheetIsReportedWithWhateverTheSystemSaidMeanwhile)
@@ -235,8 +231,8 @@ TEST(XmlStyleSheetTest, WhatIsNoStyleSheetIsReportedWithWhateverTheSystemSaidMea
         EXPECT_EQ(file.sheet.__getNativeStyleSheet(), nullptr);
         EXPECT_NE(calls.compileError(), EPERM) << "an earlier error is not blamed";
         EXPECT_THAT(log.lines(),
-                    ElementsAre(LoggedHere("load", "Invalid state. (" + file.path() + ")(" +
-                                                       std::strerror(calls.compileError()) + ")")));
+                    ElementsAre(logged("load", "Invalid state. (" + file.path() + ")(" +
+                                                   std::strerror(calls.compileError()) + ")")));
         EXPECT_NE(messages.text(), "") << "libxslt says more";
     }
 }
@@ -411,7 +407,7 @@ TEST(XmlStyleSheetTest, NoDocumentIsRefused)
     EXPECT_EQ(unloaded.apply(nullptr), nullptr) << "before anything else";
 
     EXPECT_THAT(calls.lines(), IsEmpty()) << "libxslt is not asked";
-    const auto refused = LoggedHere("apply", "Invalid parameter.");
+    const auto refused = logged("apply", "Invalid parameter.");
     EXPECT_THAT(log.lines(), ElementsAre(refused, refused));
 }
 
@@ -423,7 +419,7 @@ TEST(XmlStyleSheetTest, AStyleSheetThatWasNotLoadedIsNotApplied)
     XmlDocument document(parsed(ITEMS));
 
     EXPECT_EQ(file.sheet.apply(&document), nullptr);
-    EXPECT_THAT(log.lines(), ElementsAre(LoggedHere("apply", "Invalid state.")));
+    EXPECT_THAT(log.lines(), ElementsAre(logged("apply", "Invalid state.")));
 
     ASSERT_EQ(file.sheet.load(), STATUS_SUCCESS);
     EXPECT_EQ(xml(std::unique_ptr<XmlDocument>(file.sheet.apply(&document))), LISTED);
@@ -438,7 +434,7 @@ TEST(XmlStyleSheetTest, ADocumentWithoutNativeDocumentIsNotTransformed)
 
     EXPECT_EQ(file.sheet.apply(&nothing), nullptr);
 
-    EXPECT_THAT(log.lines(), ElementsAre(LoggedHere("apply", "Invalid state.")));
+    EXPECT_THAT(log.lines(), ElementsAre(logged("apply", "Invalid state.")));
 }
 
 TEST(XmlStyleSheetTest, AnEmptyDocumentIsTransformed)
@@ -466,7 +462,7 @@ TEST(XmlStyleSheetTest, ATransformationThatFailsIsReported)
 
         EXPECT_EQ(file.sheet.apply(&document), nullptr);
 
-        EXPECT_THAT(log.lines(), ElementsAre(LoggedHere("apply", "Invalid state.")));
+        EXPECT_THAT(log.lines(), ElementsAre(logged("apply", "Invalid state.")));
         EXPECT_NE(messages.text(), "") << "libxslt says more";
         EXPECT_EQ(xml(document), ITEMS);
     }
@@ -482,7 +478,7 @@ TEST(XmlStyleSheetTest, WhatLibxsltRefusesIsReported)
     calls.refuse(TreeCall::Apply);
     EXPECT_EQ(file.sheet.apply(&document), nullptr);
 
-    EXPECT_THAT(log.lines(), ElementsAre(LoggedHere("apply", "Invalid state.")));
+    EXPECT_THAT(log.lines(), ElementsAre(logged("apply", "Invalid state.")));
 }
 
 TEST(XmlStyleSheetTest, AMessageThatDoesNotTerminateIsNoFailure)
@@ -513,7 +509,7 @@ TEST(XmlStyleSheetTest, WithoutMemoryForTheDocumentItsResultIsLost)
 
     EXPECT_TRUE(failed);
     EXPECT_EQ(result, nullptr);
-    EXPECT_THAT(log.lines(), ElementsAre(LoggedHere("apply", "Out of memory.")));
+    EXPECT_THAT(log.lines(), ElementsAre(logged("apply", "Out of memory.")));
     EXPECT_THAT(calls.lines(), ElementsAre("apply, 0 parameters")) << "freed by nobody";
     ASSERT_NE(calls.lastResult(), nullptr);
     EXPECT_EQ(xml(XmlDocument(calls.lastResult())), LISTED);
@@ -874,7 +870,7 @@ Outcome outcomeOf(const Way& way, const Setting& setting)
     const bool reached = way.reached(around, xml(result));
     if (result == nullptr) {
         EXPECT_FALSE(reached);
-        EXPECT_THAT(log.lines(), ElementsAre(LoggedHere("apply", "Invalid state.")));
+        EXPECT_THAT(log.lines(), ElementsAre(logged("apply", "Invalid state.")));
         return Outcome::ApplyRefused;
     }
     EXPECT_THAT(log.lines(), IsEmpty());

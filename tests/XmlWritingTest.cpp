@@ -32,10 +32,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-testing::Matcher<const LogLine&> LoggedHere(const std::string& message)
-{
-    return LoggedIn("OxXmlDocument.cpp", "write", message);
-}
+const LoggedBy logged("OxXmlDocument.cpp");
 
 /** Output files by all sorts of names, in a folder of their own, which is the current one. */
 class XmlPlainWriteTest : public testing::Test {
@@ -141,8 +138,8 @@ TEST_F(XmlPlainWriteTest, AUrlIsAFolderThatIsNotThere)
                                    std::string("http://127.0.0.1:9/a.xml")}) {
         const LogCapture log;
         EXPECT_EQ(write(url), STATUS_INVALID_STATE);
-        EXPECT_THAT(log.lines(), ElementsAre(LoggedHere("File open failed : (" + url + ")(" +
-                                                        std::strerror(ENOENT) + ")")));
+        EXPECT_THAT(log.lines(), ElementsAre(logged("write", "File open failed : (" + url + ")(" +
+                                                                 std::strerror(ENOENT) + ")")));
     }
     EXPECT_THAT(names(), IsEmpty());
     EXPECT_EQ(engine.text(), "") << "the engine was not asked";
@@ -171,8 +168,9 @@ TEST_F(XmlPlainWriteTest, WhatIsNoRegularFileIsLeftAlone)
         for (const auto& [path, error] : rows) {
             const LogCapture log;
             EXPECT_EQ(write(path), STATUS_INVALID_STATE);
-            EXPECT_THAT(log.lines(), ElementsAre(LoggedHere("File open failed : (" + path + ")(" +
-                                                            std::strerror(error) + ")")));
+            EXPECT_THAT(log.lines(),
+                        ElementsAre(logged("write", "File open failed : (" + path + ")(" +
+                                                        std::strerror(error) + ")")));
         }
     }
 }
@@ -191,7 +189,7 @@ TEST_F(XmlPlainWriteTest, WithoutPathDocumentOrStyleSheetNoFileIsTouched)
     EXPECT_EQ(write("a.xml"), STATUS_INVALID_STATE);
 
     EXPECT_THAT(names(), IsEmpty());
-    const auto refused = LoggedHere("Invalid state.");
+    const auto refused = logged("write", "Invalid state.");
     EXPECT_THAT(log.lines(), ElementsAre(refused, refused, refused));
 }
 
@@ -234,7 +232,7 @@ TEST_F(XmlPlainWriteTest, AFileThatIsCutShortIsReported)
             result = write("a.xml");
         }
         EXPECT_EQ(result, STATUS_INVALID_STATE);
-        EXPECT_THAT(log.lines(), ElementsAre(LoggedHere("Invalid state.")));
+        EXPECT_THAT(log.lines(), ElementsAre(logged("write", "Invalid state.")));
         EXPECT_EQ(content("a.xml").size(), 5U);
     }
 }
@@ -249,7 +247,7 @@ TEST_F(XmlPlainWriteTest, AFileThatCannotBeClosedIsReported)
         result = write("a.xml");
     }
     EXPECT_EQ(result, STATUS_INVALID_STATE);
-    EXPECT_THAT(log.lines(), ElementsAre(LoggedHere("Invalid state.")));
+    EXPECT_THAT(log.lines(), ElementsAre(logged("write", "Invalid state.")));
 }
 
 TEST_F(XmlPlainWriteTest, WhatLibxsltAnswersCounts)
@@ -261,7 +259,7 @@ TEST_F(XmlPlainWriteTest, WhatLibxsltAnswersCounts)
 
     EXPECT_EQ(write("a.xml"), STATUS_INVALID_STATE);
 
-    EXPECT_THAT(log.lines(), ElementsAre(LoggedHere("Invalid state.")));
+    EXPECT_THAT(log.lines(), ElementsAre(logged("write", "Invalid state.")));
 }
 
 }  // namespace

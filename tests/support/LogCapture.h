@@ -61,4 +61,19 @@ testing::Matcher<const LogLine&> Logged(const std::string& function, const std::
 testing::Matcher<const LogLine&> LoggedIn(const std::string& file, const std::string& function,
                                           const std::string& message);
 
+/** LoggedIn() for a file that is named once: `const LoggedBy logged("OxTimer.cpp");`. */
+class LoggedBy {
+public:
+    explicit LoggedBy(const std::string& file) : __file(file) {}
+
+    testing::Matcher<const LogLine&> operator()(const std::string& function,
+                                                const std::string& message) const
+    {
+        return LoggedIn(__file, function, message);
+    }
+
+private:
+    std::string __file;
+};
+
 }  // namespace oxil::test
