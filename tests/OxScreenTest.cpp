@@ -21,6 +21,7 @@
 #include "AllocationFailure.h"
 #include "LogCapture.h"
 #include "PlatformCalls.h"
+#include "WaitUntil.h"
 
 namespace oxil::test {
 namespace {
@@ -368,18 +369,6 @@ TEST(ScreenTest, EveryFailureToMakeTheInstanceIsLogged)
 }
 
 // ---- Threads ------------------------------------------------------------------------------------
-
-bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds limit)
-{
-    const auto end = std::chrono::steady_clock::now() + limit;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > end) {
-            return false;
-        }
-        std::this_thread::sleep_for(100us);
-    }
-    return true;
-}
 
 TEST(ScreenTest, ThreadsThatAskAtOnceGetTheSameInstance)
 {

@@ -26,6 +26,7 @@
 
 #include "AllocationFailure.h"
 #include "OxPlatform.h"
+#include "WaitUntil.h"
 
 namespace oxil::test {
 namespace {
@@ -186,19 +187,6 @@ std::vector<std::string> splitLines(const std::string& text)
     return lines;
 }
 
-/** Returns whether the condition came true within a generous time. */
-bool waitUntil(const std::function<bool()>& condition)
-{
-    const auto deadline = std::chrono::steady_clock::now() + 10s;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(1ms);
-    }
-    return true;
-}
-
 /** A thread that logs one message, and whose state can be watched. */
 class LoggingThread {
 public:
@@ -213,7 +201,7 @@ public:
     /** Waits until the thread sleeps in the kernel. */
     bool waitUntilBlocked() const
     {
-        return waitUntil([this] { return __id != 0 && state() == 'S'; });
+        return waitUntil([this] { return __id != 0 && state() == 'S'; }, 10s);
     }
 
     void interrupt() { pthread_kill(__worker.native_handle(), SIGUSR1); }
@@ -595,7 +583,7 @@ TEST(DlogTest, SignalsDoNotBreakALine)
             EXPECT_TRUE(thread.waitUntilBlocked());
             const int expected = interruptions + 1;
             thread.interrupt();
-            EXPECT_TRUE(waitUntil([=] { return interruptions == expected; }));
+            EXPECT_TRUE(waitUntil([=] { return interruptions == expected; }, 10s));
         }
         rest = std::async(std::launch::async, [&] { return pipe.readAll(); });
         result = thread.join();
