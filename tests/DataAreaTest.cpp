@@ -15,6 +15,7 @@
 #include "LogCapture.h"
 #include "OxSerializer.h"
 #include "OxStatus.h"
+#include "Records.h"
 
 namespace oxil::test {
 namespace {
@@ -24,15 +25,6 @@ using testing::ElementsAre;
 using Bytes = std::vector<std::uint8_t>;
 
 constexpr std::uint8_t UNTOUCHED = 0xA5;
-
-KeyValues recordOf(const std::vector<KeyValue>& entries)
-{
-    KeyValues record;
-    for (const KeyValue& entry : entries) {
-        EXPECT_EQ(record.add(entry), STATUS_SUCCESS);
-    }
-    return record;
-}
 
 Bytes bytesOf(const SerializedData& data)
 {

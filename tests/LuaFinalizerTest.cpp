@@ -86,5 +86,79 @@ TEST(LuaFinalizerTest, ItsExceptionsAreNotThoseOfTheFunctionThatClosesTheState)
     EXPECT_EQ(other, nullptr);
 }
 
+// Finalizers that fail, and a collector that sets to work with the next piece of memory.
+const char* const LITTER =
+    "collectgarbage('setpause', 0) collectgarbage('setstepmul', 1000000)\n"
+    "function litter()\n"
+    "    collectgarbage('stop')\n"
+    "    for i = 1, 3 do\n"
+    "        local thing = newproxy(true)\n"
+    "        getmetatable(thing).__gc = function()\n"
+    "            finalized = (finalized or 0) + 1\n"
+    "            error('gone', 0)\n"
+    "        end\n"
+    "    end\n"
+    "    collectgarbage('restart')\n"
+    "end\n"
+    "function join(a, b, c) return #a + #b + #c end\n"
+    "function number() return 0.5 end\n"
+    "function finalizers() return finalized end\n";
+
+TEST(LuaFinalizerTest, FailingFinalizersStayInsideTheState)
+{
+    LoadedScript loaded(LITTER);
+    const int top = loaded.top();
+    int joined = 0;
+
+    for (int i = 0; i < 200; ++i) {
+        loaded.script.callMethod("litter", std::tie());
+        const std::string text(1000, static_cast<char>('a' + i % 26));
+        int length = 0;
+        std::string number;
+        EXPECT_EQ(loaded.script.callMethod("join", std::tie(length), text + std::to_string(i),
+                                           text + "b", text + "c"),
+                  0);
+        EXPECT_EQ(loaded.script.callMethod("number", std::tie(number)), 0);
+        joined += length > 3000 ? 1 : 0;
+    }
+
+    // The functions of the script are interrupted where a finalizer fails in them, each of which
+    // leaves a message; the texts got there all the same.
+    EXPECT_GE(loaded.top(), top);
+    EXPECT_GT(joined, 0);
+    int finalized = 0;
+    EXPECT_EQ(loaded.script.callMethod("finalizers", std::tie(finalized)), 0);
+    EXPECT_GT(finalized, 100);
+}
+
+// Calls the host's function from Lua, so that a call of the library is nested in another one.
+TEST(LuaFinalizerTest, FailingFinalizersStayInsideANestedCall)
+{
+    NativeApi api;
+    LoadedScript loaded(std::string(LITTER) + "function outer() native.run() return 7 end", {&api});
+    int inner = 0;
+    bool destroyed = false;
+    api.body = [&](lua_State*, const std::string&) {
+        struct Guard {
+            ~Guard() { flag = true; }
+            bool& flag;
+        };
+        const Guard guard{destroyed};
+        for (int i = 0; i < 50; ++i) {
+            loaded.script.callMethod("litter", std::tie());
+            int length = 0;
+            const std::string text(1000, static_cast<char>('a' + i % 26));
+            loaded.script.callMethod("join", std::tie(length), text, std::to_string(i), "c");
+            ++inner;
+        }
+    };
+    int outer = 0;
+
+    loaded.script.callMethod("outer", std::tie(outer));
+
+    EXPECT_EQ(inner, 50);
+    EXPECT_TRUE(destroyed);
+}
+
 }  // namespace
 }  // namespace oxil::test

@@ -20,6 +20,7 @@
 #include "AllocationFailure.h"
 #include "LogCapture.h"
 #include "OxStatus.h"
+#include "Records.h"
 
 namespace oxil::test {
 namespace {
@@ -34,10 +35,7 @@ static_assert(std::is_nothrow_destructible_v<KeyValues>);
 static_assert(std::is_copy_constructible_v<KeyValues> && std::is_copy_assignable_v<KeyValues>);
 static_assert(!std::is_polymorphic_v<KeyValues>);
 
-testing::Matcher<const LogLine&> logged(const std::string& function, const std::string& message)
-{
-    return LoggedIn("OxKeyValues.cpp", function, message);
-}
+const LoggedBy logged("OxKeyValues.cpp");
 
 std::string show(const KeyValue& entry)
 {
@@ -97,15 +95,6 @@ void expectUnequal(const KeyValues& left, const KeyValues& right)
     EXPECT_FALSE(right == left);
     EXPECT_TRUE(left != right);
     EXPECT_TRUE(right != left);
-}
-
-KeyValues recordOf(const std::vector<KeyValue>& entries)
-{
-    KeyValues record;
-    for (const KeyValue& entry : entries) {
-        EXPECT_EQ(record.add(entry), STATUS_SUCCESS);
-    }
-    return record;
 }
 
 std::vector<KeyValue> threeEntries()

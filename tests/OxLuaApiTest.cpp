@@ -25,13 +25,7 @@ using testing::ElementsAre;
 static_assert(std::is_abstract_v<LuaApi> && std::has_virtual_destructor_v<LuaApi>);
 static_assert(!std::is_copy_constructible_v<LuaApi> && !std::is_copy_assignable_v<LuaApi>);
 
-/** The number of values that a script with an empty file has on its stack: the built-in tables. */
-constexpr int BUILT_IN = 3;
-
-testing::Matcher<const LogLine&> logged(const std::string& function, const std::string& message)
-{
-    return LoggedIn("OxLuaApi.cpp", function, message);
-}
+const LoggedBy logged("OxLuaApi.cpp");
 
 /** Has only what every API has. */
 class PlainApi : public LuaApi {

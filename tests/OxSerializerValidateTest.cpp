@@ -13,17 +13,13 @@
 #include "LogCapture.h"
 #include "OxSerializer.h"
 #include "OxStatus.h"
+#include "Records.h"
 
 namespace oxil::test {
 namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-using Values = std::vector<Variant>;
-using Names = std::vector<std::string>;
-using Records = std::vector<KeyValues>;
-using Pointers = std::vector<KeyValues*>;
 
 Names texts()
 {
@@ -40,15 +36,6 @@ Names texts()
         std::string(1, '\0'),
         "\xED\x95\x9C\xEA\xB8\x80",
     };
-}
-
-KeyValues recordOf(const std::vector<KeyValue>& entries)
-{
-    KeyValues record;
-    for (const KeyValue& entry : entries) {
-        EXPECT_EQ(record.add(entry), STATUS_SUCCESS);
-    }
-    return record;
 }
 
 KeyValues recordWith(const std::string& text)

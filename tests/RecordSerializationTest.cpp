@@ -20,6 +20,7 @@
 #include "OxSerializedData.h"
 #include "OxStatus.h"
 #include "OxVariant.h"
+#include "Records.h"
 
 namespace oxil::test {
 namespace {
@@ -31,15 +32,6 @@ using testing::IsEmpty;
 using Bytes = std::vector<std::uint8_t>;  // exactly sized on the heap, so a step beyond is seen
 
 constexpr std::uint8_t UNTOUCHED = 0xA5;
-
-KeyValues recordOf(const std::vector<KeyValue>& entries)
-{
-    KeyValues record;
-    for (const KeyValue& entry : entries) {
-        EXPECT_EQ(record.add(entry), STATUS_SUCCESS);
-    }
-    return record;
-}
 
 /** A value of every kind that can be stored, and its bytes. */
 struct Sample {

@@ -7,9 +7,16 @@
 #include <lua.hpp>
 #include <string>
 
+#include "LogCapture.h"
 #include "ScriptFile.h"
 
 namespace oxil::test {
+
+/** The number of values that a script with an empty file has on its stack: the built-in tables. */
+inline constexpr int BUILT_IN = 3;
+
+/** The message when a script calls a function that it doesn't have. */
+inline const std::string CALLING_NIL = "attempt to call a nil value";
 
 /** A Lua script with its file, loaded. */
 class LoadedScript {
@@ -38,5 +45,22 @@ public:
     ScriptFile file;
     LuaScript script;
 };
+
+/** The text of a global of the script. */
+inline std::string globalText(const LoadedScript& loaded, const char* name)
+{
+    lua_getglobal(loaded.state(), name);
+    const char* text = lua_tostring(loaded.state(), -1);
+    const std::string result = text != nullptr ? text : "(no text)";
+    lua_pop(loaded.state(), 1);
+    return result;
+}
+
+/** What is logged when a script's file can't be loaded or run. */
+inline testing::Matcher<const LogLine&> failedLoad(const std::string& path,
+                                                   const std::string& reason)
+{
+    return LoggedIn("OxLuaScript.cpp", "onLoading", "filePath(" + path + ") (1) (" + reason + ").");
+}
 
 }  // namespace oxil::test
