@@ -216,6 +216,12 @@ public:
     /** The same for block 0. */
     int deserialize(const SerializedData& data);
 
+    /** The key itself; meant for the library itself. */
+    const std::string& __getKey() const noexcept { return __key; }
+
+    /** The value itself; meant for the library itself. */
+    const Variant& __getValue() const noexcept { return __value; }
+
     /** Whether it can be read back as it is; meant for the library itself. */
     OXIL_LOCAL bool __survives() const noexcept;
 

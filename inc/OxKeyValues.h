@@ -295,6 +295,9 @@ public:
     /** Bytes that copySerializedData() may write; meant for the library itself. */
     OXIL_LOCAL std::size_t __getSpace() const noexcept;
 
+    /** Makes room for so many entries if there are none yet; meant for the library itself. */
+    OXIL_LOCAL void __reserve(std::size_t count);
+
 private:
     OXIL_LOCAL KeyValue& __at(int index) noexcept;
     OXIL_LOCAL const KeyValue& __at(int index) const noexcept;

@@ -304,6 +304,17 @@ public:
     /** The same for block 0. */
     const std::vector<Variant>* getValues() const;
 
+    /** Whether there is a description; meant for the library itself. */
+    OXIL_LOCAL bool __isUsable() const noexcept { return __info != nullptr; }
+
+    /** The description with whatever stands in entries that are not in use; meant for the library
+     *  itself. */
+    OXIL_LOCAL const SerializationInfo& __getInfo() const noexcept { return *__info; }
+
+    /** Leaves neither blocks nor data, and gives the description to be written; meant for the
+     *  library itself. */
+    OXIL_LOCAL SerializationInfo& __restart() noexcept;
+
 private:
     friend class KeyValues;              // describes its entries in one go
     friend class internal::NewDataArea;  // sees to it that there is as much data as is described

@@ -28,6 +28,8 @@
 #include "OxTimer.h"
 #include "OxVariant.h"
 #include "OxWaitingLoop.h"
+#include "OxWireDecoder.h"
+#include "OxWireEncoder.h"
 #include "OxXml.h"
 #include "OxXmlDocument.h"
 #include "OxXmlNode.h"

@@ -356,9 +356,7 @@ int KeyValues::deserialize(const std::vector<Variant>::const_iterator& first,
         OX_ERROR("Invalid key-value pair.");
         return STATUS_INVALID_PARAMETER;
     }
-    if (__entries.empty()) {
-        __entries.reserve(static_cast<std::size_t>(count / 2));
-    }
+    __reserve(static_cast<std::size_t>(count / 2));
     for (auto value = first; value != last; value += 2) {
         if (value[0].getType() == VARIANT_TYPE_STRING) {
             add(value[0].__getText(), value[1]);
@@ -475,6 +473,13 @@ std::size_t KeyValues::__describe(int block, SerializedData& data) const noexcep
     info.typeCount[block] = count;
     info.dataSize[block] = static_cast<int>(dataSize);
     return described;
+}
+
+void KeyValues::__reserve(std::size_t count)
+{
+    if (__entries.empty()) {
+        __entries.reserve(count);
+    }
 }
 
 /** Bytes that copySerializedData() may write. */

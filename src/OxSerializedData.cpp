@@ -10,6 +10,7 @@
 #include "OxLog.h"
 #include "OxStatus.h"
 #include "internal/OxDataArea.h"
+#include "internal/OxDescription.h"
 
 namespace oxil {
 namespace {
@@ -23,6 +24,7 @@ constexpr long long MOST_RESERVED_VALUES = 65536;
 constexpr long long BYTES_OF_VALUE = 48;
 constexpr long long BYTES_OF_TEXT = 272;
 static_assert(sizeof(Variant) <= BYTES_OF_VALUE);
+static_assert(BYTES_OF_VALUE + BYTES_OF_TEXT <= internal::MOST_BYTES_OF_VALUE);
 
 // What is decoded by default: enough for every description without repetitions, and then in
 // proportion to what arrived.
@@ -56,6 +58,15 @@ Description* descriptionOf(SerializationInfo* info) noexcept
     return reinterpret_cast<Description*>(info);
 }
 
+/** Takes away all types. */
+void clear(Description& description) noexcept
+{
+    // To clear the type entries takes ten times as long as to pack a record: that waits until
+    // someone looks at all of them.
+    std::memset(&description.info, 0, offsetof(SerializationInfo, types));
+    description.isComplete = false;
+}
+
 /** Makes a description without types; null if there is no memory. */
 SerializationInfo* makeInfo() noexcept
 {
@@ -63,10 +74,7 @@ SerializationInfo* makeInfo() noexcept
     if (description == nullptr) {
         return nullptr;
     }
-    // To clear the type entries takes ten times as long as to pack a record: that waits until
-    // someone looks at all of them.
-    std::memset(&description->info, 0, offsetof(SerializationInfo, types));
-    description->isComplete = false;
+    clear(*description);
     return &description->info;
 }
 
@@ -95,62 +103,16 @@ long long toAvailable(std::size_t size)
     return static_cast<long long>(std::min(size, static_cast<std::size_t>(INT_MAX)));
 }
 
-/** The number in the first @p size bytes at a place, with the bytes that are missing zero. */
-template <typename Number>
-Number read(const void* place, std::size_t size)
-{
-    // Reading on would tear the values apart, and the description is beyond repair.
-    if (size > sizeof(Number)) {
-        std::abort();
-    }
-    Number number = 0;
-    if (size == sizeof number) {
-        std::memcpy(&number, place, sizeof number);  // a size known here: no call
-    } else {
-        std::memcpy(&number, place, size);
-    }
-    return number;
-}
-
 /** Appends the value of a known kind that stands at a place; false for an unknown kind. */
 bool decode(int type, const void* place, std::size_t size, std::vector<Variant>& values)
 {
-    switch (type) {
-        case VARIANT_TYPE_INT:
-            values.emplace_back(static_cast<int>(read<std::int32_t>(place, size)));
-            return true;
-        case VARIANT_TYPE_UINT:
-            values.emplace_back(static_cast<unsigned int>(read<std::uint32_t>(place, size)));
-            return true;
-        case VARIANT_TYPE_LONG:
-            values.emplace_back(static_cast<long>(read<std::int32_t>(place, size)));
-            return true;
-        case VARIANT_TYPE_ULONG:
-            values.emplace_back(static_cast<unsigned long>(read<std::uint32_t>(place, size)));
-            return true;
-        case VARIANT_TYPE_LONGLONG:
-            values.emplace_back(read<long long>(place, size));
-            return true;
-        case VARIANT_TYPE_ULONGLONG:
-            values.emplace_back(read<unsigned long long>(place, size));
-            return true;
-        case VARIANT_TYPE_FLOAT:
-            values.emplace_back(read<float>(place, size));
-            return true;
-        case VARIANT_TYPE_DOUBLE:
-            values.emplace_back(read<double>(place, size));
-            return true;
-        case VARIANT_TYPE_BOOL:
-            values.emplace_back(read<std::uint8_t>(place, size) != 0);
-            return true;
-        case VARIANT_TYPE_STRING:
-            values.emplace_back(
-                Variant::__Slice(), static_cast<const char*>(place),
-                strnlen(static_cast<const char*>(place), internal::TEXT_SLOT_SIZE - 1));
-            return true;
-        default:
-            return false;
+    if (type == VARIANT_TYPE_STRING) {
+        const auto* text = static_cast<const char*>(place);
+        values.emplace_back(Variant::__Slice(), text, strnlen(text, internal::TEXT_SLOT_SIZE - 1));
+        return true;
     }
+    return internal::readNumber(type, place, size,
+                                [&](auto number) { values.emplace_back(number); });
 }
 
 }  // namespace
@@ -211,6 +173,13 @@ int SerializedData::validate(const SerializationInfo& info, std::size_t size)
 int SerializedData::validate(const SerializationInfo& info, std::size_t size,
                              const DecodingLimits& limits)
 {
+    long long needed = 0;
+    return internal::validate(info, toAvailable(size), limits, false, needed);
+}
+
+int internal::validate(const SerializationInfo& info, long long available,
+                       const DecodingLimits& limits, bool unknownKinds, long long& needed)
+{
     if (info.blockCount < 0 || info.blockCount > MAX_BLOCK_COUNT) {
         OX_ERROR("Invalid block count (%d).", info.blockCount);
         return STATUS_INVALID_PARAMETER;
@@ -218,8 +187,8 @@ int SerializedData::validate(const SerializationInfo& info, std::size_t size,
 
     // Everything has to fit an int, because that is what the getters count in. Nothing overflows
     // here: a block's bytes are known to fit an int before they are multiplied by the repetitions.
-    const long long available = toAvailable(size);
     long long start = 0;
+    needed = 0;
     long long values = 0;
     long long bytes = 0;  // of the values, decoded
     for (int block = 0; block < info.blockCount; ++block) {
@@ -235,8 +204,10 @@ int SerializedData::validate(const SerializationInfo& info, std::size_t size,
         for (int i = 0; i < typeCount; ++i) {
             const auto type = static_cast<VariantType>(info.types[block][i]);
             const int typeSize = info.typeSizes[block][i];
-            const int widest =
-                type == VARIANT_TYPE_STRING ? INT_MAX : Variant::__getNumberSize(type);
+            int widest = type == VARIANT_TYPE_STRING ? INT_MAX : Variant::__getNumberSize(type);
+            if (widest < 0 && unknownKinds) {
+                widest = INT_MAX;  // it takes room, and is not read
+            }
             if (widest < 0) {
                 OX_ERROR("Invalid type (%d).", type);
                 return STATUS_INVALID_PARAMETER;
@@ -258,7 +229,8 @@ int SerializedData::validate(const SerializationInfo& info, std::size_t size,
             return STATUS_INVALID_PARAMETER;
         }
         const long long repeatCount = std::max(info.repeatCount[block], 1);
-        if (start + end * (repeatCount - 1) + reach > available) {
+        needed = std::max(needed, start + end * (repeatCount - 1) + reach);
+        if (needed > available) {
             OX_ERROR("Data is too short (%d).", block);
             return STATUS_INVALID_PARAMETER;
         }
@@ -546,6 +518,16 @@ unsigned int SerializedData::getContextId() const
 const std::vector<Variant>* SerializedData::getValues() const
 {
     return getValues(0);
+}
+
+SerializationInfo& SerializedData::__restart() noexcept
+{
+    for (std::vector<Variant>& values : __values) {
+        std::vector<Variant>().swap(values);
+    }
+    __dropData();
+    clear(*descriptionOf(__info));
+    return *__info;
 }
 
 bool SerializedData::__isValidBlock(int block) const

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -83,6 +85,61 @@ inline int writeEntry(void* place, const std::string& key, const Variant& value)
 {
     const std::size_t keySize = copyTextSlot(place, key);
     return writeValue(static_cast<char*>(place) + keySize, value) + static_cast<int>(keySize);
+}
+
+/** The number in the first @p size bytes at a place, with the bytes that are missing zero. */
+template <typename Number>
+Number readNumberAs(const void* place, std::size_t size)
+{
+    // Reading on would tear the values apart, and the description is beyond repair.
+    if (size > sizeof(Number)) {
+        std::abort();
+    }
+    Number number = 0;
+    if (size == sizeof number) {
+        std::memcpy(&number, place, sizeof number);  // a size known here: no call
+    } else {
+        std::memcpy(&number, place, size);
+    }
+    return number;
+}
+
+/** Gives the number or boolean of a known kind that stands at a place to @p take; false for any
+ *  other kind. */
+template <typename Take>
+bool readNumber(int type, const void* place, std::size_t size, const Take& take)
+{
+    switch (type) {
+        case VARIANT_TYPE_INT:
+            take(static_cast<int>(readNumberAs<std::int32_t>(place, size)));
+            return true;
+        case VARIANT_TYPE_UINT:
+            take(static_cast<unsigned int>(readNumberAs<std::uint32_t>(place, size)));
+            return true;
+        case VARIANT_TYPE_LONG:
+            take(static_cast<long>(readNumberAs<std::int32_t>(place, size)));
+            return true;
+        case VARIANT_TYPE_ULONG:
+            take(static_cast<unsigned long>(readNumberAs<std::uint32_t>(place, size)));
+            return true;
+        case VARIANT_TYPE_LONGLONG:
+            take(readNumberAs<long long>(place, size));
+            return true;
+        case VARIANT_TYPE_ULONGLONG:
+            take(readNumberAs<unsigned long long>(place, size));
+            return true;
+        case VARIANT_TYPE_FLOAT:
+            take(readNumberAs<float>(place, size));
+            return true;
+        case VARIANT_TYPE_DOUBLE:
+            take(readNumberAs<double>(place, size));
+            return true;
+        case VARIANT_TYPE_BOOL:
+            take(readNumberAs<std::uint8_t>(place, size) != 0);
+            return true;
+        default:
+            return false;
+    }
 }
 
 }  // namespace oxil::internal
