@@ -18,7 +18,7 @@
 #include <string>
 #include <vector>
 
-#include "EngineMemoryFailure.h"
+#include "EngineMemory.h"
 #include "EngineMessages.h"
 #include "LogCapture.h"
 #include "ScriptFile.h"
@@ -69,9 +69,9 @@ struct Reading {
         xml.setOnCharacters([&](const std::string& text) { events += "text " + text + '\n'; });
         xml.setOnEndElement([&](const std::string& name) { events += "end " + name + '\n'; });
 
-        const EngineMemoryFailure failure(nth);
+        const EngineMemory failure(nth);
         result = read(xml, path);
-        failed = failure.happened();
+        failed = failure.hasFailed();
     }
 
     std::string events;
@@ -153,9 +153,9 @@ TEST(XmlMemoryTest, ALoadThatSucceedsWithoutEnoughMemoryGivesTheWholeTree)
             const LogCapture log;
             std::unique_ptr<XmlDocument> document;
             {
-                const EngineMemoryFailure failure(nth);
+                const EngineMemory failure(nth);
                 document.reset(load(xml, file.path()));
-                failed = failure.happened();
+                failed = failure.hasFailed();
             }
             if (document != nullptr) {
                 EXPECT_EQ(dumpOf(*document), expected) << "request " << nth;
@@ -178,7 +178,7 @@ TEST(XmlMemoryTest, WhatAnApplicationHasNoMemoryForInsideAnEventIsItsOwnAffair)
     const EngineMessages quiet;
     const ScriptFile file(SAMPLE);
     const auto fail = [] {
-        const EngineMemoryFailure failure(1);
+        const EngineMemory failure(1);
         EXPECT_EQ(xmlStrdup(reinterpret_cast<const xmlChar*>("text")), nullptr);
     };
     for (const auto& read : READS) {
@@ -191,7 +191,7 @@ TEST(XmlMemoryTest, WantOfMemoryOfBeforeIsForgotten)
     const EngineMessages quiet;
     const ScriptFile file(SAMPLE);
     const auto fail = [] {
-        const EngineMemoryFailure failure(1);
+        const EngineMemory failure(1);
         EXPECT_EQ(xmlStrdup(reinterpret_cast<const xmlChar*>("text")), nullptr);
     };
     for (const auto& read : READS) {
@@ -226,7 +226,7 @@ public:
     FailureWhileParsing(const FailureWhileParsing&) = delete;
     FailureWhileParsing& operator=(const FailureWhileParsing&) = delete;
 
-    bool happened() const { return failure.has_value() && failure->happened(); }
+    bool happened() const { return failure.has_value() && failure->hasFailed(); }
 
 private:
     static xmlParserInputPtr open(const char* url, const char* id, xmlParserCtxtPtr context)
@@ -238,7 +238,7 @@ private:
 
     static inline int requests = 0;
     static inline xmlExternalEntityLoader original = nullptr;
-    static inline std::optional<EngineMemoryFailure> failure;
+    static inline std::optional<EngineMemory> failure;
 };
 
 /** How many requests for memory the parser makes for the sample at least. libxslt's own are not
@@ -394,9 +394,9 @@ TEST(XmlMemoryTest, ErrorsReachTheHandlerOfTheApplicationAsTheyAre)
     int found = 0;
     bool failed = true;
     for (int nth = 1; failed && nth < LIMIT; ++nth) {
-        const EngineMemoryFailure failure(nth);
+        const EngineMemory failure(nth);
         const std::unique_ptr<XmlDocument> document(xml.load(file.path()));
-        failed = failure.happened();
+        failed = failure.hasFailed();
         found += document == nullptr;
     }
     EXPECT_GT(found, 50);
