@@ -22,6 +22,10 @@
  * class keeps its size, the places of its fields and the order of its virtual functions. The
  * numbers are those of the Itanium C++ ABI and its variant for ARM, with the strings, lists and
  * functions of libstdc++ (the C++11 ones).
+ *
+ * abi/ has the whole interface: functions, enumerators and each virtual function, too. But that is
+ * what "./dev abi --update" made of the library last, as g++ lays it out, and it is compared where
+ * libabigail is. Here stands what is promised, written by hand, for each compiler and each run.
  */
 
 namespace oxil::test {
@@ -85,7 +89,7 @@ struct Expose {
 /**
  * Compares a class and all its fields, in their order, with a table: in the first line the class,
  * in the others its fields. Each has its offset, size and alignment twice, first on 32-bit ARM and
- * then on 64-bit hosts.
+ * then on 64-bit hosts. A class with virtual functions has the pointer to their table in front.
  */
 template <typename Class>
 void expectLayout(const std::string& table)
@@ -124,7 +128,6 @@ TEST(LayoutTest, Variant)
         __text      16  24  4    16  32  8
     )");
     EXPECT_EQ(sizeof(VariantType), 4U);
-    EXPECT_FALSE(std::is_polymorphic_v<Variant>);
 }
 
 std::vector<Place> fields(FieldsOf<KeyValue>);
@@ -137,7 +140,6 @@ TEST(LayoutTest, KeyValue)
         __key        0  24  4     0  32  8
         __value     24  40  8    32  48  8
     )");
-    EXPECT_FALSE(std::is_polymorphic_v<KeyValue>);
 }
 
 std::vector<Place> fields(FieldsOf<KeyValues>);
@@ -151,7 +153,6 @@ TEST(LayoutTest, KeyValues)
         __entries    0  12  4     0  24  8
         __index     12   4  4    24   8  8
     )");
-    EXPECT_FALSE(std::is_polymorphic_v<KeyValues>);
 }
 
 // ---- Serialization ------------------------------------------------------------------------------
@@ -200,7 +201,6 @@ TEST(LayoutTest, SerializedData)
         __remained      76   1  1    152    1  1
         __contextId     80   4  4    156    4  4
     )");
-    EXPECT_FALSE(std::is_polymorphic_v<SerializedData>);
     EXPECT_EQ(sizeof(Repeatable), 4U);
     EXPECT_EQ(sizeof(TransferOwnership), 4U);
 }
@@ -217,7 +217,6 @@ TEST(LayoutTest, Point)
         x       0  4  4    0  4  4
         y       4  4  4    4  4  4
     )");
-    EXPECT_FALSE(std::is_polymorphic_v<Point>);
 }
 
 std::vector<Place> fields(FieldsOf<Dimension>);
@@ -230,7 +229,6 @@ TEST(LayoutTest, Dimension)
         width       0  4  4    0  4  4
         height      4  4  4    4  4  4
     )");
-    EXPECT_FALSE(std::is_polymorphic_v<Dimension>);
 }
 
 std::vector<Place> fields(FieldsOf<Rectangle>);
@@ -246,7 +244,6 @@ TEST(LayoutTest, Rectangle)
         width        8   4  4     8   4  4
         height      12   4  4    12   4  4
     )");
-    EXPECT_FALSE(std::is_polymorphic_v<Rectangle>);
 }
 
 std::vector<Place> fields(FieldsOf<Screen>);
@@ -260,7 +257,6 @@ TEST(LayoutTest, Screen)
         __height   4   4  4    4   4  4
         __size     8   8  4    8   8  4
     )");
-    EXPECT_FALSE(std::is_polymorphic_v<Screen>);
 }
 
 std::vector<Place> fields(FieldsOf<Color>);
@@ -276,7 +272,6 @@ TEST(LayoutTest, Color)
         __saturation   8   4  4     8   4  4
         __value       12   4  4    12   4  4
     )");
-    EXPECT_FALSE(std::is_polymorphic_v<Color>);
 }
 
 TEST(LayoutTest, ClassesOfStaticFunctionsHaveNoFields)
@@ -300,7 +295,6 @@ TEST(LayoutTest, Timer)
         __callback    4  16  4     8  32  8
         __source     20   8  4    40  16  8
     )");
-    EXPECT_FALSE(std::is_polymorphic_v<Timer>);
 }
 
 std::vector<Place> fields(FieldsOf<WaitingLoop>);
@@ -323,7 +317,6 @@ TEST(LayoutTest, WaitingLoop)
         __waiting        61   1  1    121    1  1
         __noTimeout      64   4  4    124    4  4
     )");
-    EXPECT_FALSE(std::is_polymorphic_v<WaitingLoop>);
 }
 
 // ---- Scripts ------------------------------------------------------------------------------------
@@ -334,7 +327,6 @@ template struct Expose<Script, &Script::__filePath, &Script::__methodName, &Scri
 
 TEST(LayoutTest, Script)
 {
-    // In front of the fields, here as below, is the pointer to the table of virtual functions.
     expectLayout<Script>(R"(
         Script             0  60  4     0  80  8
         __filePath         4  24  4     8  32  8
@@ -408,7 +400,6 @@ TEST(LayoutTest, ObjectManager)
         __objects         0  12  4     0  24  8
         __invalidHandle  12   4  4    24   4  4
     )");
-    EXPECT_FALSE(std::is_polymorphic_v<ObjectManager<WaitingLoop>>);
 }
 
 TEST(LayoutTest, TheTimerOfAScriptIsATimerWithAStateAndAName)
@@ -450,7 +441,6 @@ TEST(LayoutTest, Xml)
         __endElementCallback    44  16  4     72   32  8
         __charactersCallback    60  16  4    104   32  8
     )");
-    EXPECT_FALSE(std::is_polymorphic_v<Xml>);
 }
 
 std::vector<Place> fields(FieldsOf<XmlNode>);
@@ -467,7 +457,6 @@ TEST(LayoutTest, XmlNode)
         __attributes  52  12  4     72   24  8
         __children    64  12  4     96   24  8
     )");
-    EXPECT_FALSE(std::is_polymorphic_v<XmlNode>);
 }
 
 std::vector<Place> fields(FieldsOf<XmlDocument>);
@@ -486,7 +475,6 @@ TEST(LayoutTest, XmlDocument)
         __outputFilePath  16  24  4    32  32  8
         __styleSheet      40   4  4    64   8  8
     )");
-    EXPECT_FALSE(std::is_polymorphic_v<XmlDocument>);
 }
 
 std::vector<Place> fields(FieldsOf<XmlStyleSheet>);
@@ -499,7 +487,6 @@ TEST(LayoutTest, XmlStyleSheet)
         __path          0  24  4     0  32  8
         __native       24   4  4    32   8  8
     )");
-    EXPECT_FALSE(std::is_polymorphic_v<XmlStyleSheet>);
 }
 
 // ---- Virtual functions --------------------------------------------------------------------------

@@ -35,9 +35,8 @@ static_assert(sizeof(float) == sizeof(std::uint32_t) && std::numeric_limits<floa
 
 // ---- What the type looks like -------------------------------------------------------------------
 
-static_assert(sizeof(Color) == 16);
 static_assert(std::is_trivially_copyable_v<Color> && std::is_standard_layout_v<Color>);
-static_assert(std::is_trivially_destructible_v<Color> && !std::is_polymorphic_v<Color>);
+static_assert(std::is_trivially_destructible_v<Color>);
 static_assert(!std::is_default_constructible_v<Color>);
 static_assert(std::is_copy_constructible_v<Color> && std::is_move_constructible_v<Color>);
 static_assert(

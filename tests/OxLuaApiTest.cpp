@@ -15,7 +15,6 @@
 #include "NativeApi.h"
 #include "OxLuaScript.h"
 #include "OxStatus.h"
-#include "VirtualSlot.h"
 
 namespace oxil::test {
 namespace {
@@ -93,15 +92,6 @@ std::string evaluated(const LoadedScript& loaded, const std::string& expression)
     const std::string result = lua_tostring(state, -1);
     lua_pop(state, 1);
     return result;
-}
-
-TEST(LuaApiTest, NothingElseIsVirtual)
-{
-    EXPECT_EQ(virtualSlot(&LuaApi::load), -1);
-    EXPECT_EQ(virtualSlot(&LuaApi::unload), -1);
-    EXPECT_EQ(virtualSlot(&LuaApi::isLoaded), -1);
-    EXPECT_EQ(virtualSlot(&LuaApi::getLuaScript), -1);
-    EXPECT_EQ(virtualSlot(&LuaApi::registerApiTable), -1);
 }
 
 TEST(LuaApiTest, StartsWithoutScript)

@@ -22,7 +22,6 @@
 #include "NativeApi.h"
 #include "OxStatus.h"
 #include "ScriptFile.h"
-#include "VirtualSlot.h"
 
 namespace oxil::test {
 namespace {
@@ -86,13 +85,6 @@ TEST(LuaScriptTest, StartsUnloaded)
     EXPECT_EQ(script.getParameterCount(), 0);
     EXPECT_EQ(LuaScript().getFilePath(), "");
     EXPECT_EQ(LuaScript().getLuaState(), nullptr);
-}
-
-TEST(LuaScriptTest, AddsNoVirtualFunctions)
-{
-    EXPECT_EQ(virtualSlot(&LuaScript::addLuaApi), -1);
-    EXPECT_EQ(virtualSlot(&LuaScript::removeLuaApi), -1);
-    EXPECT_EQ(virtualSlot(&LuaScript::getLuaState), -1);
 }
 
 TEST(LuaScriptTest, LoadedScriptHasTheBuiltInTablesOnItsStack)

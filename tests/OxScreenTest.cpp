@@ -38,9 +38,7 @@ constexpr const char* HEIGHT_KEY = OXIL_FEATURE_NAMESPACE "/feature/screen.heigh
 
 // ---- What the interface looks like --------------------------------------------------------------
 
-static_assert(!std::is_polymorphic_v<Screen>);
 static_assert(std::is_standard_layout_v<Screen>);
-static_assert(sizeof(Screen) == 2 * sizeof(int) + sizeof(Dimension));
 static_assert(std::is_default_constructible_v<Screen> && std::is_destructible_v<Screen>);
 
 // Each initializer names exactly one type.

@@ -16,7 +16,6 @@
 
 #include "LogCapture.h"
 #include "OxStatus.h"
-#include "VirtualSlot.h"
 
 namespace oxil::test {
 namespace {
@@ -99,17 +98,6 @@ public:
 
     int onLoading() override { return 0; }
 };
-
-TEST(ScriptTest, NothingButTheHooksIsVirtual)
-{
-    EXPECT_EQ(virtualSlot(&Script::load), -1);
-    EXPECT_EQ(virtualSlot(&Script::getFilePath), -1);
-    EXPECT_EQ(virtualSlot(&Script::getMethodName), -1);
-    EXPECT_EQ(virtualSlot(&Script::getReturnCount), -1);
-    EXPECT_EQ(virtualSlot(&Script::getParameterCount), -1);
-    EXPECT_EQ((virtualSlot<Script, int(const std::string&, int)>(&Script::callMethod)), -1);
-    EXPECT_EQ((virtualSlot<Script, int(const std::string&)>(&Script::callMethod)), -1);
-}
 
 TEST(ScriptTest, StartsWithNothing)
 {

@@ -46,7 +46,6 @@ using testing::IsEmpty;
 
 using Callback = std::function<void()>;
 
-static_assert(!std::is_polymorphic_v<Timer>);
 static_assert(std::is_nothrow_destructible_v<Timer>);
 static_assert(!std::is_copy_constructible_v<Timer> && !std::is_copy_assignable_v<Timer>);
 static_assert(!std::is_move_constructible_v<Timer> && !std::is_move_assignable_v<Timer>);

@@ -51,21 +51,8 @@ static_assert(std::is_nothrow_move_constructible_v<Variant>);
 static_assert(std::is_nothrow_move_assignable_v<Variant>);
 static_assert(std::is_nothrow_destructible_v<Variant>);
 static_assert(std::is_nothrow_constructible_v<Variant, std::string&&>);
-static_assert(!std::is_polymorphic_v<Variant>);
 static_assert(noexcept(std::declval<const Variant&>() == std::declval<const Variant&>()));
 static_assert(noexcept(std::declval<const Variant&>() != std::declval<const Variant&>()));
-
-// The members in their order.
-struct Layout {
-    std::int32_t tag;
-    union {
-        long long integer;
-        double real;
-    } number;
-    std::string text;
-};
-static_assert(sizeof(Variant) == sizeof(Layout) && alignof(Variant) == alignof(Layout));
-static_assert(alignof(long long) != 8 || sizeof(Variant) == 16 + sizeof(std::string));
 
 const LoggedBy logged("OxVariant.cpp");
 
@@ -80,11 +67,6 @@ std::string bytesOf(T value)
     std::string bytes(sizeof value, '\0');
     std::memcpy(bytes.data(), &value, sizeof value);
     return bytes;
-}
-
-std::string bytesOfObject(const Variant& value)
-{
-    return std::string(reinterpret_cast<const char*>(&value), sizeof value);
 }
 
 // The values stand at the positions that their kinds' numbers give.
@@ -994,20 +976,6 @@ TEST(VariantTest, WhatWasInMemoryBeforeDoesNotShow)
     expectOwnBytesOnly(0ULL);
     expectOwnBytesOnly(0.0f);
     expectOwnBytesOnly(0.0);
-}
-
-TEST(VariantTest, TheFieldsStandInTheOrderTagNumberText)
-{
-    for (const NumberBytes& number : numbersAndTheirBytes()) {
-        const std::string object = bytesOfObject(number.value);
-        EXPECT_EQ(object.substr(0, 4), bytesOf(std::int32_t{number.value.getType()}));
-        EXPECT_EQ(object.substr(offsetof(Layout, number), number.bytes.size()), number.bytes);
-    }
-    for (const Variant& value : {Variant(), Variant("abc"), Variant(std::string(100, 'x'))}) {
-        const std::string object = bytesOfObject(value);
-        EXPECT_EQ(object.substr(0, 4), bytesOf(std::int32_t{value.getType()}));
-        EXPECT_EQ(object.substr(offsetof(Layout, number), 8), std::string(8, '\0'));
-    }
 }
 
 TEST(VariantTest, ConversionsAndComparisonsAllocateNothing)

@@ -39,7 +39,6 @@ using testing::IsEmpty;
 
 using Predicate = std::function<bool()>;
 
-static_assert(!std::is_polymorphic_v<WaitingLoop>);
 static_assert(std::is_nothrow_destructible_v<WaitingLoop>);
 static_assert(!std::is_copy_constructible_v<WaitingLoop> &&
               !std::is_copy_assignable_v<WaitingLoop>);

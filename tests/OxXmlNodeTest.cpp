@@ -31,7 +31,6 @@ using Texts = std::vector<std::string>;
 
 // ---- What the compiler can tell -----------------------------------------------------------------
 
-static_assert(!std::is_polymorphic_v<XmlNode>);
 static_assert(std::is_nothrow_destructible_v<XmlNode>);
 static_assert(
     std::is_same_v<XmlNode&, decltype(std::declval<XmlNode&>() = std::declval<const XmlNode&>())>);

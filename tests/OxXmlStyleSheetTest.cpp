@@ -53,7 +53,6 @@ using testing::Not;
 
 // ---- What the compiler can tell -----------------------------------------------------------------
 
-static_assert(!std::is_polymorphic_v<XmlStyleSheet>);
 static_assert(std::is_nothrow_destructible_v<XmlStyleSheet>);
 static_assert(!std::is_copy_constructible_v<XmlStyleSheet> &&
               !std::is_copy_assignable_v<XmlStyleSheet>);
