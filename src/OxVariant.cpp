@@ -11,7 +11,7 @@
 
 #include "OxLog.h"
 #include "OxStatus.h"
-#include "internal/OxDataArea.h"
+#include "internal/OxTextSlot.h"
 
 namespace oxil {
 namespace {
@@ -60,6 +60,8 @@ std::string toSixDecimals(double value)
 }
 
 }  // namespace
+
+// What follows logs for the constructors, which are inline.
 
 void Variant::__logLoss(long value) noexcept
 {

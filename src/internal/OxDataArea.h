@@ -8,55 +8,26 @@
 #include <string>
 
 #include "OxVariant.h"
+#include "internal/OxTextSlot.h"
 
 /** How keys and values stand in a data area. */
 namespace oxil::internal {
-
-/** Bytes of a text in a data area: at most 255 characters and a NUL. */
-inline constexpr std::size_t TEXT_SLOT_SIZE = 256;
-
-/**
- * Writes a text up to its first NUL byte, cut to @p size - 1 characters, and a terminating NUL.
- *
- * What is behind the NUL stays as it is. Nothing is written when @p size is 0.
- *
- * @return the characters written
- */
-inline std::size_t copyText(void* destination, std::size_t size, const std::string& text) noexcept
-{
-    if (size == 0) {
-        return 0;
-    }
-    const std::size_t length = strnlen(text.c_str(), size - 1);
-    std::memcpy(destination, text.c_str(), length);
-    static_cast<char*>(destination)[length] = '\0';
-    return length;
-}
-
-/** Writes a whole slot, with zeros behind the text; returns the slot's size. */
-inline std::size_t copyTextSlot(void* slot, const std::string& text) noexcept
-{
-    const std::size_t length = copyText(slot, TEXT_SLOT_SIZE, text);
-    std::memset(static_cast<char*>(slot) + length, 0, TEXT_SLOT_SIZE - length);
-    return TEXT_SLOT_SIZE;
-}
-
-/** Whether a text comes out of its slot as it went in. */
-inline bool survives(const std::string& text) noexcept
-{
-    return text.length() < TEXT_SLOT_SIZE && text.find('\0') == std::string::npos;
-}
 
 inline bool survives(const Variant& value) noexcept
 {
     return value.getType() == VARIANT_TYPE_STRING ? survives(value.__getText()) : !value.empty();
 }
 
-/** Bytes of a value; -1 for one that can't be stored. */
+/** Bytes of a value of this kind; -1 for a kind that can't be stored. */
+inline int getTypeSpace(VariantType type) noexcept
+{
+    return type == VARIANT_TYPE_STRING ? static_cast<int>(TEXT_SLOT_SIZE)
+                                       : Variant::__getNumberSize(type);
+}
+
 inline int getValueSpace(const Variant& value) noexcept
 {
-    return value.getType() == VARIANT_TYPE_STRING ? static_cast<int>(TEXT_SLOT_SIZE)
-                                                  : Variant::__getNumberSize(value.getType());
+    return getTypeSpace(value.getType());
 }
 
 /** Writes a value; returns its bytes, or -1 after Variant::toRaw() has logged why it can't. */
