@@ -216,21 +216,16 @@ public:
     /** The same for block 0. */
     int deserialize(const SerializedData& data);
 
-    /** The key itself; meant for the library itself. */
+    /** The key, without a copy; meant for the library itself. */
     const std::string& __getKey() const noexcept { return __key; }
 
-    /** The value itself; meant for the library itself. */
+    /** The value, without a copy; meant for the library itself. */
     const Variant& __getValue() const noexcept { return __value; }
-
-    /** Whether it can be read back as it is; meant for the library itself. */
-    OXIL_LOCAL bool __survives() const noexcept;
 
     /** Bytes that copySerializedData() may write; meant for the library itself. */
     OXIL_LOCAL std::size_t __getSpace() const noexcept;
 
 private:
-    friend class KeyValues;  // compares and hands on keys and values without copies
-
     std::string __key;
     Variant __value;
 };

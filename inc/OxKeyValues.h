@@ -306,7 +306,6 @@ private:
     template <typename... Parts>
     OXIL_LOCAL bool __add(const std::string& key, Parts&&... parts);
     OXIL_LOCAL void __makeIndex();
-    OXIL_LOCAL std::size_t __describe(int block, SerializedData& data) const noexcept;
     OXIL_LOCAL void __erase(int index);
 
     std::vector<KeyValue> __entries;

@@ -9,10 +9,6 @@
 
 namespace oxil {
 
-namespace internal {
-class NewDataArea;
-}  // namespace internal
-
 /** Overload tag: asks for the repeating form of an operation. Its value is never looked at. */
 enum Repeatable : std::int32_t { REPEATABLE = 0 };
 
@@ -311,20 +307,25 @@ public:
      *  itself. */
     OXIL_LOCAL const SerializationInfo& __getInfo() const noexcept { return *__info; }
 
+    /** The same, to be changed. */
+    OXIL_LOCAL SerializationInfo& __getInfo() noexcept { return *__info; }
+
     /** Leaves neither blocks nor data, and gives the description to be written; meant for the
      *  library itself. */
     OXIL_LOCAL SerializationInfo& __restart() noexcept;
 
-private:
-    friend class KeyValues;              // describes its entries in one go
-    friend class internal::NewDataArea;  // sees to it that there is as much data as is described
+    /** Whether there is such a block; meant for the library itself. */
+    OXIL_LOCAL bool __isValidBlock(int block) const noexcept;
 
+    /** Releases the data area if it is owned, and forgets it in any case; meant for the library
+     *  itself. */
+    OXIL_LOCAL void __dropData() noexcept;
+
+private:
     using Release = void (*)(void*);
 
-    OXIL_LOCAL bool __isValidBlock(int block) const;
     OXIL_LOCAL int __getOffset(int block) const;
     OXIL_LOCAL void __replaceData(void* data, bool owned);
-    OXIL_LOCAL void __dropData() noexcept;
 
     SerializationInfo* __info;
     Release __release;

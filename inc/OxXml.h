@@ -215,6 +215,7 @@ public:
     void __onExactCharacters(const char* text, int length);
 
 private:
+    // Without underscores, as its log lines name it.
     OXIL_LOCAL int read(const std::string& xmlFilePath, const _xmlSAXHandler& handlers);
 
     IXmlEventListener* __listener;

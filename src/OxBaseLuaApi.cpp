@@ -44,6 +44,7 @@ public:
     }
 
 private:
+    // Without underscores, as its log line names it.
     void onTimerExpired()
     {
         if (__functionName.empty()) {

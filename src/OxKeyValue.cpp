@@ -126,12 +126,6 @@ int KeyValue::deserialize(const SerializedData& data)
     return deserialize(data, 0);
 }
 
-/** An empty key is refused by the reader. */
-bool KeyValue::__survives() const noexcept
-{
-    return !__key.empty() && internal::survives(__key) && internal::survives(__value);
-}
-
 /** Bytes that copySerializedData() may write. */
 std::size_t KeyValue::__getSpace() const noexcept
 {

@@ -8,6 +8,7 @@
 #include "internal/OxDataArea.h"
 #include "internal/OxKeyIndex.h"
 #include "internal/OxNewDataArea.h"
+#include "internal/OxTypeList.h"
 
 namespace oxil {
 
@@ -20,6 +21,28 @@ constexpr std::size_t LARGEST_UNINDEXED = 16;
 
 // Records have several entries as a rule: the list need not grow for each of the first.
 constexpr std::size_t FEWEST_RESERVED = 4;
+
+/** Appends the type entries up to the first entry for which addType() would refuse one; returns how
+ *  many entries it has described. */
+std::size_t describe(const std::vector<KeyValue>& entries, int block, SerializedData& data) noexcept
+{
+    if (!data.__isValidBlock(block)) {
+        return 0;
+    }
+    internal::TypeList types(data.__getInfo(), block);
+    std::size_t described = 0;
+    for (const KeyValue& entry : entries) {
+        const VariantType type = entry.__getValue().getType();
+        const int size = internal::getTypeSpace(type);
+        if (size < 1 || !types.hasRoom(2)) {
+            break;
+        }
+        types.append(VARIANT_TYPE_STRING, internal::getTypeSpace(VARIANT_TYPE_STRING));
+        types.append(type, size);
+        ++described;
+    }
+    return described;
+}
 
 }  // namespace
 
@@ -101,7 +124,10 @@ KeyValue KeyValues::getKeyValue(const std::string& key) const
         return Variant();
     }
     const int index = __find(key);
-    return index != ABSENT ? __at(index).__value : getKeyValue(key).__value;
+    if (index == ABSENT) {
+        return getKeyValue(key).getValue();  // logs it, under that name
+    }
+    return __at(index).getValue();
 }
 
 KeyValue KeyValues::getKeyValue(int index) const
@@ -119,7 +145,7 @@ std::string KeyValues::getKey(int index) const
         OX_ERROR("Invalid parameter : index(%d).", index);
         return std::string();
     }
-    return __entries.at(static_cast<std::size_t>(index)).__key;
+    return __entries.at(static_cast<std::size_t>(index)).__getKey();
 }
 
 Variant KeyValues::getValue(int index) const
@@ -128,7 +154,7 @@ Variant KeyValues::getValue(int index) const
         OX_ERROR("Invalid parameter : index(%d).", index);
         return Variant();
     }
-    return __entries.at(static_cast<std::size_t>(index)).__value;
+    return __entries.at(static_cast<std::size_t>(index)).__getValue();
 }
 
 std::vector<std::string> KeyValues::getKeys() const
@@ -136,7 +162,7 @@ std::vector<std::string> KeyValues::getKeys() const
     std::vector<std::string> keys;
     keys.reserve(__entries.size());
     for (const KeyValue& entry : __entries) {
-        keys.push_back(entry.__key);
+        keys.push_back(entry.__getKey());
     }
     return keys;
 }
@@ -146,15 +172,18 @@ std::vector<Variant> KeyValues::getValues() const
     std::vector<Variant> values;
     values.reserve(__entries.size());
     for (const KeyValue& entry : __entries) {
-        values.push_back(entry.__value);
+        values.push_back(entry.__getValue());
     }
     return values;
 }
 
 bool KeyValues::isIncluded(const KeyValue& entry) const
 {
-    const int index = entry.__key.empty() ? ABSENT : __find(entry.__key);
-    return index != ABSENT ? __at(index) == entry : getKeyValue(entry.__key) == entry;
+    const int index = entry.__getKey().empty() ? ABSENT : __find(entry.__getKey());
+    if (index == ABSENT) {
+        return getKeyValue(entry.__getKey()) == entry;  // logs it, under that name
+    }
+    return __at(index) == entry;
 }
 
 bool KeyValues::isIncluded(const std::string& key, const Variant& value) const
@@ -164,8 +193,8 @@ bool KeyValues::isIncluded(const std::string& key, const Variant& value) const
 
 int KeyValues::add(const KeyValue& entry)
 {
-    if (!__add(entry.__key, entry)) {
-        OX_ERROR("Key(%s) already exist.", entry.__key.c_str());
+    if (!__add(entry.__getKey(), entry)) {
+        OX_ERROR("Key(%s) already exist.", entry.__getKey().c_str());
         return STATUS_ALREADY_EXISTS;
     }
     return STATUS_SUCCESS;
@@ -173,8 +202,8 @@ int KeyValues::add(const KeyValue& entry)
 
 int KeyValues::add(KeyValue&& entry)
 {
-    if (!__add(entry.__key, std::move(entry))) {
-        OX_ERROR("Key(%s) already exist.", entry.__key.c_str());
+    if (!__add(entry.__getKey(), std::move(entry))) {
+        OX_ERROR("Key(%s) already exist.", entry.__getKey().c_str());
         return STATUS_ALREADY_EXISTS;
     }
     return STATUS_SUCCESS;
@@ -195,39 +224,39 @@ int KeyValues::add(KeyValue&& entry)
 
 int KeyValues::update(const KeyValue& entry)
 {
-    const int index = getIndex(entry.__key);
+    const int index = getIndex(entry.__getKey());
     if (index >= 0 && index < getCount()) {
-        __at(index).__value = entry.__value;
+        __at(index).setValue(entry.__getValue());
         return STATUS_SUCCESS;
     }
 
     // An update is a removal and an insertion at the same place, and this is how the removal of an
     // entry that is not there fails.
     const int r = remove(index);
-    OX_ERROR("Failed to remove (%s).", entry.__key.c_str());
+    OX_ERROR("Failed to remove (%s).", entry.__getKey().c_str());
     return r;
 }
 
 [[gnu::flatten]] int KeyValues::update(const std::string& key, const Variant& value)
 {
     const int index = key.empty() ? ABSENT : __find(key);
-    if (index != ABSENT) {
-        __at(index).__value = value;
-        return STATUS_SUCCESS;
+    if (index == ABSENT) {
+        return update(getKeyValue(key));  // log it, under these names
     }
-    return update(getKeyValue(key));
+    __at(index).setValue(value);
+    return STATUS_SUCCESS;
 }
 
 int KeyValues::update(int index, const Variant& value)
 {
     if (index >= getCount()) {
-        return update(getKeyValue(index));
+        return update(getKeyValue(index));  // log it, under these names
     }
     KeyValue& entry = __entries.at(static_cast<std::size_t>(index));
-    if (entry.__key.empty()) {
+    if (entry.__getKey().empty()) {
         return update(entry);
     }
-    entry.__value = value;
+    entry.setValue(value);
     return STATUS_SUCCESS;
 }
 
@@ -246,7 +275,7 @@ int KeyValues::remove(const std::string& key)
 
 int KeyValues::remove(const KeyValue& entry)
 {
-    return remove(entry.__key);
+    return remove(entry.__getKey());
 }
 
 int KeyValues::remove(int index)
@@ -262,7 +291,7 @@ int KeyValues::remove(int index)
 int KeyValues::setSerializedDataInfo(int block, SerializedData& data) const
 {
     // One by one only where one is refused, which tells why.
-    for (std::size_t i = __describe(block, data); i < __entries.size(); ++i) {
+    for (std::size_t i = describe(__entries, block, data); i < __entries.size(); ++i) {
         const int r = __entries[i].setSerializedDataInfo(block, data);
         if (r != STATUS_SUCCESS) {
             OX_ERROR("r (%d).", r);
@@ -285,8 +314,8 @@ int KeyValues::copySerializedData(void* destination) const
     }
     int offset = 0;
     for (const KeyValue& entry : __entries) {
-        offset += internal::writeEntry(static_cast<char*>(destination) + offset, entry.__key,
-                                       entry.__value);
+        offset += internal::writeEntry(static_cast<char*>(destination) + offset, entry.__getKey(),
+                                       entry.__getValue());
     }
     return offset;
 }
@@ -304,7 +333,7 @@ int KeyValues::copySerializedData(void* destination, int size) const
     int offset = 0;
     for (const KeyValue& entry : __entries) {
         const int copied = internal::writeEntry(static_cast<char*>(destination) + offset,
-                                                entry.__key, entry.__value);
+                                                entry.__getKey(), entry.__getValue());
         offset += copied;
         if (offset > size) {
             OX_ERROR("Invalid copySize (%d) size( %d)", copied, size);
@@ -387,10 +416,10 @@ int KeyValues::__find(const internal::WantedKey& key) const noexcept
 {
     if (__index != nullptr) {
         return __index->find(__index->hash(key),
-                             [&](int position) { return key == __at(position).__key; });
+                             [&](int position) { return key == __at(position).__getKey(); });
     }
     for (std::size_t i = 0; i < __entries.size(); ++i) {
-        if (key == __entries[i].__key) {
+        if (key == __entries[i].__getKey()) {
             return static_cast<int>(i);
         }
     }
@@ -428,7 +457,7 @@ void KeyValues::__makeIndex()
     auto index = std::make_unique<internal::KeyIndex>(internal::HashSeed::ofProcess());
     for (int i = 0; i < getCount(); ++i) {
         index->reserveOne();
-        index->insert(index->hash(internal::WantedKey(__at(i).__key)), i);
+        index->insert(index->hash(internal::WantedKey(__at(i).__getKey())), i);
     }
     __index = std::move(index);
 }
@@ -436,43 +465,9 @@ void KeyValues::__makeIndex()
 void KeyValues::__erase(int index)
 {
     if (__index != nullptr) {
-        __index->remove(__index->hash(internal::WantedKey(__at(index).__key)), index);
+        __index->remove(__index->hash(internal::WantedKey(__at(index).__getKey())), index);
     }
     __entries.erase(__entries.begin() + index);
-}
-
-/** Appends the type entries up to the first entry for which addType() would refuse one; returns how
- *  many entries it has described. */
-std::size_t KeyValues::__describe(int block, SerializedData& data) const noexcept
-{
-    if (!data.__isValidBlock(block)) {
-        return 0;
-    }
-    SerializationInfo& info = *data.__info;
-    std::uint8_t* types = info.types[block];
-    std::int32_t* sizes = info.typeSizes[block];
-    int count = info.typeCount[block];
-    // A description made elsewhere may be so large that the sum wraps around.
-    unsigned int dataSize = static_cast<unsigned int>(info.dataSize[block]);
-    std::size_t described = 0;
-    const std::size_t entryCount = __entries.size();
-    for (; described < entryCount && count >= 0 && count <= MAX_TYPE_COUNT - 2; ++described) {
-        const Variant& value = __entries[described].__value;
-        const int size = internal::getValueSpace(value);
-        if (size < 1) {
-            break;
-        }
-        types[count] = VARIANT_TYPE_STRING;
-        sizes[count] = static_cast<std::int32_t>(internal::TEXT_SLOT_SIZE);
-        types[count + 1] = static_cast<std::uint8_t>(value.getType());
-        sizes[count + 1] = size;
-        count += 2;
-        dataSize +=
-            static_cast<unsigned int>(internal::TEXT_SLOT_SIZE) + static_cast<unsigned int>(size);
-    }
-    info.typeCount[block] = count;
-    info.dataSize[block] = static_cast<int>(dataSize);
-    return described;
 }
 
 void KeyValues::__reserve(std::size_t count)
@@ -487,7 +482,7 @@ std::size_t KeyValues::__getSpace() const noexcept
 {
     std::size_t space = 0;
     for (const KeyValue& entry : __entries) {
-        space += internal::getEntrySpace(entry.__value);
+        space += internal::getEntrySpace(entry.__getValue());
     }
     return space;
 }

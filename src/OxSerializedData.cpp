@@ -11,6 +11,7 @@
 #include "OxStatus.h"
 #include "internal/OxDataArea.h"
 #include "internal/OxDescription.h"
+#include "internal/OxTypeList.h"
 
 namespace oxil {
 namespace {
@@ -34,6 +35,7 @@ static_assert(MAX_BLOCK_COUNT * MAX_TYPE_COUNT * (BYTES_OF_VALUE + BYTES_OF_TEXT
               BYTES_OF_ANY_MESSAGE);
 
 constexpr int TEXT_SIZE = static_cast<int>(internal::TEXT_SLOT_SIZE);
+static_assert(TEXT_SIZE == MAX_TEXT_LENGTH + 1);
 
 // Sums and products of an unchecked description wrap around instead of overflowing.
 int add(int left, int right)
@@ -279,16 +281,12 @@ int SerializedData::addType(int block, VariantType type, int size)
         OX_ERROR("Invalid parameter (%d).", block);
         return STATUS_INVALID_PARAMETER;
     }
-    const int count = __info->typeCount[block];
-    if (count < 0 || count >= MAX_TYPE_COUNT) {
-        OX_ERROR("Max exceeded (%d).", count);
-        return STATUS_CAPACITY_EXCEEDED;
+    if (internal::TypeList types(*__info, block); types.hasRoom(1)) {
+        types.append(type, size);
+        return STATUS_SUCCESS;
     }
-    __info->types[block][count] = static_cast<std::uint8_t>(type);
-    __info->typeSizes[block][count] = size;
-    __info->dataSize[block] = add(__info->dataSize[block], size);
-    __info->typeCount[block] = count + 1;
-    return STATUS_SUCCESS;
+    OX_ERROR("Max exceeded (%d).", __info->typeCount[block]);
+    return STATUS_CAPACITY_EXCEEDED;
 }
 
 int SerializedData::addType(int block, VariantType type)
@@ -423,7 +421,7 @@ const SerializationInfo& SerializedData::getSerializationInfo() const
 
 int SerializedData::__getTypeSize(VariantType type) const
 {
-    return type == VARIANT_TYPE_STRING ? TEXT_SIZE : Variant::__getNumberSize(type);
+    return internal::getTypeSpace(type);
 }
 
 void SerializedData::setRemained(bool remained)
@@ -530,7 +528,7 @@ SerializationInfo& SerializedData::__restart() noexcept
     return *__info;
 }
 
-bool SerializedData::__isValidBlock(int block) const
+bool SerializedData::__isValidBlock(int block) const noexcept
 {
     return block >= 0 && block < __info->blockCount && block < MAX_BLOCK_COUNT;
 }
@@ -555,7 +553,6 @@ void SerializedData::__replaceData(void* data, bool owned)
     }
 }
 
-/** Releases the data area if it is owned, and forgets it in any case. */
 void SerializedData::__dropData() noexcept
 {
     if (__ownsData) {

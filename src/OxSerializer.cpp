@@ -28,8 +28,11 @@ public:
 
     Inspection& entry(const KeyValue& entry)
     {
-        if (!__found && !entry.__survives()) {
-            __found = entry.getKey();
+        const std::string& key = entry.__getKey();
+        // An empty key is refused by the reader.
+        if (!__found &&
+            (key.empty() || !internal::survives(key) || !internal::survives(entry.__getValue()))) {
+            __found = key;
         }
         return *this;
     }

@@ -67,7 +67,7 @@ private:
      *  are soon more than an int can count, and then any int is too small. */
     long long __getDescribedSize() const noexcept
     {
-        const SerializationInfo& info = *__target.__info;
+        const SerializationInfo& info = __target.__getInfo();
         long long size = 0;
         for (int block = 0; block < std::min(info.blockCount, MAX_BLOCK_COUNT); ++block) {
             const long long once = std::max(info.dataSize[block], 0);

@@ -35,8 +35,7 @@ inline constexpr std::size_t kindsSize(std::size_t count)
 /** The size that is not told, -1 for kinds that nothing is known of. */
 inline int defaultSizeOf(int kind)
 {
-    return kind == VARIANT_TYPE_STRING ? static_cast<int>(TEXT_SLOT_SIZE)
-                                       : Variant::__getNumberSize(static_cast<VariantType>(kind));
+    return getTypeSpace(static_cast<VariantType>(kind));
 }
 
 inline std::size_t varintSize(std::uint32_t number)
