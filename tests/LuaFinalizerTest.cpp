@@ -160,5 +160,37 @@ TEST(LuaFinalizerTest, FailingFinalizersStayInsideANestedCall)
     EXPECT_TRUE(destroyed);
 }
 
+TEST(LuaFinalizerTest, ThoseThatFailAndLeaveOthersDoNotKeepACallForEver)
+{
+    const ScriptFile file(
+        "collectgarbage('setstepmul', 1000000) collectgarbage() collectgarbage('stop')\n"
+        "local inner = false\n"
+        "local function leaveTwo(finalizer)\n"
+        "  for i = 1, 2 do getmetatable(newproxy(true)).__gc = finalizer end\n"
+        "end\n"
+        "local function fail()\n"
+        "  if not inner then\n"
+        "    native.run() leaveTwo(fail)\n"
+        "    inner = true pcall(collectgarbage) inner = false\n"
+        "  end\n"
+        "  collectgarbage('restart') error('gone', 0)\n"
+        "end\n"
+        "function number() leaveTwo(fail) return 0.5 end");
+    CollectingScript script(file.path());
+    int failures = 0;
+    NativeApi api([&](lua_State*, const std::string&) {
+        if (++failures >= 1000) {  // or Lua would never have closed the state
+            throw std::runtime_error("the last one");
+        }
+    });
+    script.addLuaApi(&api);
+    ASSERT_EQ(script.load(), STATUS_SUCCESS);
+    std::string number;
+
+    script.callMethod("number", std::tie(number));
+
+    EXPECT_LT(failures, 1000);
+}
+
 }  // namespace
 }  // namespace oxil::test

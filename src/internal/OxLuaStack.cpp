@@ -159,7 +159,8 @@ void pushPointer(lua_State* state, const void* pointer)
 }
 
 // A finalizer that fails interrupts what happens to run. It has had its turn then, so there is a
-// point in trying that again, and as many may have failed as this.
+// point in trying that again. A hundred at once are more than a script has that means no harm, and
+// those that leave others like themselves behind never come to an end.
 constexpr int ATTEMPTS = 100;
 
 /** Calls a kept function with one argument; false, with nothing left, if it failed. */
