@@ -9,7 +9,7 @@ namespace oxil {
 class OXIL_API Dimension {
 public:
     /** (0, 0). */
-    constexpr Dimension() noexcept : width(0), height(0) {}
+    constexpr Dimension() noexcept = default;
 
     /** From a size in pixels. */
     constexpr Dimension(int newWidth, int newHeight) noexcept : width(newWidth), height(newHeight)
@@ -23,8 +23,8 @@ public:
         height = newHeight;
     }
 
-    int width;   ///< pixels
-    int height;  ///< pixels
+    int width = 0;   ///< pixels
+    int height = 0;  ///< pixels
 };
 
 }  // namespace oxil

@@ -9,7 +9,7 @@ namespace oxil {
 class OXIL_API Point {
 public:
     /** (0, 0). */
-    constexpr Point() noexcept : x(0), y(0) {}
+    constexpr Point() noexcept = default;
 
     /** From a position in pixels. */
     constexpr Point(int newX, int newY) noexcept : x(newX), y(newY) {}
@@ -24,8 +24,8 @@ public:
     /** Sets both. */
     constexpr void setPosition(const Point& position) noexcept { *this = position; }
 
-    int x;  ///< pixels from the left
-    int y;  ///< pixels from the top
+    int x = 0;  ///< pixels from the left
+    int y = 0;  ///< pixels from the top
 };
 
 }  // namespace oxil

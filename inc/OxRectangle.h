@@ -11,7 +11,7 @@ namespace oxil {
 class OXIL_API Rectangle {
 public:
     /** All 0. */
-    constexpr Rectangle() noexcept : x(0), y(0), width(0), height(0) {}
+    constexpr Rectangle() noexcept = default;
 
     /** From position and size in pixels. */
     constexpr Rectangle(int newX, int newY, int newWidth, int newHeight) noexcept
@@ -68,10 +68,10 @@ public:
         setSize(size);
     }
 
-    int x;       ///< pixels from the left
-    int y;       ///< pixels from the top
-    int width;   ///< pixels
-    int height;  ///< pixels
+    int x = 0;       ///< pixels from the left
+    int y = 0;       ///< pixels from the top
+    int width = 0;   ///< pixels
+    int height = 0;  ///< pixels
 };
 
 }  // namespace oxil

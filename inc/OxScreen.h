@@ -49,8 +49,8 @@ public:
 private:
     static std::atomic<Screen*> __instance;  // read by any thread
 
-    int __width;
-    int __height;
+    int __width = 0;
+    int __height = 0;
     Dimension __size;
 };
 

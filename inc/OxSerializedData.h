@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <vector>
 
 #include "OxExport.h"
@@ -328,12 +329,12 @@ private:
     OXIL_LOCAL void __replaceData(void* data, bool owned);
 
     SerializationInfo* __info;
-    Release __release;
-    void* __data;
-    bool __ownsData;
+    Release __release = std::free;
+    void* __data = nullptr;
+    bool __ownsData = false;
     mutable std::vector<Variant> __values[MAX_BLOCK_COUNT];
-    bool __remained;
-    unsigned int __contextId;
+    bool __remained = false;
+    unsigned int __contextId = 0;
 };
 
 }  // namespace oxil

@@ -218,7 +218,7 @@ private:
     // Without underscores, as its log lines name it.
     OXIL_LOCAL int read(const std::string& xmlFilePath, const _xmlSAXHandler& handlers);
 
-    IXmlEventListener* __listener;
+    IXmlEventListener* __listener = nullptr;
     std::string __xmlFilePath;
     StartElementCallback __startElementCallback;
     EndElementCallback __endElementCallback;

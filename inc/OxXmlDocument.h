@@ -126,9 +126,9 @@ public:
 private:
     std::unique_ptr<_xmlDoc, void (*)(_xmlDoc*)> __document;
     mutable std::unique_ptr<XmlNode> __ownRoot;
-    XmlNode* __rootNode;
+    XmlNode* __rootNode = nullptr;
     std::string __outputFilePath;
-    XmlStyleSheet* __styleSheet;
+    XmlStyleSheet* __styleSheet = nullptr;
 };
 
 }  // namespace oxil

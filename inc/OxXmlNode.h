@@ -162,7 +162,7 @@ public:
     _xmlNode* __getNativeNode() const;
 
 private:
-    _xmlNode* __native;
+    _xmlNode* __native = nullptr;
     std::string __element;
     std::string __content;
     std::vector<std::string> __attributes;

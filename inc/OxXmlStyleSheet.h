@@ -90,7 +90,7 @@ public:
 
 private:
     std::string __path;
-    _xsltStylesheet* __native;
+    _xsltStylesheet* __native = nullptr;
 };
 
 }  // namespace oxil

@@ -85,12 +85,15 @@ ObjectManager<T>& getObjects()
     return *objects;
 }
 
-/** Adds a new object and returns its handle; -1 if there is no object. */
+/** What scripts get instead of a handle if there was no memory for an object. */
+constexpr int NO_HANDLE = -1;
+
+/** Adds a new object and returns its handle, or NO_HANDLE if there is no object. */
 template <typename T>
 int add(std::unique_ptr<T> object)
 {
     if (object == nullptr) {
-        return -1;
+        return NO_HANDLE;
     }
     const int handle = getObjects<T>().addObject(object.get());
     object.release();
@@ -155,7 +158,7 @@ int startTimer(lua_State* state)
     const int interval = checkInt(state, 1);
     const char* name = luaL_checkstring(state, 2);
     const bool repeat = lua_toboolean(state, 3) != 0;
-    int handle = -1;
+    int handle = NO_HANDLE;
 
     LuaGuard guard(state);
     const bool done = guard.run([&] {
@@ -179,7 +182,7 @@ constexpr luaL_Reg TIMER_FUNCTIONS[] = {
 
 int createLoop(lua_State* state)
 {
-    int handle = -1;
+    int handle = NO_HANDLE;
     LuaGuard guard(state);
     const bool done = guard.run(
         [&] { handle = add(std::unique_ptr<WaitingLoop>(new (std::nothrow) WaitingLoop())); });

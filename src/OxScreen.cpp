@@ -36,7 +36,7 @@ void Screen::__initInstance()
     __instance.store(screen, std::memory_order_release);
 }
 
-Screen::Screen() : __width(0), __height(0)
+Screen::Screen()
 {
     // What can't be told stays 0.
     system_info_get_platform_int(OXIL_FEATURE_NAMESPACE "/feature/screen.width", &__width);

@@ -121,13 +121,7 @@ bool decode(int type, const void* place, std::size_t size, std::vector<Variant>&
 
 SerializedData::SerializedData() : SerializedData(1) {}
 
-SerializedData::SerializedData(int blockCount)
-    : __info(makeInfo()),
-      __release(std::free),
-      __data(nullptr),
-      __ownsData(false),
-      __remained(false),
-      __contextId(0)
+SerializedData::SerializedData(int blockCount) : __info(makeInfo())
 {
     if (__info == nullptr) {
         OX_ERROR("Memory allocation failed.");
@@ -140,13 +134,7 @@ SerializedData::SerializedData(int blockCount)
     __info->blockCount = blockCount;
 }
 
-SerializedData::SerializedData(const SerializationInfo& info)
-    : __info(makeInfo(info)),
-      __release(std::free),
-      __data(nullptr),
-      __ownsData(false),
-      __remained(false),
-      __contextId(0)
+SerializedData::SerializedData(const SerializationInfo& info) : __info(makeInfo(info))
 {
     if (__info == nullptr) {
         OX_ERROR("Memory allocation failed.");

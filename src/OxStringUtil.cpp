@@ -31,7 +31,7 @@ private:
 /** Finds the ends of tokens at any of a set of delimiters. */
 class SeveralDelimiters {
 public:
-    explicit SeveralDelimiters(const std::string& delimiters) : __isDelimiter()
+    explicit SeveralDelimiters(const std::string& delimiters)
     {
         for (const char delimiter : delimiters) {
             __isDelimiter[static_cast<unsigned char>(delimiter)] = true;
@@ -52,7 +52,7 @@ public:
     }
 
 private:
-    bool __isDelimiter[UCHAR_MAX + 1];
+    bool __isDelimiter[UCHAR_MAX + 1] = {};
 };
 
 /**

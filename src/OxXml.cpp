@@ -320,9 +320,9 @@ xmlDocPtr parseFile(const std::string& path, int& error)
 
 IXmlEventListener::~IXmlEventListener() = default;
 
-Xml::Xml() : Xml("") {}
+Xml::Xml() = default;
 
-Xml::Xml(const std::string& xmlFilePath) : __listener(nullptr), __xmlFilePath(xmlFilePath) {}
+Xml::Xml(const std::string& xmlFilePath) : __xmlFilePath(xmlFilePath) {}
 
 Xml::Xml(const Xml& other) = default;
 

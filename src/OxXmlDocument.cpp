@@ -53,10 +53,7 @@ int save(std::FILE* file, xmlDocPtr document)
 
 XmlDocument::XmlDocument() : XmlDocument(newDocument()) {}
 
-XmlDocument::XmlDocument(_xmlDoc* document)
-    : __document(document, xmlFreeDoc), __rootNode(nullptr), __styleSheet(nullptr)
-{
-}
+XmlDocument::XmlDocument(_xmlDoc* document) : __document(document, xmlFreeDoc) {}
 
 // The members go in reverse order: a node for the root unlinks it before the tree is freed.
 XmlDocument::~XmlDocument() = default;

@@ -70,11 +70,11 @@ std::size_t measureCharacter(const char* text, std::size_t size)
 
 }  // namespace
 
-XmlNode::XmlNode() : __native(nullptr) {}
+XmlNode::XmlNode() = default;
 
 XmlNode::XmlNode(_xmlNode* node) : __native(node) {}
 
-XmlNode::XmlNode(const std::string& element) : __native(nullptr), __element(element)
+XmlNode::XmlNode(const std::string& element) : __element(element)
 {
     __native = newNode(__element);  // behind all that may throw
     if (__native == nullptr) {

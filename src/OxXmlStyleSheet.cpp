@@ -45,7 +45,7 @@ void dropIfIncomplete(xsltStylesheetPtr& native, const internal::MemoryWatch& wa
 
 }  // namespace
 
-XmlStyleSheet::XmlStyleSheet(const std::string& path) : __path(path), __native(nullptr) {}
+XmlStyleSheet::XmlStyleSheet(const std::string& path) : __path(path) {}
 
 XmlStyleSheet::~XmlStyleSheet()
 {

@@ -20,10 +20,7 @@ namespace oxil::internal {
  */
 class NewDataArea {
 public:
-    explicit NewDataArea(SerializedData& target) noexcept
-        : __target(target), __size(0), __memory(nullptr, std::free)
-    {
-    }
+    explicit NewDataArea(SerializedData& target) noexcept : __target(target) {}
 
     ~NewDataArea()
     {
@@ -77,8 +74,8 @@ private:
     }
 
     SerializedData& __target;
-    std::size_t __size;
-    std::unique_ptr<void, void (*)(void*)> __memory;
+    std::size_t __size = 0;
+    std::unique_ptr<void, void (*)(void*)> __memory{nullptr, std::free};
     bool __handedOver = false;
 };
 
