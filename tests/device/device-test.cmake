@@ -115,8 +115,8 @@ endforeach()
 # The library's folder is absolute here, and the package file is right all the same.
 lines(flags ${CMAKE_COMMAND} -E env PKG_CONFIG_PATH=${WORK}/prefix/lib/pkgconfig
   pkg-config --cflags --libs oxil)
-string(STRIP "${flags}" flags)
-if(NOT flags STREQUAL "-I${WORK}/prefix/include/oxil -L${WORK}/prefix/lib -loxil")
+separate_arguments(flags UNIX_COMMAND "${flags}")  # as a shell would
+if(NOT flags STREQUAL "-I${WORK}/prefix/include/oxil;-L${WORK}/prefix/lib;-loxil")
   message(SEND_ERROR "oxil.pc gives ${flags}")
 endif()
 

@@ -44,7 +44,7 @@ execute_process(
   COMMAND ${CMAKE_COMMAND} -E env PKG_CONFIG_PATH=${WORK}/prefix/lib/pkgconfig
     pkg-config --cflags --libs oxil
   OUTPUT_VARIABLE flags OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
-separate_arguments(flags)
+separate_arguments(flags UNIX_COMMAND "${flags}")  # as a shell would
 separate_arguments(own_flags UNIX_COMMAND "${FLAGS}")
 run(${CXX} -std=c++17 ${own_flags} ${consumer}/main.cpp ${flags} -o ${WORK}/plain)
 run_consumer(${WORK}/plain)
