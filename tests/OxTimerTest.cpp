@@ -477,30 +477,6 @@ TEST_F(TimerTest, OneTimerDoesNotMakeAnotherRepeat)
 
 // ---- What the main loop is told -----------------------------------------------------------------
 
-TEST_F(TimerTest, OneShotAsksTheMainLoopToRemoveItsSource)
-{
-    ASSERT_EQ(timer->start(HOUR, count), STATUS_SUCCESS);
-
-    EXPECT_EQ(expire(1), FALSE);
-
-    EXPECT_EQ(fired, 1);
-    calls.remove(1);
-    timer->cancel();
-    EXPECT_THAT(calls.lines(), ElementsAre("add #1: 3600000 ms"));
-}
-
-TEST_F(TimerTest, ARepeatingTimerAsksTheMainLoopToKeepItsSource)
-{
-    ASSERT_EQ(timer->start(HOUR, count, REPEATABLE), STATUS_SUCCESS);
-
-    EXPECT_EQ(expire(1), TRUE);
-    EXPECT_EQ(expire(1), TRUE);
-
-    EXPECT_EQ(fired, 2);
-    timer->cancel();
-    EXPECT_THAT(calls.lines(), ElementsAre("add #1: 3600000 ms", "remove #1"));
-}
-
 TEST_F(TimerTest, AnExpiryWithoutATimerIsLoggedAndItsSourceRemoved)
 {
     for (const bool repeating : {false, true}) {

@@ -17,9 +17,8 @@
 #include <new>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 #include <type_traits>
-#include <vector>
+#include <utility>
 
 #include "AllocationFailure.h"
 #include "EngineMessages.h"
@@ -34,9 +33,9 @@ namespace oxil::test {
 namespace {
 
 using testing::AllOf;
+using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
-using testing::ElementsAreArray;
 using testing::Ge;
 using testing::IsEmpty;
 using testing::Le;
@@ -95,13 +94,11 @@ TEST_F(XmlTest, AFileThatCannotBeOpenedIsNamedWithTheReason)
 
     for (const Form form : FORMS) {
         const LogCapture log;
-        FileCalls files;
         Xml xml;
 
         EXPECT_EQ(read(xml, missing, form), STATUS_INVALID_PARAMETER);
         EXPECT_EQ(read(xml, tooLong, form), STATUS_INVALID_PARAMETER);
 
-        EXPECT_THAT(files.calls(), ElementsAre("fopen r", "fopen r"));
         EXPECT_THAT(log.lines(), ElementsAre(readLogs("File open failed : (" + missing + ")(" +
                                                       std::strerror(ENOENT) + ")"),
                                              readLogs("File open failed : (" + tooLong + ")(" +
@@ -111,29 +108,19 @@ TEST_F(XmlTest, AFileThatCannotBeOpenedIsNamedWithTheReason)
 
 TEST_F(XmlTest, AFileThatCannotBePositionedIsRefusedWithTheReason)
 {
-    const struct {
-        int nth;
-        int error;
-        std::vector<std::string_view> calls;
-    } cases[] = {
-        {1, EIO, {"fopen r", "fseek end", "fclose"}},
-        {2, ESPIPE, {"fopen r", "fseek end", "ftell", "fseek start", "fclose"}},
-    };
-    for (const auto& position : cases) {
+    for (const auto& [nth, error] : {std::pair(1, EIO), std::pair(2, ESPIPE)}) {
         for (const Form form : FORMS) {
             const LogCapture log;
             FileCalls files;
-            files.failSeek(position.nth, position.error);
+            files.failSeek(nth, error);
             Xml xml(file.path());
             xml.setXmlEventListener(&recorder);
 
             EXPECT_EQ(read(xml, form), STATUS_INVALID_STATE);
 
-            EXPECT_THAT(files.calls(), ElementsAreArray(position.calls));
             EXPECT_TRUE(files.isEverythingReleased());
-            EXPECT_THAT(
-                log.lines(),
-                ElementsAre(readLogs("(" + std::string(std::strerror(position.error)) + ")")));
+            EXPECT_THAT(log.lines(),
+                        ElementsAre(readLogs("(" + std::string(std::strerror(error)) + ")")));
         }
     }
     EXPECT_THAT(recorder.events(), IsEmpty());
@@ -150,7 +137,6 @@ TEST_F(XmlTest, AnEmptyFileIsRefusedBeforeAnyParsing)
 
         EXPECT_EQ(read(xml, empty.path(), form), STATUS_INVALID_STATE);
 
-        EXPECT_THAT(files.calls(), ElementsAre("fopen r", "fseek end", "ftell", "fclose"));
         EXPECT_TRUE(files.isEverythingReleased());
         EXPECT_EQ(engine.parsesBegun(), 0);
         EXPECT_THAT(log.lines(), ElementsAre(readLogs("Please check the file size.")));
@@ -168,7 +154,6 @@ TEST_F(XmlTest, ASizeBelowOneIsRefused)
 
             EXPECT_EQ(read(xml, form), STATUS_INVALID_STATE);
 
-            EXPECT_THAT(files.calls(), ElementsAre("fopen r", "fseek end", "ftell", "fclose"));
             EXPECT_TRUE(files.isEverythingReleased());
             EXPECT_THAT(log.lines(), ElementsAre(readLogs("Please check the file size.")));
         }
@@ -188,8 +173,6 @@ TEST_F(XmlTest, WhatIsAsLargeAsAFolderHasNoPlaceInMemory)
 
             EXPECT_EQ(read(xml, form), STATUS_OUT_OF_MEMORY);
 
-            EXPECT_THAT(files.calls(),
-                        ElementsAre("fopen r", "fseek end", "ftell", "fseek start", "fclose"));
             EXPECT_TRUE(files.isEverythingReleased());
             EXPECT_EQ(engine.parsesBegun(), 0);
             EXPECT_EQ(engine.memoryCleanups(), 0);
@@ -236,8 +219,7 @@ TEST_F(XmlTest, WithoutMemoryForTheFileNothingIsRead)
         }
 
         EXPECT_EQ(result, STATUS_OUT_OF_MEMORY);
-        EXPECT_THAT(files.calls(),
-                    ElementsAre("fopen r", "fseek end", "ftell", "fseek start", "fclose"));
+        EXPECT_THAT(files.calls(), Not(Contains("fread")));
         EXPECT_TRUE(files.isEverythingReleased());
         EXPECT_EQ(engine.parsesBegun(), 0);
         EXPECT_THAT(log.lines(), ElementsAre(readLogs("Memory allocation failed.")));
@@ -255,8 +237,6 @@ TEST_F(XmlTest, AFileThatGivesNoByteIsRefused)
 
         EXPECT_EQ(read(xml, form), STATUS_INVALID_STATE);
 
-        EXPECT_THAT(files.calls(),
-                    ElementsAre("fopen r", "fseek end", "ftell", "fseek start", "fread", "fclose"));
         EXPECT_TRUE(files.isEverythingReleased());
         EXPECT_EQ(engine.parsesBegun(), 0);
         EXPECT_THAT(log.lines(), ElementsAre(readLogs("Please check the file size.")));

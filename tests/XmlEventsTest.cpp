@@ -515,21 +515,6 @@ TEST_F(XmlEventsTest, TheParserIsGivenThreeHandlersAndNothingElse)
     }
 }
 
-TEST_F(XmlEventsTest, AllReadersShareTheirHandlers)
-{
-    for (const Form form : FORMS) {
-        Xml first;
-        Xml second(file.path());
-        const Handlers ofFirst = handlersOf(first, file.path(), form);
-        const Handlers ofSecond = handlersOf(second, file.path(), form);
-
-        EXPECT_EQ(ofFirst.table.startElement, ofSecond.table.startElement);
-        EXPECT_EQ(ofFirst.table.endElement, ofSecond.table.endElement);
-        EXPECT_EQ(ofFirst.table.characters, ofSecond.table.characters);
-        EXPECT_NE(ofFirst.context, ofSecond.context);
-    }
-}
-
 TEST_F(XmlEventsTest, AHandlerDropsWhatHasNoReaderOrNoText)
 {
     for (const Form form : FORMS) {

@@ -52,11 +52,10 @@ struct MainLoopRecorder {
         }
     }
 
-    static void made(GMainContext* context, gboolean running, GMainLoop* loop)
+    static void made(GMainContext* context, GMainLoop* loop)
     {
         if (current != nullptr) {
             current->__defaultContext = isDefault(context);
-            current->__madeAsRunning = running == TRUE;
             used(loop, "new loop");
         }
     }
@@ -155,7 +154,7 @@ GMainLoop* g_main_loop_new(GMainContext* context, gboolean running)
 {
     static auto* const make = real<decltype(g_main_loop_new)>("g_main_loop_new");
     GMainLoop* loop = make(context, running);
-    MainLoopRecorder::made(context, running, loop);
+    MainLoopRecorder::made(context, loop);
     return loop;
 }
 

@@ -68,9 +68,8 @@ public:
     /** The nested main loop that was made, run or quit last. */
     GMainLoop* loop() const { return __loop; }
 
-    /** The arguments that the last loop was made with. */
+    /** Whether the last loop was made for the default context. */
     bool madeForDefaultContext() const { return __defaultContext; }
-    bool madeAsRunning() const { return __madeAsRunning; }
 
     /** Calls of g_main_context_iteration() for the default context: waiting for events, or not. */
     long blockingIterations() const { return __blocking; }
@@ -89,7 +88,6 @@ private:
     std::function<void()> __hook;
     GMainLoop* __loop = nullptr;
     bool __defaultContext = false;
-    bool __madeAsRunning = false;
     long __blocking = 0;
     long __polling = 0;
 };

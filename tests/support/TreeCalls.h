@@ -38,8 +38,8 @@ public:
 
     /**
      * The calls in order: "new element a", "new document 1.0", "unlink a", "free a",
-     * "free document", "free stylesheet", "save P as UTF-8, format 1", "apply, 0 parameters",
-     * "save result, file r+w"; and, as soon as it was freed, "release NAME" for watched memory.
+     * "free document", "free stylesheet", "save document", "save result", "apply"; and, as soon as
+     * it was freed, "release NAME" for watched memory.
      */
     const std::vector<std::string>& lines();
 
