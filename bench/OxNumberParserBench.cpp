@@ -2,11 +2,14 @@
 
 #include "OxNumberParser.h"
 
+#include <charconv>
 #include <cstdlib>
 #include <string>
+#include <system_error>
+#include <type_traits>
 #include <vector>
 
-#include "Contender.h"
+#include "Bench.h"
 
 namespace oxil::bench {
 namespace {
@@ -30,31 +33,54 @@ const Texts FRACTIONS = {"0",    "1.5",       "-0.25",  "3.14159", "100.0",
                          "1024", "0.3333333", "-12.75", "6.02e23", "1.0"};
 
 /** One round over all texts; the numbers are added up, wrapping, so that each has to be made. */
-template <typename Number, typename Parse>
-Number sum(const Texts& texts, const Parse& parse)
+template <typename Parse>
+auto sum(const Texts& texts, const Parse& parse)
 {
-    Number total{};
+    using Number = decltype(parse(texts[0]));
+    std::conditional_t<std::is_integral_v<Number>, unsigned long long, Number> total{};
     for (const std::string& text : texts) {
-        total += static_cast<Number>(parse(text));
+        total += static_cast<decltype(total)>(parse(text));
     }
     return total;
 }
 
 /** The member is an argument of the template, so that it is called as it is in an application. */
-template <auto OXIL, typename Number, typename Parse>
-void addParser(const std::string& type, const Texts& texts, const Parse& parse)
+template <auto OXIL, typename Parse>
+void addParser(const std::string& type, const std::string& contender, const Texts& texts,
+               const Parse& parse)
 {
-    const std::string operation = "number from text: " + type;
-    const int count = static_cast<int>(texts.size());
-    for (const std::string& text : texts) {
-        require(OXIL(text) == parse(text), operation.c_str());
-    }
+    add("number from text: " + type, contender, [&texts, parse](benchmark::State& state) {
+        for (const std::string& text : texts) {
+            expect(state, parse(text) == OXIL(text));
+        }
+        for (auto _ : state) {
+            benchmark::DoNotOptimize(sum(texts, parse));
+        }
+        state.SetItemsProcessed(state.iterations() * static_cast<int>(texts.size()));
+    });
+}
 
-    const auto floor = [&texts, parse] { return sum<Number>(texts, parse); };
-    const auto oxil = [&texts] { return sum<Number>(texts, OXIL); };
-    const Number expected = floor();
-    compete(operation, "floor", floor, expected, count);
-    compete(operation, "oxil", oxil, expected, count);
+/** @param standard  the function of the C library that tells what the text means */
+template <auto OXIL, typename Standard>
+void addIntegers(const std::string& type, const Texts& texts, const Standard& standard)
+{
+    using Number = decltype(standard(texts[0]));
+
+    addParser<OXIL>(type, "floor: std::from_chars", texts, [standard](const std::string& text) {
+        Number number = 0;
+        const bool isPlain =
+            std::from_chars(text.data(), text.data() + text.size(), number).ec == std::errc();
+        return isPlain ? number : standard(text);  // blanks, say, or a plus sign
+    });
+    addParser<OXIL>(type, "oxil", texts, OXIL);
+    addParser<OXIL>(type, "C library", texts, standard);
+}
+
+template <auto OXIL, typename Standard>
+void addFractions(const std::string& type, const Standard& standard)
+{
+    addParser<OXIL>(type, "floor: C library", FRACTIONS, standard);
+    addParser<OXIL>(type, "oxil", FRACTIONS, OXIL);
 }
 
 }  // namespace
@@ -65,30 +91,27 @@ int main(int argc, char** argv)
     using namespace oxil::bench;
     using oxil::NumberParser;
 
-    addParser<NumberParser::toInt, long long>("int", INTEGERS, [](const std::string& text) {
+    addIntegers<NumberParser::toInt>("int", INTEGERS, [](const std::string& text) {
         return static_cast<int>(std::strtol(text.c_str(), nullptr, DECIMAL));
     });
-    addParser<NumberParser::toUInt, unsigned long long>(
-        "unsigned int", UNSIGNED, [](const std::string& text) {
-            return static_cast<unsigned int>(std::strtoul(text.c_str(), nullptr, DECIMAL));
-        });
-    addParser<NumberParser::toLong, unsigned long>("long", INTEGERS, [](const std::string& text) {
+    addIntegers<NumberParser::toUInt>("unsigned int", UNSIGNED, [](const std::string& text) {
+        return static_cast<unsigned int>(std::strtoul(text.c_str(), nullptr, DECIMAL));
+    });
+    addIntegers<NumberParser::toLong>("long", INTEGERS, [](const std::string& text) {
         return std::strtol(text.c_str(), nullptr, DECIMAL);
     });
-    addParser<NumberParser::toULong, unsigned long>(
-        "unsigned long", UNSIGNED,
-        [](const std::string& text) { return std::strtoul(text.c_str(), nullptr, DECIMAL); });
-    addParser<NumberParser::toLongLong, unsigned long long>(
-        "long long", LONG_INTEGERS,
-        [](const std::string& text) { return std::strtoll(text.c_str(), nullptr, DECIMAL); });
-    addParser<NumberParser::toULongLong, unsigned long long>(
+    addIntegers<NumberParser::toULong>("unsigned long", UNSIGNED, [](const std::string& text) {
+        return std::strtoul(text.c_str(), nullptr, DECIMAL);
+    });
+    addIntegers<NumberParser::toLongLong>("long long", LONG_INTEGERS, [](const std::string& text) {
+        return std::strtoll(text.c_str(), nullptr, DECIMAL);
+    });
+    addIntegers<NumberParser::toULongLong>(
         "unsigned long long", LONG_UNSIGNED,
         [](const std::string& text) { return std::strtoull(text.c_str(), nullptr, DECIMAL); });
-    addParser<NumberParser::toFloat, float>("float", FRACTIONS, [](const std::string& text) {
-        return std::strtof(text.c_str(), nullptr);
-    });
-    addParser<NumberParser::toDouble, double>("double", FRACTIONS, [](const std::string& text) {
-        return std::strtod(text.c_str(), nullptr);
-    });
+    addFractions<NumberParser::toFloat>(
+        "float", [](const std::string& text) { return std::strtof(text.c_str(), nullptr); });
+    addFractions<NumberParser::toDouble>(
+        "double", [](const std::string& text) { return std::strtod(text.c_str(), nullptr); });
     return run(argc, argv);
 }

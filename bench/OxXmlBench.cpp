@@ -18,14 +18,12 @@
 #include <libxml++/libxml++.h>
 #endif
 
-#include "Contender.h"
+#include "Bench.h"
 #include "OxStatus.h"
 #include "TemporaryFile.h"
 
 namespace oxil::bench {
 namespace {
-
-constexpr std::size_t MEGABYTE = 1024 * 1024;
 
 /** What a reader has seen of a document; text counts in bytes, and only if it is asked for. */
 struct Events {
@@ -44,10 +42,27 @@ struct Events {
 /** A layout: groups of widgets, one to a line, each with attributes and a caption. */
 class Layout {
 public:
-    Layout() { open("layout", ""); }
+    explicit Layout(int widgets)
+    {
+        open("layout", "");
+        for (int i = 0; i < widgets; ++i) {
+            addWidget();
+        }
+        endGroup();
+        close("layout");
+    }
 
-    std::size_t getSize() const { return __content.size(); }
+    const std::string& getContent() const { return __content; }
 
+    /** All of them, or without text. */
+    Events getEvents(bool withText) const
+    {
+        Events events = __events;
+        events.text = withText ? events.text : 0;
+        return events;
+    }
+
+private:
     void addWidget()
     {
         constexpr std::size_t PER_GROUP = 50;
@@ -71,23 +86,6 @@ public:
         close("widget");
     }
 
-    void end()
-    {
-        endGroup();
-        close("layout");
-    }
-
-    const std::string& getContent() const { return __content; }
-
-    /** All of them, or without text. */
-    Events getEvents(bool withText) const
-    {
-        Events events = __events;
-        events.text = withText ? events.text : 0;
-        return events;
-    }
-
-private:
     void open(const std::string& name, const std::string& attributes)
     {
         __content += '<' + name + attributes + '>';
@@ -254,55 +252,24 @@ Events readByLibxmlpp(const std::string& path, bool withText)
 
 // ---- The operations
 
-using File = std::shared_ptr<TemporaryFile>;
-
-void addReading(const Layout& layout, const File& file, int size)
+template <typename Read>
+void addReading(const std::string& contender, const Read& read, const std::vector<int>& sizes)
 {
     for (const bool withText : {false, true}) {
-        const std::string operation =
-            withText ? "XML events with exact text" : "XML events: start, end, attributes";
-        const Events expected = layout.getEvents(withText);
-
-        competeAt(
-            size, operation, "floor", [=] { return readByLibxml(file->path(), withText); },
-            expected);
-        competeAt(
-            size, operation, "oxil", [=] { return readByOxil(file->path(), withText); }, expected);
-#ifdef HAS_EXPAT
-        competeAt(
-            size, operation, "expat", [=] { return readByExpat(file->path(), withText); },
-            expected);
-#endif
-#ifdef HAS_LIBXMLPP
-        competeAt(
-            size, operation, "libxml++", [=] { return readByLibxmlpp(file->path(), withText); },
-            expected);
-#endif
+        const std::string operation = withText ? "XML events with exact text, per widget"
+                                               : "XML events without text, per widget";
+        for (const int widgets : sizes) {
+            add(operation, contender, widgets, [=](benchmark::State& state, int) {
+                const Layout layout(widgets);
+                const TemporaryFile file(layout.getContent());
+                expect(state, read(file.path(), withText) == layout.getEvents(withText));
+                for (auto _ : state) {
+                    benchmark::DoNotOptimize(read(file.path(), withText));
+                }
+                state.SetItemsProcessed(state.iterations() * widgets);
+            });
+        }
     }
-}
-
-void addDocument(std::size_t size)
-{
-    Layout layout;
-    while (layout.getSize() < size) {
-        layout.addWidget();
-    }
-    layout.end();
-    addReading(layout, std::make_shared<TemporaryFile>(layout.getContent()),
-               static_cast<int>(size));
-}
-
-void addGrowth(int count)
-{
-    Layout layout;
-    for (int i = 0; i < count; ++i) {
-        layout.addWidget();
-    }
-    layout.end();
-    const auto file = std::make_shared<TemporaryFile>(layout.getContent());
-    competeAt(
-        count, "growth: read events", "oxil", [=] { return readByOxil(file->path(), true); },
-        layout.getEvents(true));
 }
 
 }  // namespace
@@ -310,11 +277,15 @@ void addGrowth(int count)
 
 int main(int argc, char** argv)
 {
-    for (const std::size_t megabytes : {1u, 10u}) {
-        oxil::bench::addDocument(megabytes * oxil::bench::MEGABYTE);
-    }
-    for (int count = 10; count <= 100000; count *= 10) {
-        oxil::bench::addGrowth(count);
-    }
-    return oxil::bench::run(argc, argv);
+    using namespace oxil::bench;
+
+    addReading("floor: libxml2", readByLibxml, {10000, 100000});
+    addReading("oxil", readByOxil, {10, 100, 1000, 10000, 100000});
+#ifdef HAS_EXPAT
+    addReading("expat", readByExpat, {10000, 100000});
+#endif
+#ifdef HAS_LIBXMLPP
+    addReading("libxml++", readByLibxmlpp, {10000, 100000});
+#endif
+    return run(argc, argv);
 }

@@ -6,6 +6,7 @@
 #include <libxslt/transform.h>
 #include <libxslt/xsltInternals.h>
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -14,7 +15,7 @@
 #include <libxml++/libxml++.h>
 #endif
 
-#include "Contender.h"
+#include "Bench.h"
 #include "OxStatus.h"
 #include "OxXmlNode.h"
 #include "OxXmlStyleSheet.h"
@@ -23,7 +24,6 @@
 namespace oxil::bench {
 namespace {
 
-constexpr int NODES = 10000;
 constexpr int PER_GROUP = 100;
 
 const char STYLE_SHEET[] = R"(<?xml version="1.0"?>
@@ -53,8 +53,6 @@ public:
     std::vector<std::string> ids;
     std::vector<std::string> rows;
 };
-
-using SharedValues = std::shared_ptr<const Values>;
 
 // Each builds a root with groups of widgets, so many nodes in all, in document order.
 
@@ -119,21 +117,6 @@ private:
     std::unique_ptr<XmlNode> __root;
 };
 
-/** A tree with a file of its own. */
-class SavedTree {
-public:
-    explicit SavedTree(const Values& values) : __tree(values), __file("")
-    {
-        __tree.getDocument().setOutputFilePath(__file.path());
-    }
-
-    int write() { return __tree.getDocument().write(); }
-
-private:
-    Tree __tree;
-    TemporaryFile __file;
-};
-
 // ---- Peers
 
 #ifdef HAS_LIBXMLPP
@@ -169,103 +152,134 @@ std::string textOf(xmlDocPtr document)
     return text;
 }
 
-/** Destroying the tree is part of it: it is as much the contender's as building it. */
-void addBuilding()
+std::string agreed(const std::string& text, const std::string& same)
 {
-    const std::string operation = "XML tree: build";
-    const auto values = std::make_shared<const Values>(NODES);
-    const std::string expected = textOf(buildByLibxml(*values).get());
-    const auto isRight = [=](xmlDocPtr document) { return textOf(document) == expected; };
+    return text == same ? text : "the floor and the library differ";
+}
 
-    require(isRight(Tree(*values).getDocument().__getNativeDocument()), "the tree of oxil");
-    competeAt(
-        NODES, operation, "floor", [=] { return buildByLibxml(*values)->children != nullptr; },
-        true);
-    competeAt(
-        NODES, operation, "oxil",
-        [=] { return Tree(*values).getDocument().__getNativeDocument()->children != nullptr; },
-        true);
+/** The text of the tree. */
+std::string expectedText(const Values& values)
+{
+    return agreed(textOf(buildByLibxml(values).get()),
+                  textOf(Tree(values).getDocument().__getNativeDocument()));
+}
+
+/** Measures an action, if the text that its result stands for is the expected one. */
+template <typename Action, typename ToText>
+void measure(benchmark::State& state, int size, const Action& action, const ToText& toText,
+             const std::string& expected)
+{
+    expect(state, toText(action()) == expected);
+    for (auto _ : state) {
+        auto result = action();
+        benchmark::DoNotOptimize(result);
+    }
+    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(size));
+}
+
+// Building. Destroying the tree is part of it: it is as much the contender's as building it.
+
+template <typename Build, typename ToNative>
+void addBuilding(const std::string& contender, int size, const Build& build,
+                 const ToNative& toNative)
+{
+    add("XML tree: build", contender, size, [=](benchmark::State& state, int) {
+        const Values values(size);
+        measure(
+            state, size, [&] { return build(values); },
+            [&](const auto& tree) { return textOf(toNative(tree)); }, expectedText(values));
+    });
+}
+
+void addBuildingByOxil(int size)
+{
+    addBuilding(
+        "oxil", size, [](const Values& values) { return std::make_unique<Tree>(values); },
+        [](const auto& tree) { return tree->getDocument().__getNativeDocument(); });
+}
+
+void addBuildingByOthers(int size)
+{
+    addBuilding("floor: libxml2", size, buildByLibxml,
+                [](const NativeDocument& document) { return document.get(); });
 #ifdef HAS_LIBXMLPP
-    require(isRight(buildByLibxmlpp(*values)->cobj()), "the tree of libxml++");
-    competeAt(
-        NODES, operation, "libxml++",
-        [=] { return buildByLibxmlpp(*values)->cobj()->children != nullptr; }, true);
+    addBuilding("libxml++", size, buildByLibxmlpp,
+                [](const PeerDocument& document) { return document->cobj(); });
 #endif
 }
 
-void addSaving()
+// Saving
+
+/** @param save  writes the document that @p build makes to a file */
+template <typename Build, typename Save>
+void addSaving(const std::string& contender, int size, const Build& build, const Save& save)
 {
-    const std::string operation = "XML tree: save";
-    const Values values(NODES);
-    const std::shared_ptr<xmlDoc> native(buildByLibxml(values));
-    const std::string expected = textOf(native.get());
-    const auto file = std::make_shared<TemporaryFile>("");
+    add("XML tree: save", contender, size, [=](benchmark::State& state, int) {
+        const Values values(size);
+        const auto document = build(values);
+        const TemporaryFile file("");
+        measure(
+            state, size, [&] { return save(*document, file.path()); },
+            [&](int /*result*/) { return file.content(); }, expectedText(values));
+    });
+}
 
-    const auto floor = [=] {
-        return xmlSaveFormatFileEnc(file->path().c_str(), native.get(), "UTF-8", 1) >= 0;
-    };
-    competeAt(NODES, operation, "floor", floor, true);
-    require(file->content() == expected, "the file of the floor");
+void addSavingByOxil(int size)
+{
+    addSaving(
+        "oxil", size, [](const Values& values) { return std::make_unique<Tree>(values); },
+        [](Tree& tree, const std::string& path) {
+            tree.getDocument().setOutputFilePath(path);
+            return tree.getDocument().write();
+        });
+}
 
-    const auto tree = std::make_shared<Tree>(values);
-    tree->getDocument().setOutputFilePath(file->path());
-    competeAt(
-        NODES, operation, "oxil", [=] { return tree->getDocument().write(); }, STATUS_SUCCESS);
-    require(file->content() == expected, "the file of oxil");
-
+void addSavingByOthers(int size)
+{
+    addSaving("floor: libxml2", size, buildByLibxml, [](xmlDoc& document, const std::string& path) {
+        return xmlSaveFormatFileEnc(path.c_str(), &document, "UTF-8", 1);
+    });
 #ifdef HAS_LIBXMLPP
-    const PeerDocument peer = buildByLibxmlpp(values);
-    competeAt(
-        NODES, operation, "libxml++",
-        [=] {
-            peer->write_to_file_formatted(file->path(), "UTF-8");
-            return true;
-        },
-        true);
-    require(file->content() == expected, "the file of libxml++");
+    addSaving("libxml++", size, buildByLibxmlpp,
+              [](xmlpp::Document& document, const std::string& path) {
+                  document.write_to_file_formatted(path, "UTF-8");
+                  return 0;
+              });
 #endif
 }
 
-void addTransforming()
+// Applying a stylesheet
+
+enum class Transformer { LIBXSLT, OXIL };
+
+void transform(benchmark::State& state, int size, Transformer transformer)
 {
-    const std::string operation = "XML tree: apply stylesheet";
-    const Values values(NODES);
     const TemporaryFile file(STYLE_SHEET);
+    const Values values(size);
 
-    const std::shared_ptr<xsltStylesheet> native(xsltParseStylesheetFile(toXml(file.path())),
-                                                 xsltFreeStylesheet);
-    const std::shared_ptr<xmlDoc> source(buildByLibxml(values));
-    const auto transform = [=] {
+    const std::unique_ptr<xsltStylesheet, void (*)(xsltStylesheetPtr)> native(
+        xsltParseStylesheetFile(toXml(file.path())), xsltFreeStylesheet);
+    const NativeDocument source = buildByLibxml(values);
+    const auto byLibxslt = [&] {
         const char* parameters[] = {nullptr};
         return NativeDocument(xsltApplyStylesheet(native.get(), source.get(), parameters),
                               xmlFreeDoc);
     };
-    const std::string expected = textOf(transform().get());
-    competeAt(
-        NODES, operation, "floor", [=] { return transform() != nullptr; }, true);
+    const auto nativeText = [](const NativeDocument& result) { return textOf(result.get()); };
 
-    const auto styleSheet = std::make_shared<XmlStyleSheet>(file.path());
-    require(styleSheet->load() == STATUS_SUCCESS, "the stylesheet");
-    const auto tree = std::make_shared<Tree>(values);
-    const auto apply = [=] {
-        return std::unique_ptr<XmlDocument>(styleSheet->apply(&tree->getDocument()));
+    XmlStyleSheet styleSheet(file.path());
+    require(styleSheet.load() == STATUS_SUCCESS, "the stylesheet");
+    Tree tree(values);
+    const auto byOxil = [&] {
+        return std::unique_ptr<XmlDocument>(styleSheet.apply(&tree.getDocument()));
     };
-    require(textOf(apply()->__getNativeDocument()) == expected, "the transformation by oxil");
-    competeAt(
-        NODES, operation, "oxil", [=] { return apply() != nullptr; }, true);
-}
+    const auto oxilText = [](const auto& result) { return textOf(result->__getNativeDocument()); };
 
-void addGrowth(int count)
-{
-    const auto values = std::make_shared<const Values>(count);
-    competeAt(
-        count, "growth: build tree", "oxil",
-        [=] { return Tree(*values).getDocument().__getNativeDocument()->children != nullptr; },
-        true);
-
-    const auto saved = std::make_shared<SavedTree>(*values);
-    competeAt(
-        count, "growth: save", "oxil", [=] { return saved->write(); }, STATUS_SUCCESS);
+    if (transformer == Transformer::OXIL) {
+        measure(state, size, byOxil, oxilText, nativeText(byLibxslt()));
+    } else {
+        measure(state, size, byLibxslt, nativeText, oxilText(byOxil()));
+    }
 }
 
 }  // namespace
@@ -273,11 +287,20 @@ void addGrowth(int count)
 
 int main(int argc, char** argv)
 {
-    oxil::bench::addBuilding();
-    oxil::bench::addSaving();
-    oxil::bench::addTransforming();
-    for (int count = 10; count <= 100000; count *= 10) {
-        oxil::bench::addGrowth(count);
+    using namespace oxil::bench;
+
+    for (const int size : {10, 100, 1000, 10000, 100000}) {
+        addBuildingByOxil(size);
+        addSavingByOxil(size);
     }
-    return oxil::bench::run(argc, argv);
+    // As many as the caches hold: with more, how the memory happens to be laid out decides.
+    addBuildingByOthers(1000);
+    addSavingByOthers(1000);
+    const auto addTransformer = [](const char* contender, Transformer transformer) {
+        add("XML tree: apply stylesheet", contender, 1000,
+            [=](benchmark::State& state, int size) { transform(state, size, transformer); });
+    };
+    addTransformer("floor: libxslt", Transformer::LIBXSLT);
+    addTransformer("oxil", Transformer::OXIL);
+    return run(argc, argv);
 }

@@ -1,5 +1,11 @@
 #!/usr/bin/env python3
-"""Runs the benchmarks of a build and writes the page that compares their medians."""
+"""Runs the benchmarks of a build and writes the page that compares them.
+
+A benchmark is called "operation/contender" or "operation/contender/size". One contender is the
+library, one the floor ("floor", or "floor: what it is"), all others are peers; a peer that does not
+do the same work says so behind a comma ("std::map, sorted"). An operation at a size that only the
+library is measured at shows how its time grows.
+"""
 
 import argparse
 import collections
@@ -19,9 +25,15 @@ import tempfile
 
 HERE = pathlib.Path(__file__).resolve().parent
 GOALS = HERE / "goals.txt"
-GROWTH = "growth: "
 LIBRARY = "oxil"
 FLOOR = "floor"
+CORE = max(os.sched_getaffinity(0))
+
+# Each round measures every operation, in a process of its own, with all contenders in turn. So a
+# ratio compares what ran within the same second, and neither a busy spell of the machine nor the
+# luck of one layout of the memory decides it.
+ROUNDS = 9
+QUICK_ROUNDS = 3
 
 # What stands behind the contenders; the page names the versions of those that are installed.
 ENGINES = {
@@ -58,35 +70,35 @@ def output_of(*command):
 # ---- Running -------------------------------------------------------------------------------------
 
 
-def run_program(program, arguments, core):
-    """The runs of one program, as Google Benchmark reports them."""
-    with tempfile.TemporaryDirectory() as folder:
-        report = pathlib.Path(folder) / "report.json"
-        command = [
-            str(program),
-            "--benchmark_enable_random_interleaving=true",
-            f"--benchmark_repetitions={1 if arguments.check else 3 if arguments.quick else 15}",
-            f"--benchmark_min_time={0 if arguments.check else 0.005 if arguments.quick else 0.02}",
-            f"--benchmark_filter={arguments.only}",
-            f"--benchmark_out={report}",
-            "--benchmark_out_format=json",
-        ]
-        if shutil.which("taskset"):
-            command = ["taskset", "-c", str(core), *command]
-        done = subprocess.run(
-            command, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True, check=False
-        )
-        if done.returncode != 0:
-            raise SystemExit(f"{program.name} failed:\n{done.stderr}")
-        # A filter that fits nothing leaves no report, or an empty one.
-        content = report.read_text() if report.exists() else ""
-        return json.loads(content)["benchmarks"] if content.strip() else []
+def run_program(program, *options):
+    """What a program prints."""
+    command = [str(program), *options]
+    if shutil.which("taskset"):
+        command = ["taskset", "-c", str(CORE), *command]
+    done = subprocess.run(command, capture_output=True, text=True, check=False)
+    if done.returncode != 0:
+        raise SystemExit(f"{program.name} failed:\n{done.stderr}")
+    return done.stdout
+
+
+def parts_of(name):
+    """Operation and size, which may be None, and the contender."""
+    operation, contender, *rest = name.split("/")
+    return (operation, int(rest[0]) if rest and rest[0].isdigit() else None), contender
+
+
+def read_rows(program, only):
+    """{(operation, size): [name]} in the order of registration, the sizes of an operation together."""
+    rows = collections.defaultdict(list)
+    for name in run_program(program, "--benchmark_list_tests=true").splitlines():
+        rows[parts_of(name)[0]].append(name)
+    operations = list(dict.fromkeys(operation for operation, _ in rows))
+    in_order = sorted(rows, key=lambda row: (operations.index(row[0]), row[1] or 0))
+    return {row: rows[row] for row in in_order if any(re.search(only, name) for name in rows[row])}
 
 
 def nanoseconds(run):
     """Time of one item; a run without items is one."""
-    if "error_occurred" in run:
-        raise SystemExit(f"{run['name']}: {run.get('error_message', 'failed')}")
     if "items_per_second" in run:
         return 1e9 / run["items_per_second"]
     wall = re.search("/(manual|real)_time", run["run_name"])
@@ -94,55 +106,117 @@ def nanoseconds(run):
     return run["real_time" if wall else "cpu_time"] * unit
 
 
-def medians(runs):
-    """{(operation, size or None): {contender: ns}} in the order in which they were registered."""
-    samples = collections.defaultdict(lambda: collections.defaultdict(list))
-    order = {}
-    for run in runs:
-        if run["run_type"] != "iteration":
-            continue
-        operation, contender, *rest = run["run_name"].split("/")
-        size = int(rest[0]) if rest and rest[0].isdigit() else None
-        samples[operation, size][contender].append(nanoseconds(run))
-        order.setdefault(operation, run.get("family_index", 0))
-        order[operation] = min(order[operation], run.get("family_index", 0))
-    return {
-        row: {contender: statistics.median(times) for contender, times in contenders.items()}
-        for row, contenders in sorted(
-            samples.items(), key=lambda item: (order[item[0][0]], item[0][1] or 0)
+def measure(program, names, repetitions, seconds):
+    """{(operation, size): {contender: median of the repetitions in ns}}"""
+    one_of_them = "|".join(re.sub(r"[^\w/ ]", ".", name) for name in names)
+    with tempfile.TemporaryDirectory() as folder:
+        report = pathlib.Path(folder) / "report.json"
+        run_program(
+            program,
+            "--benchmark_enable_random_interleaving=true",
+            f"--benchmark_repetitions={repetitions}",
+            f"--benchmark_min_time={seconds}",
+            f"--benchmark_filter=^({one_of_them})$",
+            f"--benchmark_out={report}",
+            "--benchmark_out_format=json",
         )
+        runs = json.loads(report.read_text())["benchmarks"]
+    runs = [run for run in runs if run["run_type"] == "iteration"]
+    wrong = {f"{run['run_name']}: {run['error_message']}" for run in runs if "error_message" in run}
+    if wrong:
+        raise SystemExit("\n".join(sorted(wrong)))
+    times = collections.defaultdict(lambda: collections.defaultdict(list))
+    for run in runs:
+        row, contender = parts_of(run["run_name"])
+        times[row][contender].append(nanoseconds(run))
+    return {
+        row: {contender: statistics.median(all_ns) for contender, all_ns in contenders.items()}
+        for row, contenders in times.items()
     }
+
+
+def measure_all(rows, quick):
+    """{program: {(operation, size): {contender: [ns of each round]}}}"""
+    rounds, repetitions, seconds = (QUICK_ROUNDS, 1, 0.005) if quick else (ROUNDS, 3, 0.02)
+    results = {
+        program: {row: collections.defaultdict(list) for row in rows[program]} for program in rows
+    }
+    for number in range(1, rounds + 1):
+        for program in rows:
+            tell(f"round {number} of {rounds}: {program.name}")
+            for row, names in rows[program].items():
+                for contender, ns in measure(program, names, repetitions, seconds)[row].items():
+                    results[program][row][contender].append(ns)
+    return results
+
+
+# ---- Figures -------------------------------------------------------------------------------------
+
+
+class Figure:
+    """
+    The median of what the rounds gave, and its spread, from the lowest to the highest.
+
+    Of nine rounds the lowest and the highest don't count: what lies between is where the median of
+    any number of rounds would be, in 96 of 100 cases.
+    """
+
+    def __init__(self, values):
+        ordered = sorted(values)
+        if len(ordered) >= ROUNDS:
+            ordered = ordered[1:-1]
+        self.median = round(statistics.median(ordered), 2)
+        self.low = round(ordered[0], 2)
+        self.high = round(ordered[-1], 2)
+
+    @staticmethod
+    def of_ratio(times, contender, base):
+        return Figure([a / b for a, b in zip(times[contender], times[base])])
+
+    def text(self, mark=""):
+        return f"{mark}{self.median:.2f}{mark} ({self.low:.2f} to {self.high:.2f})"
+
+    def verdict(self, limit):
+        """A limit that lies within the spread is neither met nor missed."""
+        return MET if self.high <= limit else MISSED if self.low > limit else CLOSE
+
+
+def floor_of(times):
+    return next((name for name in times if name.split(": ")[0] == FLOOR), None)
 
 
 # ---- Goals ---------------------------------------------------------------------------------------
 
+MET, CLOSE, MISSED = VERDICTS = "met", "too close to call", "**missed**"
+
 
 class Goal:
     def __init__(self, line):
-        fields = [field.strip() for field in line.split("|")]
+        fields = [field.strip() for field in line.split("|")] + [""] * 3
         self.operation = fields[0]
         self.size = int(fields[1]) if fields[1] else None
         self.ratio = float(fields[2])
-        self.limit = fields[3] if len(fields) > 3 else ""
-        condition = re.fullmatch(r"at most ([\d.]+) (?:(ns)|of (.+))", self.limit or "at most 0 ns")
+        self.further = fields[3]
+        self.reason = fields[4]
+        condition = re.fullmatch(r"at most ([\d.]+) (?:(ns)|of (.+))", self.further or "at most 0 ns")
         if not condition:
-            raise SystemExit(f"{GOALS.name}: can't read {self.limit!r}")
-        self.factor, self.in_time, self.peer = condition.groups()
+            raise SystemExit(f"{GOALS.name}: can't read {self.further!r}")
+        self.limit, self.in_time, self.peer = condition.groups()
 
     def fits(self, operation, size):
         return fnmatch.fnmatchcase(operation, self.operation) and self.size in (None, size)
 
-    def text(self):
-        return f"{self.ratio:g}" + (f", {self.limit}" if self.limit else "")
-
-    def is_met(self, times):
-        # Times are compared as they are shown, to two decimals.
-        met = round(times[LIBRARY] / times[FLOOR], 2) <= self.ratio
-        if self.limit and self.in_time:
-            met = met and times[LIBRARY] <= float(self.factor)
-        elif self.limit and self.peer in times:
-            met = met and round(times[LIBRARY] / times[self.peer], 2) <= float(self.factor)
-        return met
+    def judge(self, times):
+        """What to say of it, and the verdict: that of the condition that is met least."""
+        verdict = Figure.of_ratio(times, LIBRARY, floor_of(times)).verdict(self.ratio)
+        text = f"{self.ratio:g}: {verdict}"
+        peer = next((name for name in times if name.split(",")[0] == self.peer), None)
+        if self.further and (self.in_time or peer):
+            figure = Figure.of_ratio(times, LIBRARY, peer) if peer else Figure(times[LIBRARY])
+            further = figure.verdict(float(self.limit))
+            text += f"; {self.further}: {figure.text()}, {further}"
+            verdict = max(verdict, further, key=VERDICTS.index)
+        return text, verdict
 
 
 def read_goals():
@@ -158,7 +232,8 @@ def table(header, rows):
     return ["| " + " | ".join(row) + " |" for row in [header, align, *rows]] + [""]
 
 
-def time_text(ns):
+def time_text(times):
+    ns = statistics.median(times)
     return f"{ns:,.1f}" if ns < 1000 else f"{ns:,.0f}"
 
 
@@ -166,37 +241,47 @@ def size_text(size):
     return "" if size is None else f"{size:,}"
 
 
-def contest(results, goals):
-    """The table of one program, and how many goals it has and meets."""
+def peers_text(times):
+    """The quickest first; in bold who is quicker than the floor, at the same work and for certain."""
+    figures = {
+        name: Figure.of_ratio(times, name, floor_of(times))
+        for name in times
+        if name not in (LIBRARY, floor_of(times))
+    }
+    return "; ".join(
+        f"{name}: " + figure.text("**" if figure.high < 1 and "," not in name else "")
+        for name, figure in sorted(figures.items(), key=lambda item: item[1].median)
+    )
+
+
+def contest(results, goals, verdicts):
+    """The table of one program, and the reasons of its goals; the verdicts are counted."""
     rows = []
-    met = total = 0
+    reasons = {}
     with_size = any(size is not None for _, size in results)
     for (operation, size), times in results.items():
-        if LIBRARY not in times or FLOOR not in times:
+        if LIBRARY not in times or floor_of(times) is None:
             raise SystemExit(f"{operation}: measured without {LIBRARY} or {FLOOR}")
-        floor = times[FLOOR]
+        floor = floor_of(times)
         goal = next((goal for goal in goals if goal.fits(operation, size)), None)
-        mark = ""
+        judgement = ""
         if goal:
-            total += 1
-            met += goal.is_met(times)
-            mark = goal.text() + (": met" if goal.is_met(times) else ": **missed**")
-        peers = [
-            f"{name} {time / floor:.2f}"
-            for name, time in sorted(times.items(), key=lambda item: item[1])
-            if name not in (LIBRARY, FLOOR)
-        ]
+            judgement, verdict = goal.judge(times)
+            verdicts[verdict] += 1
+            if goal.reason:
+                reasons[f"- {goal.operation}: {goal.reason}"] = True
         row = [
             operation,
             time_text(times[LIBRARY]),
-            time_text(floor),
-            f"**{times[LIBRARY] / floor:.2f}**",
-            mark,
-            ", ".join(peers),
+            " ".join([*floor.split(": ")[1:], time_text(times[floor])]),
+            Figure.of_ratio(times, LIBRARY, floor).text("**"),
+            judgement,
+            peers_text(times),
         ]
         rows.append(row[:1] + [size_text(size)] * with_size + row[1:])
-    header = ["operation", "oxil ns", "floor ns", "ratio", "goal", "peers' ratios"]
-    return table(header[:1] + ["size"] * with_size + header[1:], rows), met, total
+    header = ["operation", "oxil ns", "floor, ns", "ratio", "goal", "peers' ratios"]
+    lines = table(header[:1] + ["size"] * with_size + header[1:], rows)
+    return lines + ([*reasons, ""] if reasons else [])
 
 
 def growth(results):
@@ -206,7 +291,7 @@ def growth(results):
     rows = []
     for operation in operations:
         times = [results.get((operation, size), {}).get(LIBRARY) for size in sizes]
-        rows.append([operation[len(GROWTH) :]] + [time_text(ns) if ns else "" for ns in times])
+        rows.append([operation] + [time_text(all_ns) if all_ns else "" for all_ns in times])
     return table(["ns per item"] + [f"{size:,}" for size in sizes], rows)
 
 
@@ -240,26 +325,24 @@ def commit():
     return (name or "unknown") + (" and changes since" if changed else "")
 
 
-def page(build, results, arguments, core):
+def page(build, results, arguments, load):
     goals = read_goals()
     body = []
     grown = {}
-    met = total = 0
+    verdicts = dict.fromkeys(VERDICTS, 0)
     for program, rows in results.items():
-        grown.update({row: times for row, times in rows.items() if row[0].startswith(GROWTH)})
-        rows = {row: times for row, times in rows.items() if not row[0].startswith(GROWTH)}
+        growing = {operation for (operation, _), times in rows.items() if set(times) == {LIBRARY}}
+        grown.update({row: times for row, times in rows.items() if row[0] in growing})
+        rows = {row: times for row, times in rows.items() if set(times) != {LIBRARY}}
         if rows:
-            lines, met_here, total_here = contest(rows, goals)
-            body += [f"## {program.removesuffix('Bench')}", "", *lines]
-            met += met_here
-            total += total_here
+            title = program.name.removesuffix("Bench")
+            body += [f"## {title}", "", *contest(rows, goals, verdicts)]
     if grown:
         body += [
             "## Growth",
             "",
             "Time per item: work that is linear keeps it, but for what no longer fits into the"
-            " processor's caches. [The footprint](../doc/footprint.md) has the instructions per item,"
-            " on ARM as well.",
+            " processor's caches. [The footprint](../doc/footprint.md) has the instructions per item.",
             "",
             *growth(grown),
         ]
@@ -267,35 +350,60 @@ def page(build, results, arguments, core):
     command = shlex.join(["bench/run.py", "BUILD_DIR", *arguments.for_page])
     if not arguments.for_page:
         command = "./dev bench"
-    head = [
-        "# Benchmarks",
-        "",
-        "Medians of interleaved runs on one core. The floor is the raw engine or plain C++ that does"
-        " the same observable work; a ratio is a time divided by the floor's, so that less is"
-        f" better. {met} of {total} goals are met.",
-        "",
-        f"- Machine: {processor()}, {platform.machine()}, {os.cpu_count()} cores, core {core} used",
-        f"- System: {platform.system()} {platform.release()}",
-        f"- Compiler: {compiler(build)}",
-        f"- Libraries: {versions()}",
-        f"- Commit: {commit()}",
-        f"- Made on {datetime.date.today().isoformat()} by `{command}`",
-        "",
-    ]
-    return "\n".join(head + body).rstrip() + "\n"
+    rounds = QUICK_ROUNDS if arguments.quick else ROUNDS
+    head = TEXT.format(
+        rounds=rounds,
+        met=verdicts[MET],
+        close=verdicts[CLOSE],
+        missed=verdicts[MISSED],
+        machine=f"{processor()}, {platform.machine()}, {os.cpu_count()} cores, core {CORE} used",
+        load=f"{load:.2f}",
+        system=f"{platform.system()} {platform.release()}",
+        compiler=compiler(build),
+        versions=versions(),
+        commit=commit(),
+        date=datetime.date.today().isoformat(),
+        command=command,
+    )
+    return head + "\n".join(body).rstrip() + "\n"
+
+
+TEXT = """# Benchmarks
+
+The floor is the fastest plain code, or the raw engine, that does the same observable work, and its results are
+compared with the library's before anything is timed. A ratio is a time divided by the floor's, so that less is
+better. Peers are what else could be used; what stands behind a comma is how a peer's work differs. One in bold does
+the same work and is faster than the floor, which then is none.
+
+Each figure is the median of {rounds} rounds, in which all contenders of an operation take turns; ratios are made
+within a round. The spread in brackets is that of the rounds, without the lowest and the highest if there are nine:
+the median of ever more rounds would be within, with a probability of 96 %. A goal is met if all of the spread keeps
+to it, missed if none of it does, and otherwise too close to call.
+
+Goals: {met} met, {missed} missed, {close} too close to call.
+
+- Machine: {machine}
+- Load when it began: {load}
+- System: {system}
+- Compiler: {compiler}
+- Libraries: {versions}
+- Commit: {commit}
+- Made on {date} by `{command}`
+
+"""
 
 
 # --------------------------------------------------------------------------------------------------
 
 
 def parse_arguments():
-    parser = argparse.ArgumentParser(description=__doc__)
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("build", type=pathlib.Path, metavar="BUILD_DIR")
     parser.add_argument("--output", type=pathlib.Path, metavar="FILE", help="write the page there")
     parser.add_argument(
-        "--only", default=".", metavar="REGEX", help="run the benchmarks whose names fit"
+        "--only", default=".", metavar="REGEX", help="run the operations of which a name fits"
     )
-    parser.add_argument("--quick", action="store_true", help="fewer and shorter repetitions")
+    parser.add_argument("--quick", action="store_true", help="fewer and shorter rounds")
     parser.add_argument(
         "--check", action="store_true", help="run each once, for its results alone; no page"
     )
@@ -308,21 +416,21 @@ def parse_arguments():
 
 def main():
     arguments = parse_arguments()
+    load = os.getloadavg()[0]
     programs = sorted(path for path in (arguments.build / "bench").glob("*Bench") if path.is_file())
     if not programs:
         raise SystemExit(f"no benchmarks in {arguments.build / 'bench'}: build them first")
-
-    core = max(os.sched_getaffinity(0))
-    results = {}
-    for number, program in enumerate(programs, 1):
-        tell(f"[{number}/{len(programs)}] {program.name}")
-        results[program.name] = medians(run_program(program, arguments, core))
+    rows = {program: read_rows(program, arguments.only) for program in programs}
+    rows = {program: rows[program] for program in programs if rows[program]}
 
     if arguments.check:
-        tell(f"{sum(map(len, results.values()))} operations give what they should")
+        for program, operations in rows.items():
+            tell(program.name)
+            measure(program, sum(operations.values(), []), repetitions=1, seconds=0)
+        tell(f"{sum(map(len, rows.values()))} operations give what they should")
         return
 
-    text = page(arguments.build, results, arguments, core)
+    text = page(arguments.build, measure_all(rows, arguments.quick), arguments, load)
     print(text)
     if arguments.output:
         arguments.output.write_text(text)

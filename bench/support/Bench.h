@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -18,12 +19,20 @@ namespace oxil::bench {
 using Value = std::variant<std::monostate, int, unsigned int, long, unsigned long, long long,
                            unsigned long long, float, double, bool, std::string>;
 
-/** Ends the program: who computes something else is not measured. */
+/** Ends the program: without what is prepared there is nothing to be measured. */
 inline void require(bool holds, const char* what)
 {
     if (!holds) {
-        std::fprintf(stderr, "benchmark: wrong result: %s\n", what);
+        std::fprintf(stderr, "benchmark: %s\n", what);
         std::abort();
+    }
+}
+
+/** Called before anything is timed: who computes something else is not measured. */
+inline void expect(benchmark::State& state, bool isRight)
+{
+    if (!isRight) {
+        state.SkipWithError("wrong result");
     }
 }
 
@@ -57,26 +66,27 @@ inline long interruptions()
 /**
  * Times only @p work of each iteration; the benchmark has to use manual time.
  *
- * A time that contains an interruption is replaced by the one before.
+ * Work that has been interrupted is done once more, a few times at the most.
  */
 template <typename Prepare, typename Work>
 void timeWork(benchmark::State& state, const Prepare& prepare, const Work& work)
 {
     using Clock = std::chrono::steady_clock;
 
-    double seconds = 0;
     for (auto _ : state) {
-        auto prepared = prepare();
-        const long before = interruptions();
-        benchmark::ClobberMemory();
-        const Clock::time_point start = Clock::now();
-        work(prepared);
-        benchmark::ClobberMemory();
-        const std::chrono::duration<double> elapsed = Clock::now() - start;
-        if (seconds == 0 || interruptions() == before) {
-            seconds = elapsed.count();
+        std::chrono::duration<double> shortest = Clock::duration::max();
+        bool interrupted = true;
+        for (int attempt = 0; attempt < 4 && interrupted; ++attempt) {
+            auto prepared = prepare();
+            const long before = interruptions();
+            benchmark::ClobberMemory();
+            const Clock::time_point start = Clock::now();
+            work(prepared);
+            benchmark::ClobberMemory();
+            shortest = std::min<std::chrono::duration<double>>(shortest, Clock::now() - start);
+            interrupted = interruptions() != before;
         }
-        state.SetIterationTime(seconds);
+        state.SetIterationTime(shortest.count());
     }
 }
 

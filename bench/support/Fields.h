@@ -59,13 +59,20 @@ std::vector<Held> values(int count)
     return list;
 }
 
-/** The numbers from 0 to @p count - 1 in an order without pattern, the same each time. */
+/** The numbers from 0 to @p count - 1. */
+inline std::vector<int> upTo(int count)
+{
+    std::vector<int> numbers;
+    for (int i = 0; i < count; ++i) {
+        numbers.push_back(i);
+    }
+    return numbers;
+}
+
+/** The same in an order without pattern, which is the same each time. */
 inline std::vector<int> shuffled(int count)
 {
-    std::vector<int> order;
-    for (int i = 0; i < count; ++i) {
-        order.push_back(i);
-    }
+    std::vector<int> order = upTo(count);
     std::shuffle(order.begin(), order.end(), std::mt19937(1));
     return order;
 }
