@@ -86,8 +86,8 @@ struct PlainRecord : Entries {
             Entries::add(key, value);
         }
     }
-    Held get(const Key& key) const { return entries[positionOf(key)].second; }
-    void update(const Key& key, const Held& value) { entries[positionOf(key)].second = value; }
+    Held get(const Key& key) const { return entries[findPosition(key)].second; }
+    void update(const Key& key, const Held& value) { entries[findPosition(key)].second = value; }
     void remove(const Key& key)
     {
         Slot& removed = table[find(key, hashOf(key))];
@@ -135,7 +135,7 @@ private:
         });
     }
 
-    [[gnu::always_inline]] int positionOf(const Key& key) const
+    [[gnu::always_inline]] int findPosition(const Key& key) const
     {
         if (entries.size() > 16) {
             return table[find(key, hashOf(key))].position;
@@ -281,7 +281,7 @@ void build(benchmark::State& state, int size)
 {
     const auto allKeys = keys<typename Record::Key>(size);
     const auto allValues = values<typename Record::Held>(size);
-    expect(state, holds(makeRecord<Record>(size), upTo(size)));
+    expect(state, holds(makeRecord<Record>(size), numbersBelow(size)));
 
     for (auto _ : state) {
         Record record;
@@ -297,7 +297,7 @@ template <typename Record>
 void copy(benchmark::State& state, int size)
 {
     const Record source = makeRecord<Record>(size);
-    expect(state, holds(Record(source), upTo(size)));
+    expect(state, holds(Record(source), numbersBelow(size)));
 
     for (auto _ : state) {
         Record record(source);
@@ -363,7 +363,7 @@ void remove(benchmark::State& state, int size)
         unwanted.push_back(keyOf<Record>(order[i]));
     }
     Record checked(source);
-    std::vector<int> rest = upTo(size);
+    std::vector<int> rest = numbersBelow(size);
     for (int i = 0; i < removals; ++i) {
         checked.remove(unwanted[i]);
         rest.erase(std::find(rest.begin(), rest.end(), order[i]));

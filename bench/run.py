@@ -214,7 +214,7 @@ class Goal:
         if self.further and (self.in_time or peer):
             figure = Figure.of_ratio(times, LIBRARY, peer) if peer else Figure(times[LIBRARY])
             further = figure.verdict(float(self.limit))
-            text += f"; {self.further}: {figure.text()}, {further}"
+            text += f"<br>{self.further}: {figure.text()}, {further}"
             verdict = max(verdict, further, key=VERDICTS.index)
         return text, verdict
 
@@ -248,7 +248,7 @@ def peers_text(times):
         for name in times
         if name not in (LIBRARY, floor_of(times))
     }
-    return "; ".join(
+    return "<br>".join(
         f"{name}: " + figure.text("**" if figure.high < 1 and "," not in name else "")
         for name, figure in sorted(figures.items(), key=lambda item: item[1].median)
     )
@@ -376,9 +376,9 @@ better. Peers are what else could be used; what stands behind a comma is how a p
 the same work and is faster than the floor, which then is none.
 
 Each figure is the median of {rounds} rounds, in which all contenders of an operation take turns; ratios are made
-within a round. The spread in brackets is that of the rounds, without the lowest and the highest if there are nine:
-the median of ever more rounds would be within, with a probability of 96 %. A goal is met if all of the spread keeps
-to it, missed if none of it does, and otherwise too close to call.
+within a round. The spread in brackets is that of the rounds. If there are nine, the lowest and the highest don't
+count, and the median of ever more rounds would be within, with a probability of 96 %. A goal is met if all of the
+spread keeps to it, missed if none of it does, and otherwise too close to call.
 
 Goals: {met} met, {missed} missed, {close} too close to call.
 

@@ -60,7 +60,7 @@ std::vector<Held> values(int count)
 }
 
 /** The numbers from 0 to @p count - 1. */
-inline std::vector<int> upTo(int count)
+inline std::vector<int> numbersBelow(int count)
 {
     std::vector<int> numbers;
     for (int i = 0; i < count; ++i) {
@@ -72,7 +72,7 @@ inline std::vector<int> upTo(int count)
 /** The same in an order without pattern, which is the same each time. */
 inline std::vector<int> shuffled(int count)
 {
-    std::vector<int> order = upTo(count);
+    std::vector<int> order = numbersBelow(count);
     std::shuffle(order.begin(), order.end(), std::mt19937(1));
     return order;
 }
