@@ -13,8 +13,8 @@ namespace oxil {
 /** The operation did what it was asked for. */
 inline constexpr int STATUS_SUCCESS = 0;
 
-/** A raw copy or an index of a buffer getter failed (`Variant::toRaw`, `SerializedData` getters).
- */
+/** A raw copy or an index of a buffer getter failed (`Variant::toRaw`, `SerializedData` getters), or
+ *  the connection of a `Channel`. */
 inline constexpr int STATUS_FAILURE = -1;
 
 /** Memory ran out. */
@@ -22,6 +22,9 @@ inline constexpr int STATUS_OUT_OF_MEMORY = -12;
 
 /** An argument can't be used: empty key, null pointer, index out of range, wrong block layout. */
 inline constexpr int STATUS_INVALID_PARAMETER = -22;
+
+/** Nothing has come in the time that was given (`Channel`). */
+inline constexpr int STATUS_TIMED_OUT = -110;
 
 /** The object is not in a state to do this, or the engine underneath refused. */
 inline constexpr int STATUS_INVALID_STATE = -524271;

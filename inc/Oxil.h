@@ -6,6 +6,7 @@
  */
 
 #include "OxBaseLuaApi.h"
+#include "OxChannel.h"
 #include "OxColor.h"
 #include "OxDimension.h"
 #include "OxIBidirectionalIterator.h"
@@ -17,6 +18,7 @@
 #include "OxLuaScript.h"
 #include "OxNumberParser.h"
 #include "OxPlainFile.h"
+#include "OxPayload.h"
 #include "OxPoint.h"
 #include "OxRectangle.h"
 #include "OxScreen.h"
