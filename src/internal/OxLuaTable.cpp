@@ -36,11 +36,11 @@ public:
     /** Makes the changes; if one fails, takes back the others and raises the error. */
     void make()
     {
-        lua_pushcfunction(__state, apply);
+        lua_pushcfunction(__state, __apply);
         lua_pushvalue(__state, __list);
         lua_pushinteger(__state, __size);
         if (lua_pcall(__state, 2, 0, 0) != 0) {
-            takeBack();
+            __takeBack();
             lua_error(__state);
         }
     }
@@ -48,7 +48,7 @@ public:
 private:
     enum Column { TABLE = 1, KEY, VALUE, OLD_VALUE, COLUMNS = OLD_VALUE };
 
-    static int apply(lua_State* state)
+    static int __apply(lua_State* state)
     {
         const int size = static_cast<int>(lua_tointeger(state, 2));
         for (int i = 0; i < size; i += COLUMNS) {
@@ -61,7 +61,7 @@ private:
         return 0;
     }
 
-    void takeBack() const
+    void __takeBack() const
     {
         for (int i = 0; i < __size; i += COLUMNS) {
             lua_rawgeti(__state, __list, i + TABLE);

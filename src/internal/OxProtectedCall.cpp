@@ -41,15 +41,15 @@ lua_State* getDeadCoroutine(lua_State* state)
 }  // namespace
 
 ProtectedCall::ProtectedCall(lua_State* state) noexcept
-    : __state(state), __outer(innermost), __level(1)
+    : __state(state), __outer(__innermost), __level(1)
 {
-    for (const ProtectedCall* call = innermost; call != nullptr; call = call->__outer) {
+    for (const ProtectedCall* call = __innermost; call != nullptr; call = call->__outer) {
         if (call->__state == state) {
             __level = call->__level + 1;
             break;
         }
     }
-    innermost = this;
+    __innermost = this;
 }
 
 ProtectedCall::~ProtectedCall()
@@ -57,7 +57,7 @@ ProtectedCall::~ProtectedCall()
     if (__closing) {
         lua_close(__state);
     }
-    innermost = __outer;
+    __innermost = __outer;
 }
 
 int ProtectedCall::run(int parameterCount, int returnCount) noexcept
@@ -93,7 +93,7 @@ std::exception_ptr ProtectedCall::getException() const
 
 bool ProtectedCall::isActive(lua_State* state) noexcept
 {
-    const ProtectedCall* call = innermost;
+    const ProtectedCall* call = __innermost;
     while (call != nullptr && call->__state != state) {
         call = call->__outer;
     }
@@ -103,7 +103,7 @@ bool ProtectedCall::isActive(lua_State* state) noexcept
 void ProtectedCall::close(lua_State* state) noexcept
 {
     ProtectedCall* outermost = nullptr;
-    for (ProtectedCall* call = innermost; call != nullptr; call = call->__outer) {
+    for (ProtectedCall* call = __innermost; call != nullptr; call = call->__outer) {
         if (call->__state == state) {
             call->__abandoned = true;
             outermost = call;
@@ -119,35 +119,35 @@ void ProtectedCall::close(lua_State* state) noexcept
 
 void ProtectedCall::keep() noexcept
 {
-    if (innermost != nullptr) {
-        innermost->__exception = std::current_exception();
-        innermost->__raised = false;
-        innermost->__carried = false;
+    if (__innermost != nullptr) {
+        __innermost->__exception = std::current_exception();
+        __innermost->__raised = false;
+        __innermost->__carried = false;
     }
 }
 
 void ProtectedCall::raising(lua_State* state)
 {
-    if (innermost == nullptr) {
+    if (__innermost == nullptr) {
         return;
     }
-    std::strncpy(innermost->__message, lua_tostring(state, -1), sizeof __message - 1);
-    innermost->__message[sizeof __message - 1] = '\0';
-    innermost->__raised = true;
-    innermost->__raisedIn = state;
-    innermost->__raisedBy = nullptr;
+    std::strncpy(__innermost->__message, lua_tostring(state, -1), sizeof __message - 1);
+    __innermost->__message[sizeof __message - 1] = '\0';
+    __innermost->__raised = true;
+    __innermost->__raisedIn = state;
+    __innermost->__raisedBy = nullptr;
     if (pushFunction(state, 0)) {
-        innermost->__raisedBy = lua_topointer(state, -1);
+        __innermost->__raisedBy = lua_topointer(state, -1);
         lua_pop(state, 1);
     }
 }
 
 int ProtectedCall::onError(lua_State* state)
 {
-    if (innermost != nullptr) {
-        innermost->__carried = innermost->__raised && innermost->__isCarriedTo(state);
-        if (innermost->__traceback != nullptr) {
-            innermost->__trace(state);
+    if (__innermost != nullptr) {
+        __innermost->__carried = __innermost->__raised && __innermost->__isCarriedTo(state);
+        if (__innermost->__traceback != nullptr) {
+            __innermost->__trace(state);
         }
     }
     return 1;  // the error, as it is

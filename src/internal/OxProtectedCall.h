@@ -75,11 +75,11 @@ public:
      *  is no call. */
     static std::uint64_t* getInstructions() noexcept
     {
-        return innermost != nullptr ? &innermost->__instructions : nullptr;
+        return __innermost != nullptr ? &__innermost->__instructions : nullptr;
     }
 
 private:
-    static inline ProtectedCall* innermost = nullptr;
+    static inline ProtectedCall* __innermost = nullptr;
 
     void __checkLevel(int place) noexcept;
     bool __isCarriedTo(lua_State* state) const;

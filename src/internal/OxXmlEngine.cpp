@@ -98,9 +98,10 @@ void MemoryWatch::__begin()
     __messageHandler = xmlGenericError;
     __messageContext = xmlGenericErrorContext;
     if (__errorHandler != nullptr) {
-        xmlSetStructuredErrorFunc(this, [](void* watch, auto* error) { passError(watch, error); });
+        xmlSetStructuredErrorFunc(this,
+                                  [](void* watch, auto* error) { __passError(watch, error); });
     } else {
-        xmlSetGenericErrorFunc(this, passMessage);
+        xmlSetGenericErrorFunc(this, __passMessage);
     }
 }
 
@@ -117,7 +118,7 @@ void MemoryWatch::__end()
 // one, writes to the context that is set, and not to the one that it is given.
 
 template <typename Error>
-void MemoryWatch::passError(void* watch, Error* error)
+void MemoryWatch::__passError(void* watch, Error* error)
 {
     auto* self = static_cast<MemoryWatch*>(watch);
     self->__hasRunOut = self->__hasRunOut || error->code == XML_ERR_NO_MEMORY;
@@ -126,7 +127,7 @@ void MemoryWatch::passError(void* watch, Error* error)
     self->__begin();
 }
 
-void MemoryWatch::passMessage(void* watch, const char* format, ...)
+void MemoryWatch::__passMessage(void* watch, const char* format, ...)
 {
     auto* self = static_cast<MemoryWatch*>(watch);
     self->__hasRunOut = self->hasRunOut();

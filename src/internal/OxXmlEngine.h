@@ -58,8 +58,8 @@ private:
     void __begin();
     void __end();
     template <typename Error>
-    static void passError(void* watch, Error* error);
-    [[gnu::format(printf, 2, 3)]] static void passMessage(void* watch, const char* format, ...);
+    static void __passError(void* watch, Error* error);
+    [[gnu::format(printf, 2, 3)]] static void __passMessage(void* watch, const char* format, ...);
 
     bool __hasRunOut = false;
     xmlStructuredErrorFunc __errorHandler = nullptr;
