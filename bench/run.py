@@ -35,6 +35,8 @@ CORE = max(os.sched_getaffinity(0))
 ROUNDS = 9
 QUICK_ROUNDS = 3
 
+SAME = 0.95  # of a time: what is less than that is more than chance
+
 # What stands behind the contenders; the page names the versions of those that are installed.
 ENGINES = {
     "GLib": "glib-2.0",
@@ -242,14 +244,14 @@ def size_text(size):
 
 
 def peers_text(times):
-    """The quickest first; in bold who is quicker than the floor, at the same work and for certain."""
+    """The quickest first; in bold who is quicker than the floor, for certain and at the same work."""
     figures = {
         name: Figure.of_ratio(times, name, floor_of(times))
         for name in times
         if name not in (LIBRARY, floor_of(times))
     }
     return "<br>".join(
-        f"{name}: " + figure.text("**" if figure.high < 1 and "," not in name else "")
+        f"{name}: " + figure.text("**" if figure.high < SAME and "," not in name else "")
         for name, figure in sorted(figures.items(), key=lambda item: item[1].median)
     )
 
@@ -352,6 +354,7 @@ def page(build, results, arguments, load):
         command = "./dev bench"
     rounds = QUICK_ROUNDS if arguments.quick else ROUNDS
     head = TEXT.format(
+        same=SAME,
         rounds=rounds,
         met=verdicts[MET],
         close=verdicts[CLOSE],
@@ -373,7 +376,7 @@ TEXT = """# Benchmarks
 The floor is the fastest plain code, or the raw engine, that does the same observable work, and its results are
 compared with the library's before anything is timed. A ratio is a time divided by the floor's, so that less is
 better. Peers are what else could be used; what stands behind a comma is how a peer's work differs. One in bold does
-the same work and is faster than the floor, which then is none.
+the same work in less than {same:.0%} of the floor's time, even where its spread ends: that floor is none.
 
 Each figure is the median of {rounds} rounds, in which all contenders of an operation take turns; ratios are made
 within a round. The spread in brackets is that of the rounds. If there are nine, the lowest and the highest don't
