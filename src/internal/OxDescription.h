@@ -8,7 +8,8 @@ namespace oxil::internal {
 inline constexpr long long MOST_BYTES_OF_VALUE = 320;
 
 /**
- * The rules of SerializedData::validate().
+ * The rules of SerializedData::validate(); named after it, because what is logged names the
+ * function.
  *
  * @param available     bytes of data, at most INT_MAX
  * @param unknownKinds  whether entries of unknown kinds are accepted; they are not read
