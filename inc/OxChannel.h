@@ -14,7 +14,8 @@ namespace oxil {
 /** What a Channel accepts and keeps. */
 struct ChannelLimits {
     WireLimits message;               ///< what one received message may take
-    std::size_t queue = 1024 * 1024;  ///< bytes that wait to be sent
+    std::size_t queue = 1024 * 1024;  ///< bytes that wait to be sent, with those of the message
+                                      ///< that is being sent and the five in front of it
 };
 
 /**
@@ -34,8 +35,8 @@ struct ChannelLimits {
  * @par Callbacks
  * They run from the main loop, never from inside a member. Each may send, close, open or destroy
  * the channel, and may wait in a WaitingLoop: messages that arrive meanwhile are delivered there.
- * What a callback captured lives until it returns. It must not throw: the process ends if it does.
- * Callbacks may be empty.
+ * What a callback captured lives until it returns, and is let go of when the connection has ended
+ * and OnClosed has returned. It must not throw: the process ends if it does. Callbacks may be empty.
  *
  * @par Sending
  * What the stream takes at once is sent at once; the rest waits in a queue and goes when there is
@@ -102,7 +103,7 @@ public:
      * what it refers to, see `fcntl` in the POSIX manual) and not to be inherited.
      *
      * @return STATUS_SUCCESS; STATUS_INVALID_PARAMETER after logging "Invalid descriptor (%d)." for
-     *         one that is not open, which stays the caller's
+     *         one that is not open. The channel is as it was then, and no descriptor was touched.
      */
     int open(int socket, const OnMessage& onMessage, const OnClosed& onClosed,
              const ChannelLimits& limits = ChannelLimits());
@@ -147,7 +148,8 @@ public:
     /**
      * Answers a request, at once or later.
      *
-     * @param contextId  of the message that was received
+     * @param contextId  of a message that was received since the channel was opened; the other end
+     *                   of a new connection may have a request of its own with that number
      * @return as send(); STATUS_INVALID_PARAMETER after logging "Invalid parameter (%u)." for the
      *         number 0, of a message that expects no answer
      */

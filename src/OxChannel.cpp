@@ -2,10 +2,11 @@
 
 #include <glib.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <new>
+#include <set>
 #include <string>
 #include <utility>
 
@@ -24,7 +25,6 @@ constexpr std::size_t CHUNK_SIZE = 16 * 1024;
 // What had arrived when the other direction broke is delivered, but nobody keeps this end busy.
 constexpr int MOST_LAST_CHUNKS = 64;
 
-constexpr unsigned int NO_EVENTS = 0;
 constexpr unsigned int INPUT = G_IO_IN;
 constexpr unsigned int ROOM = G_IO_OUT;
 
@@ -56,7 +56,9 @@ void call(const Function& function, const Arguments&... arguments) noexcept
 class Channel::Connection : public std::enable_shared_from_this<Connection> {
 public:
     Connection(const OnMessage& onMessage, const OnClosed& onClosed, const ChannelLimits& limits)
-        : __onMessage(onMessage), __onClosed(onClosed), __limits(limits)
+        : __onMessage(std::make_shared<OnMessage>(onMessage)),
+          __onClosed(onClosed),
+          __limits(limits)
     {
     }
 
@@ -90,6 +92,8 @@ private:
         OnAnswer onAnswer;
     };
 
+    using Requests = std::map<unsigned int, Request>;
+
     /** What the main loop knows. */
     struct Source {
         GSource base;
@@ -102,8 +106,7 @@ private:
     }
 
     bool __isOpen() const noexcept { return __source != nullptr; }
-    bool __isOneStream() const noexcept { return __inputTag == __outputTag; }
-    unsigned int __getEvents(gpointer tag) const noexcept;
+    bool __isReady(gpointer tag) const noexcept;
     void __onReady() noexcept;
     void __transfer();
     void __flush() noexcept;
@@ -111,19 +114,20 @@ private:
     int __receive();
     void __deliver();
     int __deliverFirst();
+    OnAnswer __take(Requests::iterator request) noexcept;
     void __expire() noexcept;
     int __explainEnd(int result) const noexcept;
     void __finish(int status) noexcept;
     void __shut() noexcept;
 
-    OnMessage __onMessage;
+    std::shared_ptr<const OnMessage> __onMessage;  // it may be running when the connection ends
     OnClosed __onClosed;
     ChannelLimits __limits;
     Stream __input;
     Stream __output;  // not open if the input goes both ways
     GSource* __source = nullptr;
     gpointer __inputTag = nullptr;
-    gpointer __outputTag = nullptr;
+    gpointer __outputTag = nullptr;  // null unless there is an output that is waited for
 
     std::string __received;
     std::size_t __delivered = 0;  // bytes at the beginning of what was received
@@ -131,11 +135,12 @@ private:
 
     std::string __queue;
     std::size_t __sent = 0;      // bytes at the beginning of the queue
-    bool __isWatched = false;    // whether the main loop tells when there is room
+    bool __isWaiting = false;    // for the main loop to tell that there is room
     bool __isBroken = false;     // whether a write has failed
     bool __isAbandoned = false;  // by the channel
 
-    std::map<unsigned int, Request> __requests;
+    Requests __requests;
+    std::set<std::pair<gint64, unsigned int>> __deadlines;  // of the requests, the next one first
     unsigned int __lastRequest = 0;
 };
 
@@ -148,8 +153,8 @@ void Channel::Connection::open(int input, int output)
                                      [](GSource* source) -> gboolean {
                                          const Connection& self = __of(source);
                                          return self.__mayDeliver ||
-                                                self.__getEvents(self.__inputTag) != NO_EVENTS ||
-                                                self.__getEvents(self.__outputTag) != NO_EVENTS;
+                                                self.__isReady(self.__inputTag) ||
+                                                self.__isReady(self.__outputTag);
                                      },
                                      [](GSource* source, GSourceFunc, gpointer) -> gboolean {
                                          __of(source).__onReady();
@@ -165,11 +170,8 @@ void Channel::Connection::open(int input, int output)
     g_source_set_can_recurse(__source, TRUE);
     __input.take(input);
     __inputTag = g_source_add_unix_fd(__source, input, G_IO_IN);
-    if (output == input) {
-        __outputTag = __inputTag;
-    } else {
+    if (output != input) {
         __output.take(output);
-        __outputTag = g_source_add_unix_fd(__source, output, static_cast<GIOCondition>(NO_EVENTS));
     }
     g_source_attach(__source, nullptr);
 }
@@ -214,13 +216,14 @@ int Channel::Connection::request(const Payload& payload, int timeout, const OnAn
     const auto position = __requests.emplace(__lastRequest, Request{deadline, onAnswer}).first;
     int r = STATUS_SUCCESS;
     try {
+        __deadlines.emplace(deadline, __lastRequest);
         r = send(Kind::REQUEST, __lastRequest, payload);
     } catch (...) {
-        __requests.erase(position);
+        __take(position);
         throw;
     }
     if (r != STATUS_SUCCESS) {
-        __requests.erase(position);
+        __take(position);
         return r;
     }
     const gint64 next = g_source_get_ready_time(__source);
@@ -230,10 +233,10 @@ int Channel::Connection::request(const Payload& payload, int timeout, const OnAn
     return STATUS_SUCCESS;
 }
 
-unsigned int Channel::Connection::__getEvents(gpointer tag) const noexcept
+/** Whether there is anything to learn about the stream. */
+bool Channel::Connection::__isReady(gpointer tag) const noexcept
 {
-    return tag != nullptr ? static_cast<unsigned int>(g_source_query_unix_fd(__source, tag))
-                          : NO_EVENTS;
+    return tag != nullptr && g_source_query_unix_fd(__source, tag) != 0;
 }
 
 void Channel::Connection::__onReady() noexcept
@@ -249,25 +252,16 @@ void Channel::Connection::__onReady() noexcept
 
 void Channel::Connection::__transfer()
 {
-    const bool isReadable = __getEvents(__inputTag) != NO_EVENTS;
-    if (const unsigned int events = __getEvents(__outputTag);
-        getQueueSize() > 0 && events != NO_EVENTS) {
+    const bool isReadable = __isReady(__inputTag);
+    if (__isWaiting) {
         __flush();
-    } else if (!__isOneStream() && events != NO_EVENTS) {
-        // Nobody reads it any more. The other stream tells whether that is the end, as long as
-        // nothing is to be sent.
-        g_source_remove_unix_fd(__source, __outputTag);
-        __outputTag = nullptr;
     }
-
-    int result = isReadable ? __receive() : Stream::NOTHING_NOW;
+    const int result = isReadable ? __receive() : Stream::NOTHING_NOW;
     __deliver();
-    for (int i = 0; __isOpen() && __isBroken && result > 0 && i < MOST_LAST_CHUNKS; ++i) {
-        result = __receive();
+    __expire();
+    // A write may have failed at any time: what had arrived until then is delivered.
+    for (int i = 0; __isBroken && i < MOST_LAST_CHUNKS && __isOpen() && __receive() > 0; ++i) {
         __deliver();
-    }
-    if (__isOpen()) {
-        __expire();
     }
     if (__isOpen() && (__isBroken || result < 0)) {
         __finish(__isBroken ? STATUS_FAILURE : __explainEnd(result));
@@ -299,14 +293,22 @@ void Channel::Connection::__flush() noexcept
     __watchOutput();
 }
 
+/** Lets the main loop tell when there is room, as long as something waits for it. */
 void Channel::Connection::__watchOutput() noexcept
 {
-    const bool isWatched = getQueueSize() > 0;
-    if (isWatched != __isWatched && __outputTag != nullptr) {
-        const unsigned int events =
-            (__isOneStream() ? INPUT : NO_EVENTS) | (isWatched ? ROOM : NO_EVENTS);
-        g_source_modify_unix_fd(__source, __outputTag, static_cast<GIOCondition>(events));
-        __isWatched = isWatched;
+    const bool isWaiting = getQueueSize() > 0;
+    if (isWaiting == __isWaiting) {
+        return;
+    }
+    __isWaiting = isWaiting;
+    if (!__output.isOpen()) {
+        g_source_modify_unix_fd(__source, __inputTag,
+                                static_cast<GIOCondition>(isWaiting ? INPUT | ROOM : INPUT));
+    } else if (isWaiting) {
+        __outputTag = g_source_add_unix_fd(__source, __output.get(), G_IO_OUT);
+    } else {
+        // A pipe that nobody reads any more would wake the main loop again and again.
+        g_source_remove_unix_fd(__source, std::exchange(__outputTag, nullptr));
     }
 }
 
@@ -374,28 +376,34 @@ int Channel::Connection::__deliverFirst()
     __delivered += FRONT_SIZE + length;
     __mayDeliver = true;
     if (kind != Kind::ANSWER) {
-        call(__onMessage, data);
-    } else if (const auto request = __requests.extract(contextId)) {
-        call(request.mapped().onAnswer, STATUS_SUCCESS, data);
+        const std::shared_ptr<const OnMessage> onMessage = __onMessage;
+        call(*onMessage, data);
+    } else if (const auto request = __requests.find(contextId); request != __requests.end()) {
+        call(__take(request), STATUS_SUCCESS, data);
     }
     return STATUS_SUCCESS;
+}
+
+/** Takes out a request, which is about to be told or is not made after all. */
+Channel::OnAnswer Channel::Connection::__take(Requests::iterator request) noexcept
+{
+    __deadlines.erase({request->second.deadline, request->first});
+    OnAnswer onAnswer = std::move(request->second.onAnswer);
+    __requests.erase(request);
+    return onAnswer;
 }
 
 /** Ends the requests whose time is over. */
 void Channel::Connection::__expire() noexcept
 {
     while (__isOpen()) {
-        const auto next = std::min_element(__requests.begin(), __requests.end(),
-                                           [](const auto& left, const auto& right) {
-                                               return left.second.deadline < right.second.deadline;
-                                           });
-        const gint64 deadline = next != __requests.end() ? next->second.deadline : NEVER;
-        if (deadline == NEVER || deadline > g_get_monotonic_time()) {
-            g_source_set_ready_time(__source, __isBroken ? AT_ONCE : deadline);
+        const gint64 next = __deadlines.empty() ? NEVER : __deadlines.begin()->first;
+        if (next == NEVER || next > g_get_monotonic_time()) {
+            g_source_set_ready_time(__source, __isBroken ? AT_ONCE : next);
             return;
         }
-        const auto request = __requests.extract(next);
-        call(request.mapped().onAnswer, STATUS_TIMED_OUT, SerializedData());
+        const OnAnswer onAnswer = __take(__requests.find(__deadlines.begin()->second));
+        call(onAnswer, STATUS_TIMED_OUT, SerializedData());
     }
 }
 
@@ -421,16 +429,17 @@ int Channel::Connection::__explainEnd(int result) const noexcept
 void Channel::Connection::__finish(int status) noexcept
 {
     __shut();
-    const SerializedData nothing;
     while (!__isAbandoned && !__requests.empty()) {
-        const auto request = __requests.extract(__requests.begin());
-        call(request.mapped().onAnswer, status != STATUS_SUCCESS ? status : STATUS_FAILURE,
-             nothing);
+        const OnAnswer onAnswer = __take(__requests.begin());
+        call(onAnswer, status != STATUS_SUCCESS ? status : STATUS_FAILURE, SerializedData());
     }
     if (!__isAbandoned) {
         __isAbandoned = true;
         call(__onClosed, status);
     }
+    // What they capture may be all that keeps the channel.
+    __onClosed = nullptr;
+    __onMessage = nullptr;
 }
 
 void Channel::Connection::__shut() noexcept
@@ -468,9 +477,12 @@ int Channel::open(int input, int output, const OnMessage& onMessage, const OnClo
         }
     }
     const auto connection = std::make_shared<Connection>(onMessage, onClosed, limits);
-    close();
+    // What its functions capture may own this channel.
+    const std::shared_ptr<Connection> before = std::exchange(__connection, connection);
+    if (before != nullptr) {
+        before->abandon();
+    }
     connection->open(input, output);
-    __connection = connection;
     return STATUS_SUCCESS;
 }
 

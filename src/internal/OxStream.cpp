@@ -28,18 +28,18 @@ public:
         pthread_sigmask(SIG_BLOCK, &__pipe, &__before);
     }
 
-    ~NoPipeSignal()
-    {
-        if (!__wasPending) {
-            const timespec now = {0, 0};
-            while (sigtimedwait(&__pipe, nullptr, &now) < 0 && errno == EINTR) {
-            }
-        }
-        pthread_sigmask(SIG_SETMASK, &__before, nullptr);
-    }
+    ~NoPipeSignal() { pthread_sigmask(SIG_SETMASK, &__before, nullptr); }
 
     NoPipeSignal(const NoPipeSignal&) = delete;
     NoPipeSignal& operator=(const NoPipeSignal&) = delete;
+
+    /** Takes back the signal that has just been raised, unless there was one before. */
+    void take() const noexcept
+    {
+        const timespec now = {0, 0};
+        while (!__wasPending && sigtimedwait(&__pipe, nullptr, &now) < 0 && errno == EINTR) {
+        }
+    }
 
 private:
     sigset_t __pipe;
@@ -112,7 +112,11 @@ int Stream::write(const char* bytes, std::size_t size) noexcept
         return __transfer([&] { return ::send(__descriptor, bytes, most, MSG_NOSIGNAL); });
     }
     const NoPipeSignal noSignal;
-    return __transfer([&] { return ::write(__descriptor, bytes, most); });
+    const int count = __transfer([&] { return ::write(__descriptor, bytes, most); });
+    if (count == FAILED && __error == EPIPE) {
+        noSignal.take();
+    }
+    return count;
 }
 
 }  // namespace oxil::internal

@@ -24,6 +24,7 @@ public:
     void close() noexcept;
 
     bool isOpen() const noexcept { return __descriptor >= 0; }
+    int get() const noexcept { return __descriptor; }
 
     /** What read() and write() give besides a number of bytes. */
     enum { NOTHING_NOW = 0, FAILED = -1, ENDED = -2 };

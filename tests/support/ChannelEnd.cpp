@@ -116,10 +116,10 @@ std::string frameOf(const oxil::Payload& payload, Kind kind, std::uint32_t numbe
 {
     std::string message;
     EXPECT_EQ(payload.encode(message), STATUS_SUCCESS);
-    return frameOf(message, kind, number);
+    return framed(message, kind, number);
 }
 
-std::string frameOf(const std::string& message, Kind kind, std::uint32_t number)
+std::string framed(const std::string& message, Kind kind, std::uint32_t number)
 {
     std::string frame(1, static_cast<char>(kind));
     for (int shift = 0; shift < 32; shift += 8) {

@@ -55,6 +55,6 @@ enum class Kind : std::uint8_t { MESSAGE, REQUEST, ANSWER };
 /** The bytes that travel for a message, put together here. */
 std::string frameOf(const oxil::Payload& payload, Kind kind = Kind::MESSAGE,
                     std::uint32_t number = 0);
-std::string frameOf(const std::string& message, Kind kind, std::uint32_t number);
+std::string framed(const std::string& message, Kind kind = Kind::MESSAGE, std::uint32_t number = 0);
 
 }  // namespace oxil::test
