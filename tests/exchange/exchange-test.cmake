@@ -1,7 +1,8 @@
 # Every payload goes through a pipe from one process to another: between two of this build, and, when
-# it is cross-compiled, between one of the host and one under the emulator, both ways.
+# it is cross-compiled, between one of the host and one under the emulator, both ways. Then two talk
+# to each other over a channel.
 #
-# cmake -DPEER=... [-DSOURCE=... -DWORK=... -DEMULATOR=...] -P exchange-test.cmake
+# cmake -DPEER=... -DCHANNEL_PEER=... [-DSOURCE=... -DWORK=... -DEMULATOR=...] -P exchange-test.cmake
 
 set(peers own)
 set(own ${EMULATOR} ${PEER})
@@ -28,4 +29,18 @@ foreach(sender IN LISTS peers)
 endforeach()
 if(WORK AND NOT widths MATCHES "32-bit.*64-bit.*32-bit.*64-bit")
   message(FATAL_ERROR "these are not two kinds of process: ${widths}")
+endif()
+
+set(asking ${EMULATOR} ${CHANNEL_PEER})
+if(WORK)
+  set(asking ${WORK}/channel-peer)
+endif()
+execute_process(COMMAND ${asking} ask ${EMULATOR} ${CHANNEL_PEER} answer
+  RESULT_VARIABLE result OUTPUT_VARIABLE said)
+message("over a channel: ${said}")
+if(NOT result STREQUAL "0" OR NOT said MATCHES "process: [1-9][0-9]* requests each way\n$")
+  message(FATAL_ERROR "over a channel: ${result}")
+endif()
+if(WORK AND NOT said MATCHES "64-bit and 32-bit|32-bit and 64-bit")
+  message(FATAL_ERROR "these are not two kinds of process")
 endif()
