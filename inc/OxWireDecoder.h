@@ -48,14 +48,14 @@ struct WireLimits {
  *
  * Every refusal is logged once:
  *
- * | message                                                       | status                     |
- * |---------------------------------------------------------------|----------------------------|
- * | "Invalid magic." "Invalid version (%d)."                      | STATUS_INVALID_PARAMETER   |
- * | "Invalid message (%zu)." with the place of the first bad byte | STATUS_INVALID_PARAMETER   |
- * | "Message is too long (%llu)." with the length it claims        | STATUS_CAPACITY_EXCEEDED   |
- * | "Too many blocks (%d)."                                       | STATUS_CAPACITY_EXCEEDED   |
- * | what SerializedData::validate() says                          | that one's                 |
- * | "Memory allocation failed."                                   | STATUS_OUT_OF_MEMORY       |
+ * | message                                                        | status                   |
+ * |----------------------------------------------------------------|--------------------------|
+ * | "Invalid magic." "Invalid version (%d)."                       | STATUS_INVALID_PARAMETER |
+ * | "Invalid message (%zu)." with the bytes read until it was seen | STATUS_INVALID_PARAMETER |
+ * | "Message is too long (%llu)." with the length that it claims   | STATUS_CAPACITY_EXCEEDED |
+ * | "Too many blocks (%d)."                                        | STATUS_CAPACITY_EXCEEDED |
+ * | what SerializedData::validate() says                           | that one's               |
+ * | "Memory allocation failed."                                    | STATUS_OUT_OF_MEMORY     |
  *
  * @par Threads
  * No shared state, no locks. One object belongs to one thread at a time.
@@ -106,9 +106,10 @@ public:
     /**
      * Appends bytes that have arrived; any number of them, also none.
      *
-     * @return STATUS_SUCCESS; when a message begins wrongly or is too long, the status above: what
-     *         follows can't be cut into messages, so every later call gives the same status, and
-     *         logs nothing. Messages that were whole before can still be decoded.
+     * @return STATUS_SUCCESS; as soon as a message begins wrongly or is known to be too long, the
+     *         status above, after the log line of getLength(): what follows can't be cut into
+     *         messages, so every later call gives the same status, takes nothing and logs nothing.
+     *         The messages in front of it can still be decoded.
      */
     int append(const void* bytes, std::size_t size);
 
@@ -131,12 +132,11 @@ public:
 private:
     template <typename... Target>
     OXIL_LOCAL int __decodeFirst(Target&&... target);
-    OXIL_LOCAL void __look();
 
     WireLimits __limits;
-    std::string __bytes;       // those of messages that are not decoded yet
-    std::size_t __begin = 0;   // of the first message in them
-    std::size_t __length = 0;  // of that message; 0 as long as it is not known
+    std::string __bytes;
+    std::size_t __begin = 0;  // of the messages in them that are not decoded yet
+    std::size_t __end = 0;    // of the last one that is whole
     int __status = STATUS_SUCCESS;
 };
 

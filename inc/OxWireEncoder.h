@@ -39,8 +39,10 @@ public:
      *
      * @return STATUS_SUCCESS; STATUS_INVALID_STATE after logging "data is nullptr." when there is
      *         no data area, which even an empty payload has; STATUS_INVALID_PARAMETER after
-     *         SerializedData::validate() has logged what is wrong with the description. Entries of
-     *         unknown kinds are sent, but see WireLimits::unknownKinds.
+     *         SerializedData::validate() has logged what is wrong with the description;
+     *         STATUS_CAPACITY_EXCEEDED after logging "Message is too long (%llu)." with its length
+     *         when that is more than INT_MAX. Entries of unknown kinds are sent, but see
+     *         WireLimits::unknownKinds.
      */
     static int encode(const SerializedData& data, std::string& message);
 

@@ -203,11 +203,15 @@ int decode(WireReader& input, SerializedData& data, const WireLimits& limits)
         return STATUS_CAPACITY_EXCEEDED;
     }
     info.blockCount = blockCount;
+    // Bytes of the entries; those of one block fit into 62 bits, those of all may not.
     long long least = 0;
-    for (int block = 0; block < blockCount; ++block) {
+    const auto isThere = [&] {
+        return input.isGood() && least <= static_cast<long long>(input.left());
+    };
+    for (int block = 0; block < blockCount && isThere(); ++block) {
         least += readHead(input, info, block) * std::max(info.repeatCount[block], 1);
     }
-    if (!input.isGood() || least > static_cast<long long>(input.left())) {
+    if (!isThere()) {
         OX_ERROR("Invalid message (%zu).", input.offset());
         return STATUS_INVALID_PARAMETER;
     }
@@ -452,18 +456,28 @@ WireDecoder::WireDecoder(const WireLimits& limits) : __limits(limits) {}
 
 int WireDecoder::append(const void* bytes, std::size_t size)
 {
-    if (__status == STATUS_SUCCESS && size > 0) {
-        __bytes.erase(0, __begin);
-        __begin = 0;
-        __bytes.append(static_cast<const char*>(bytes), size);
-        __look();
+    if (__status != STATUS_SUCCESS || size == 0) {
+        return __status;
     }
+    // Not at every call: what is left has to be moved.
+    if (__begin > __bytes.size() / 2) {
+        __bytes.erase(0, __begin);
+        __end -= __begin;
+        __begin = 0;
+    }
+    __bytes.append(static_cast<const char*>(bytes), size);
+
+    std::size_t length = 0;
+    do {
+        __end += length;
+        __status = getLength(__bytes.data() + __end, __bytes.size() - __end, length, __limits);
+    } while (length > 0 && length <= __bytes.size() - __end);
     return __status;
 }
 
 bool WireDecoder::hasMessage() const noexcept
 {
-    return __length > 0 && __bytes.size() - __begin >= __length;
+    return __begin < __end;
 }
 
 int WireDecoder::decode(SerializedData& data)
@@ -488,19 +502,10 @@ int WireDecoder::__decodeFirst(Target&&... target)
         return STATUS_NOT_FOUND;
     }
     const char* message = __bytes.data() + __begin;
-    const std::size_t length = std::exchange(__length, 0);
+    std::size_t length = 0;
+    getLength(message, __end - __begin, length, __limits);
     __begin += length;
-    __look();
     return decode(message, length, target..., __limits);
-}
-
-/** Finds out where the first message ends, unless that is known. */
-void WireDecoder::__look()
-{
-    if (__length == 0 && __status == STATUS_SUCCESS) {
-        __status =
-            getLength(__bytes.data() + __begin, __bytes.size() - __begin, __length, __limits);
-    }
 }
 
 }  // namespace oxil

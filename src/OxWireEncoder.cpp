@@ -211,10 +211,10 @@ struct Text {
     std::size_t mark;  // the length, or what stands for the whole slot
 };
 
-/** Bytes of all entries. */
-std::size_t entriesSize(const SerializationInfo& info, const char* data)
+/** Bytes of all entries. Texts in many slots of one byte take twice as many as these. */
+std::uint64_t entriesSize(const SerializationInfo& info, const char* data)
 {
-    std::size_t total = 0;
+    std::uint64_t total = 0;
     forEachEntry(info, data, [&](const char* place, int type, std::size_t size) {
         if (type == VARIANT_TYPE_STRING) {
             const Text text(place, size);
@@ -267,11 +267,12 @@ bool isOfSameShape(const KeyValues& left, const KeyValues& right)
                       });
 }
 
-/** The same for records of one shape that are no more than an int can count. */
+/** The same for records of one shape whose message an int can count: its texts take a byte more
+ *  than their slots at most. */
 bool isPlain(const std::vector<KeyValues>& records)
 {
     return !records.empty() && isPlain(records.front()) &&
-           records.size() <= INT_MAX / records.front().__getSpace() &&
+           records.size() <= INT_MAX / 2 / records.front().__getSpace() &&
            std::all_of(records.begin(), records.end(), [&](const KeyValues& record) {
                return isPlain(record) && isOfSameShape(record, records.front());
            });
@@ -348,7 +349,7 @@ int WireEncoder::encode(const SerializedData& data, std::string& message)
         return r;
     }
 
-    std::size_t length = 1 + entriesSize(info, area);
+    std::uint64_t length = 1 + entriesSize(info, area);
     for (int block = 0; block < info.blockCount; ++block) {
         length += headSize(Block(info, block));
     }
@@ -356,7 +357,7 @@ int WireEncoder::encode(const SerializedData& data, std::string& message)
         OX_ERROR("Message is too long (%llu).", static_cast<unsigned long long>(length));
         return STATUS_CAPACITY_EXCEEDED;
     }
-    append(message, length, [&](WireWriter& output) {
+    append(message, static_cast<std::size_t>(length), [&](WireWriter& output) {
         output.byte(static_cast<unsigned int>(info.blockCount));
         for (int block = 0; block < info.blockCount; ++block) {
             writeHead(Block(info, block), output);

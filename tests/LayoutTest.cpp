@@ -279,6 +279,40 @@ TEST(LayoutTest, ClassesOfStaticFunctionsHaveNoFields)
     EXPECT_TRUE(std::is_empty_v<NumberParser>);
     EXPECT_TRUE(std::is_empty_v<StringUtil>);
     EXPECT_TRUE(std::is_empty_v<Serializer>);
+    EXPECT_TRUE(std::is_empty_v<WireEncoder>);
+}
+
+std::vector<Place> fields(FieldsOf<WireLimits>);
+template struct Expose<WireLimits, &WireLimits::bytes, &WireLimits::blocks, &WireLimits::values,
+                       &WireLimits::memory, &WireLimits::unknownKinds>;
+
+TEST(LayoutTest, WireLimits)
+{
+    expectLayout<WireLimits>(R"(
+        WireLimits     0  32  8     0  40  8
+        bytes          0   4  4     0   8  8
+        blocks         4   4  4     8   4  4
+        values         8   8  8    16   8  8
+        memory        16   8  8    24   8  8
+        unknownKinds  24   1  1    32   1  1
+    )");
+}
+
+std::vector<Place> fields(FieldsOf<WireDecoder>);
+template struct Expose<WireDecoder, &WireDecoder::__limits, &WireDecoder::__bytes,
+                       &WireDecoder::__begin, &WireDecoder::__end, &WireDecoder::__status>;
+
+TEST(LayoutTest, WireDecoder)
+{
+    expectLayout<WireDecoder>(R"(
+        WireDecoder   0  72  8     0  96  8
+        __limits      0  32  8     0  40  8
+        __bytes      32  24  4    40  32  8
+        __begin      56   4  4    72   8  8
+        __end        60   4  4    80   8  8
+        __status     64   4  4    88   4  4
+    )");
+    EXPECT_FALSE(std::is_polymorphic_v<WireDecoder>);
 }
 
 // ---- Main loop ----------------------------------------------------------------------------------

@@ -29,6 +29,8 @@ static_assert(std::is_convertible_v<SerializedData&, KeyValue>);
 static_assert(std::is_convertible_v<SerializedData&, KeyValues>);
 static_assert(std::is_convertible_v<const SerializationInfo&, SerializedData>);
 static_assert(std::is_default_constructible_v<Serializer>);
+static_assert(std::is_default_constructible_v<WireDecoder>);
+static_assert(!std::is_convertible_v<WireLimits, WireDecoder>);
 
 // A number is a value: as a block count it would make KeyValue(5) ambiguous.
 static_assert(std::is_constructible_v<SerializedData, int>);
@@ -363,6 +365,27 @@ TEST_F(PayloadOverloadTest, WhatConvertsToAnEntry)
     EXPECT_EQ(PACKED(variant), ",7");
     EXPECT_EQ(PACKED(record, variant), "key,1|,7");
     EXPECT_EQ(PACKED(record, source), "key,1|key,1");
+}
+
+TEST_F(PayloadOverloadTest, AMessageIsOfSerializedDataARecordOrAList)
+{
+    SerializedData data;
+    ASSERT_EQ(Serializer::serialize(record, data), STATUS_SUCCESS);
+    std::string ofData;
+    std::string ofRecord;
+    std::string ofList;
+
+    EXPECT_EQ(WireEncoder::encode(data, ofData), STATUS_SUCCESS);
+    EXPECT_EQ(WireEncoder::encode(record, ofRecord), STATUS_SUCCESS);
+    EXPECT_EQ(WireEncoder::encode({record, record}, ofList, REPEATABLE), STATUS_SUCCESS);
+
+    EXPECT_EQ(ofRecord, ofData);
+    std::vector<KeyValues> list;
+    EXPECT_EQ(WireDecoder::decode(ofList.data(), ofList.size(), data), STATUS_SUCCESS);
+    EXPECT_EQ(WireDecoder::decode(ofList.data(), ofList.size(), list, REPEATABLE, {}),
+              STATUS_SUCCESS);
+    EXPECT_EQ(data.getRepeatCount(0), 2);
+    EXPECT_THAT(list, ElementsAre(record, record));
 }
 
 TEST_F(PayloadOverloadTest, ASerializerIsAnObjectWhereOneIsWanted)

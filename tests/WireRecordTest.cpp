@@ -1,0 +1,372 @@
+// Records go into messages and come out of them without a SerializedData, and nobody can tell.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "LogCapture.h"
+#include "OxSerializer.h"
+#include "OxStatus.h"
+#include "OxWireDecoder.h"
+#include "OxWireEncoder.h"
+#include "WireSamples.h"
+
+namespace oxil::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+using Records = std::vector<KeyValues>;
+
+/** What can be told of a call, but for where in the sources its lines come from. */
+struct Outcome {
+    int status = STATUS_SUCCESS;
+    std::vector<std::string> lines;
+    std::string message;
+};
+
+template <typename Call>
+Outcome outcomeOf(Call&& call)
+{
+    Outcome outcome;
+    const LogCapture log;
+    outcome.status = call(outcome.message);
+    for (const LogLine& line : log.lines()) {
+        outcome.lines.push_back(line.message);
+    }
+    return outcome;
+}
+
+void expectSame(const Outcome& actual, const Outcome& expected)
+{
+    ASSERT_EQ(actual.status, expected.status);
+    ASSERT_EQ(actual.lines, expected.lines);
+    ASSERT_TRUE(actual.message == expected.message) << "the messages differ";
+}
+
+// ---- Encoding -----------------------------------------------------------------------------------
+
+void expectSameMessage(const KeyValues& record)
+{
+    const Outcome detour = outcomeOf([&](std::string& message) {
+        SerializedData data;
+        const int status = record.serialize(data);
+        return status == STATUS_SUCCESS ? WireEncoder::encode(data, message) : status;
+    });
+    const Outcome direct =
+        outcomeOf([&](std::string& message) { return WireEncoder::encode(record, message); });
+
+    expectSame(direct, detour);
+}
+
+void expectSameMessage(const Records& records)
+{
+    const Outcome detour = outcomeOf([&](std::string& message) {
+        SerializedData data;
+        const int status = Serializer::serialize(records, data, REPEATABLE);
+        return status == STATUS_SUCCESS ? WireEncoder::encode(data, message) : status;
+    });
+    const Outcome direct = outcomeOf(
+        [&](std::string& message) { return WireEncoder::encode(records, message, REPEATABLE); });
+
+    expectSame(direct, detour);
+}
+
+TEST(WireRecordTest, ARecordGivesTheMessageOfItsSerializedData)
+{
+    Random random(1);
+    for (int i = 0; i < 2000; ++i) {
+        SCOPED_TRACE(i);
+        ASSERT_NO_FATAL_FAILURE(expectSameMessage(oddRecord(random)));
+    }
+}
+
+TEST(WireRecordTest, AListGivesTheMessageOfItsSerializedData)
+{
+    Random random(2);
+    for (int i = 0; i < 500; ++i) {
+        SCOPED_TRACE(i);
+        Records records;
+        const int count = 1 + random.below(6);
+        const KeyValues shape = oddRecord(random);
+        for (int j = 0; j < count; ++j) {
+            records.push_back(random.oneIn(3) ? oddRecord(random) : shape);
+        }
+        ASSERT_NO_FATAL_FAILURE(expectSameMessage(records));
+    }
+}
+
+TEST(WireRecordTest, AnEmptyListIsOutOfRange)
+{
+    std::string message = "kept";
+
+    EXPECT_THROW(WireEncoder::encode(Records(), message, REPEATABLE), std::out_of_range);
+
+    EXPECT_EQ(message, "kept");
+}
+
+TEST(WireRecordTest, AListOfEmptyRecordsIsAMessageOfNothing)
+{
+    ASSERT_NO_FATAL_FAILURE(expectSameMessage(Records(3)));
+}
+
+TEST(WireRecordTest, AnEmptyRecordIsRefused)
+{
+    std::string message = "kept";
+    LogCapture log;
+
+    EXPECT_EQ(WireEncoder::encode(KeyValues(), message), STATUS_INVALID_STATE);
+
+    ASSERT_EQ(log.count(), 1);
+    EXPECT_EQ(log.lines()[0].message, "Invalid data size (0).");
+    EXPECT_EQ(message, "kept");
+}
+
+// ---- Decoding -----------------------------------------------------------------------------------
+
+KeyValues used()
+{
+    KeyValues record;
+    static_cast<void>(record.add("x0", "was here before"));
+    static_cast<void>(record.add("id", 1));
+    return record;
+}
+
+/** Whether they hold the same bytes: NaN is not equal to itself. */
+bool isSame(const KeyValues& left, const KeyValues& right)
+{
+    const auto bytesOf = [](const KeyValues& record) {
+        std::string bytes;
+        for (const KeyValue& entry : record.getKeyValues()) {
+            char raw[256] = {};
+            const int size = entry.getValue().toRaw(raw, sizeof raw);
+            bytes += entry.getKey() + '\0' + std::to_string(entry.getValue().getType());
+            bytes.append(raw, static_cast<std::size_t>(std::max(size, 0)));
+        }
+        return bytes;
+    };
+    return left.getCount() == right.getCount() && bytesOf(left) == bytesOf(right);
+}
+
+void expectSameRecord(const std::string& bytes, const KeyValues& target, const WireLimits& limits)
+{
+    KeyValues detourRecord = target;
+    const Outcome detour = outcomeOf([&](std::string&) {
+        SerializedData data;
+        const int status = WireDecoder::decode(bytes.data(), bytes.size(), data, limits);
+        return status == STATUS_SUCCESS ? detourRecord.deserialize(data) : status;
+    });
+    KeyValues directRecord = target;
+    const Outcome direct = outcomeOf([&](std::string&) {
+        return WireDecoder::decode(bytes.data(), bytes.size(), directRecord, limits);
+    });
+
+    ASSERT_NO_FATAL_FAILURE(expectSame(direct, detour));
+    ASSERT_TRUE(isSame(directRecord, detourRecord)) << "the records differ";
+}
+
+void expectSameList(const std::string& bytes, const Records& target, const WireLimits& limits)
+{
+    Records detourRecords = target;
+    const Outcome detour = outcomeOf([&](std::string&) {
+        SerializedData data;
+        const int status = WireDecoder::decode(bytes.data(), bytes.size(), data, limits);
+        return status == STATUS_SUCCESS ? Serializer::deserialize(data, detourRecords, REPEATABLE)
+                                        : status;
+    });
+    Records directRecords = target;
+    const Outcome direct = outcomeOf([&](std::string&) {
+        return WireDecoder::decode(bytes.data(), bytes.size(), directRecords, REPEATABLE, limits);
+    });
+
+    ASSERT_NO_FATAL_FAILURE(expectSame(direct, detour));
+    ASSERT_TRUE(std::equal(directRecords.begin(), directRecords.end(), detourRecords.begin(),
+                           detourRecords.end(), isSame))
+        << "the lists differ";
+}
+
+/** Decodes in every way, into what is empty and what isn't. */
+void expectSameDecoded(const std::string& bytes)
+{
+    WireLimits liberal;
+    liberal.unknownKinds = true;
+    for (const WireLimits& limits : {WireLimits(), liberal}) {
+        ASSERT_NO_FATAL_FAILURE(expectSameRecord(bytes, KeyValues(), limits));
+        ASSERT_NO_FATAL_FAILURE(expectSameRecord(bytes, used(), limits));
+        ASSERT_NO_FATAL_FAILURE(expectSameList(bytes, {}, limits));
+        ASSERT_NO_FATAL_FAILURE(expectSameList(bytes, {used()}, limits));
+    }
+}
+
+/** Messages of records, of lists of them, and of anything. */
+std::vector<std::string> intactMessages()
+{
+    Random random(3);
+    std::vector<std::string> messages;
+    const LogCapture refusals;
+    while (messages.size() < 200) {
+        std::string message;
+        SerializedData data;
+        KeyValues record = oddRecord(random);
+        switch (messages.size() % 4) {
+            case 0:
+                if (WireEncoder::encode(record, message) != STATUS_SUCCESS) {
+                    continue;
+                }
+                break;
+            case 1:
+                if (WireEncoder::encode({record, record, record}, message, REPEATABLE) !=
+                    STATUS_SUCCESS) {
+                    continue;
+                }
+                break;
+            default:
+                fill(random, data, messages.size() % 4 == 2);
+                if (WireEncoder::encode(data, message) != STATUS_SUCCESS) {
+                    throw std::logic_error("no message");
+                }
+        }
+        messages.push_back(message);
+    }
+    return messages;
+}
+
+/** Short ones that have a bit of everything, to be damaged in every place. */
+std::vector<std::string> shortMessages()
+{
+    std::vector<std::string> messages;
+    std::string message;
+
+    KeyValues record;
+    static_cast<void>(record.add("id", 7));
+    static_cast<void>(record.add("name", "ok"));
+    static_cast<void>(record.add("on", true));
+    static_cast<void>(record.add("ratio", 0.5));
+    static_cast<void>(WireEncoder::encode(record, message));
+    messages.push_back(message);
+
+    message.clear();
+    static_cast<void>(WireEncoder::encode({record, record}, message, REPEATABLE));
+    messages.push_back(message);
+
+    message.clear();
+    SerializedData call;
+    static_cast<void>(Serializer::serialize("open", {1, "two", 3.0f}, call));
+    static_cast<void>(WireEncoder::encode(call, message));
+    messages.push_back(message);
+
+    // Texts in slots of other sizes, as keys and as values, with something behind them.
+    message.clear();
+    const char area[] =
+        "a\0b"  // more than a text
+        "\1\2"
+        "xy\0"
+        "\3"
+        "zz";
+    SerializedData odd;
+    odd.addType(VARIANT_TYPE_STRING, 3);
+    odd.addType(VARIANT_TYPE_INT, 2);
+    odd.addType(VARIANT_TYPE_STRING, 3);
+    odd.addType(static_cast<VariantType>(77), 1);
+    odd.addType(VARIANT_TYPE_STRING, 1);
+    odd.addType(VARIANT_TYPE_STRING, 1);
+    odd.setRepeatCount(0, -3);
+    odd.setData(static_cast<const void*>(area));
+    static_cast<void>(WireEncoder::encode(odd, message));
+    messages.push_back(message);
+    return messages;
+}
+
+TEST(WireRecordTest, IntactMessagesAreDecodedAlikeInBothWays)
+{
+    for (const std::string& message : intactMessages()) {
+        ASSERT_NO_FATAL_FAILURE(expectSameDecoded(message));
+    }
+}
+
+TEST(WireRecordTest, MessagesCutShortAreRefusedAlike)
+{
+    for (const std::string& message : shortMessages()) {
+        ASSERT_FALSE(message.empty());
+        for (std::size_t size = 0; size < message.size(); ++size) {
+            SCOPED_TRACE(size);
+            ASSERT_NO_FATAL_FAILURE(expectSameDecoded(message.substr(0, size)));
+        }
+    }
+}
+
+TEST(WireRecordTest, MessagesWithAnyByteChangedAreDecodedAlike)
+{
+    WireLimits limits;
+    for (const std::string& message : shortMessages()) {
+        for (std::size_t place = 0; place < message.size(); ++place) {
+            for (int byte = 0; byte < 256; ++byte) {
+                SCOPED_TRACE(std::to_string(byte) + " at " + std::to_string(place));
+                std::string damaged = message;
+                damaged[place] = static_cast<char>(byte);
+                limits.unknownKinds = byte % 2 == 0;
+                ASSERT_NO_FATAL_FAILURE(expectSameRecord(damaged, used(), limits));
+                ASSERT_NO_FATAL_FAILURE(expectSameList(damaged, {used()}, limits));
+            }
+        }
+    }
+}
+
+TEST(WireRecordTest, LongMessagesWithBytesChangedAreDecodedAlike)
+{
+    Random random(4);
+    const std::vector<std::string> messages = intactMessages();
+    for (int i = 0; i < 1000; ++i) {
+        SCOPED_TRACE(i);
+        std::string damaged = random.oneOf(messages);
+        if (damaged.size() > 5000) {
+            continue;
+        }
+        for (int changes = 1 + random.below(4); changes > 0; --changes) {
+            const int size = static_cast<int>(damaged.size());
+            // Heads are what decides.
+            const int place = random.below(random.oneIn(2) ? std::min(size, 40) : size);
+            damaged[static_cast<std::size_t>(place)] = static_cast<char>(random.byte());
+        }
+        ASSERT_NO_FATAL_FAILURE(expectSameDecoded(damaged));
+    }
+}
+
+TEST(WireRecordTest, RandomBytesAreDecodedAlike)
+{
+    Random random(6);
+    for (int i = 0; i < 5000; ++i) {
+        SCOPED_TRACE(i);
+        // Right up to the blocks, and random from there on; small numbers get furthest.
+        const int size = 1 + random.below(60);
+        std::string message("Ox\1", 3);
+        message += static_cast<char>(size);
+        for (int j = 0; j < size; ++j) {
+            message += static_cast<char>(random.oneIn(2) ? random.below(12) : random.byte());
+        }
+        ASSERT_NO_FATAL_FAILURE(expectSameDecoded(message));
+    }
+}
+
+TEST(WireRecordTest, ManyKeysThatAreThereAlreadyAreLoggedEach)
+{
+    KeyValues record = used();
+    std::string message;
+    ASSERT_EQ(WireEncoder::encode(record, message), STATUS_SUCCESS);
+    LogCapture log;
+
+    EXPECT_EQ(WireDecoder::decode(message.data(), message.size(), record), STATUS_SUCCESS);
+
+    EXPECT_THAT(log.lines(), ElementsAre(Logged("add", "Key(x0) already exist."),
+                                         Logged("add", "Key(id) already exist.")));
+    EXPECT_EQ(record, used());
+}
+
+}  // namespace
+}  // namespace oxil::test
