@@ -16,8 +16,11 @@
 
 #include "AllocationFailure.h"
 #include "GoldenEncoder.h"
+#include "GoldenWireEncoder.h"
 #include "OxSerializer.h"
 #include "OxStatus.h"
+#include "OxWireDecoder.h"
+#include "OxWireEncoder.h"
 #include "Payload.h"
 
 namespace oxil::test {
@@ -81,6 +84,7 @@ protected:
     const GoldenPayload& golden() const { return GetParam(); }
     const Bytes info = read(golden().name + ".info");
     const Bytes data = read(golden().name + ".data");
+    const Bytes wire = read(golden().name + ".wire");
 };
 
 TEST_P(GoldenFilesTest, HoldWhatTheEncoderWrites)
@@ -89,6 +93,9 @@ TEST_P(GoldenFilesTest, HoldWhatTheEncoderWrites)
 
     EXPECT_TRUE(sameBytes(info, bytes.info));
     EXPECT_TRUE(sameBytes(data, bytes.data));
+    EXPECT_TRUE(sameBytes(wire, encodeWire(bytes)));
+    const std::string json = toJson(bytes);
+    EXPECT_TRUE(sameBytes(read(golden().name + ".json"), Bytes(json.begin(), json.end())));
 }
 
 TEST_P(GoldenFilesTest, HoldWhatTheLibraryWrites)
@@ -108,6 +115,25 @@ TEST_P(GoldenFilesTest, HoldWhatTheLibraryWrites)
         const SerializationInfo& description = packed.getSerializationInfo();
         EXPECT_TRUE(sameBytes(copyOf(&description, sizeof description), info));
         EXPECT_TRUE(sameBytes(copyOf(packed.getData(), size), data));
+        std::string message;
+        EXPECT_EQ(WireEncoder::encode(packed, message), STATUS_SUCCESS);
+        EXPECT_TRUE(sameBytes(Bytes(message.begin(), message.end()), wire));
+    }
+}
+
+TEST_P(GoldenFilesTest, HoldMessagesOfDescriptionAndData)
+{
+    SerializedData received;
+
+    ASSERT_EQ(WireDecoder::decode(wire.data(), wire.size(), received), STATUS_SUCCESS);
+
+    const SerializationInfo& description = received.getSerializationInfo();
+    EXPECT_TRUE(sameBytes(copyOf(&description, sizeof description), info));
+    EXPECT_TRUE(sameBytes(copyOf(received.getData(), data.size()), data));
+    for (const Unpack& unpack : unpacksOf(golden().layout)) {
+        Payload payload;
+        EXPECT_EQ(unpack(received, payload), STATUS_SUCCESS);
+        EXPECT_EQ(difference(golden(), payload), "");
     }
 }
 
@@ -277,18 +303,51 @@ TEST(GoldenEncoderTest, WritesEachKindLittleEndian)
     }
 }
 
+TEST(GoldenWireEncoderTest, WritesARecordAsAPersonWould)
+{
+    GoldenPayload payload;
+    payload.layout = GoldenLayout::Record;
+    payload.records = {{{"id", {GoldenKind::Int, std::int64_t{7}}},
+                        {"name", {GoldenKind::Text, std::string("ok")}}}};
+
+    const Bytes message = encodeWire(encode(payload));
+
+    EXPECT_TRUE(
+        sameBytes(message, {0x4f, 0x78, 0x01, 0x13, 0x01, 0x09, 0x00, 0xa1, 0x02, 'i', 'd', 0x07,
+                            0x00, 0x00, 0x00, 0x04, 'n',  'a',  'm',  'e',  0x02, 'o', 'k'}));
+}
+
+TEST(GoldenWireEncoderTest, WritesBlocksRepetitionsAndLongTextsAsAPersonWould)
+{
+    GoldenPayload payload;
+    payload.layout = GoldenLayout::RepeatedList;
+    payload.records.resize(65, {{"k", {GoldenKind::Bool, std::uint64_t{1}}}});
+    payload.records[0][0].key = std::string(200, 'x');
+
+    const Bytes message = encodeWire(encode(payload));
+
+    Bytes expected = {0x4f, 0x78, 0x01, 0x90, 0x03, 0x01, 0x05, 0x82, 0x01, 0x09, 0xc8, 0x01};
+    expected.resize(expected.size() + 200, 'x');
+    expected.push_back(1);
+    for (int i = 1; i < 65; ++i) {
+        expected.insert(expected.end(), {1, 'k', 1});
+    }
+    EXPECT_TRUE(sameBytes(message, expected));
+}
+
 TEST(GoldenFilesDirectoryTest, HoldsNoFilesOfPayloadsThatAreGone)
 {
+    const std::set<std::string> extensions = {".info", ".data", ".wire", ".json"};
     std::set<std::string> known;
     for (const GoldenPayload& payload : goldenPayloads()) {
-        known.insert(payload.name + ".info");
-        known.insert(payload.name + ".data");
+        for (const std::string& extension : extensions) {
+            known.insert(payload.name + extension);
+        }
     }
 
     std::set<std::string> present;
     for (const auto& file : std::filesystem::directory_iterator(DIRECTORY)) {
-        const std::string extension = file.path().extension().string();
-        if (extension == ".info" || extension == ".data") {
+        if (extensions.count(file.path().extension().string()) > 0) {
             present.insert(file.path().filename().string());
         }
     }

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "GoldenEncoder.h"
+#include "GoldenWireEncoder.h"
 
 namespace {
 
@@ -36,7 +37,10 @@ int main(int argc, char** argv)
     for (const oxil::test::GoldenPayload& payload : oxil::test::goldenPayloads()) {
         const oxil::test::GoldenBytes bytes = oxil::test::encode(payload);
         const std::string path = directory + "/" + payload.name;
-        if (!write(path + ".info", bytes.info) || !write(path + ".data", bytes.data)) {
+        const std::string json = oxil::test::toJson(bytes);
+        if (!write(path + ".info", bytes.info) || !write(path + ".data", bytes.data) ||
+            !write(path + ".wire", oxil::test::encodeWire(bytes)) ||
+            !write(path + ".json", {json.begin(), json.end()})) {
             return 1;
         }
     }
