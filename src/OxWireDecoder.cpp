@@ -288,11 +288,6 @@ bool find(const void* bytes, std::size_t size, const WireLimits& limits, Records
     if (kinds == nullptr) {
         return false;
     }
-    for (std::size_t i = 0; i < entryCount; ++i) {
-        if (defaultSizeOf(static_cast<int>(kindAt(kinds, i))) < 1) {
-            return false;
-        }
-    }
 
     const std::size_t begin = input.offset();
     const auto skipText = [&] {
@@ -307,7 +302,7 @@ bool find(const void* bytes, std::size_t size, const WireLimits& limits, Records
             if (kind == VARIANT_TYPE_STRING) {
                 isUsual = isUsual && skipText();
             } else {
-                input.bytes(numberSizeOf(kind));
+                input.bytes(numberSizeOf(kind));  // of another kind, more than there are
             }
             if (!isUsual || !input.isGood()) {
                 return false;

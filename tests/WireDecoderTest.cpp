@@ -122,6 +122,9 @@ std::vector<Refusal> refusals()
         invalid("ShapeOfSixBytes", messageOf({1, 0x80, 0x80, 0x80, 0x80, 0x80, 0, 0}),
                 "Invalid message (10)."),
         invalid("KindNone", messageOf({1, 2, 0, 0, 1}), "Invalid message (8)."),
+        invalid("KindNoneOfARecord", messageOf({1, 5, 0, 0, 1, 'k', 1}), "Invalid message (8)."),
+        invalid("KindAboveAllOfARecord", messageOf({1, 5, 0, 11, 1, 'k', 1}),
+                "Invalid message (8)."),
         invalid("SecondKindNone", messageOf({1, 4, 0, 0x09, 1, 1}), "Invalid message (8)."),
         invalid("BitsThatAreLeftOver", messageOf({1, 2, 0, 0x19, 1}), "Invalid message (8)."),
         invalid("BitsThatAreLeftOverOfRecords", messageOf({1, 5, 0, 0x19, 0, 1}),
@@ -191,6 +194,18 @@ std::vector<Refusal> refusals()
          "Too large when decoded (320).", [] {
              WireLimits limits;
              limits.memory = 319;
+             return limits;
+         }()},
+        {"MoreMemoryOfRecordsThanTheLimit", messageOf({1, 5, 0, 9, 0, 1}), STATUS_CAPACITY_EXCEEDED,
+         "Too large when decoded (368).", [] {
+             WireLimits limits;
+             limits.memory = 367;
+             return limits;
+         }()},
+        {"MoreValuesOfRecordsThanTheLimit", messageOf({1, 5, 4, 9, 0, 1, 0, 1}),
+         STATUS_CAPACITY_EXCEEDED, "Too many values (4).", [] {
+             WireLimits limits;
+             limits.values = 3;
              return limits;
          }()},
     };
@@ -296,6 +311,43 @@ TEST(WireDecoderTest, AMessageOfNoBlocksIsOne)
     EXPECT_EQ(data.getBlockCount(), 0);
     EXPECT_EQ(data.getTotalDataSize(), 0);
     EXPECT_NE(data.getData(), nullptr);
+}
+
+/** Booleans, as many as are said, or as values of records; the first five bytes are its header. */
+std::string messageOfBooleans(int typeCount, bool records)
+{
+    const int told = records ? typeCount / 2 : typeCount;
+    const int shape = 2 * typeCount + (records ? 1 : 0);
+    std::string body = bytes({1, shape % 128 + 128, shape / 128, 0});
+    body += std::string(static_cast<std::size_t>(told / 2), '\x99');
+    if (told % 2 != 0) {
+        body += '\x09';
+    }
+    body += std::string(static_cast<std::size_t>(typeCount), '\0');  // also empty texts
+    const int size = static_cast<int>(body.size());
+    return bytes({0x4F, 0x78, 1, size % 128 + 128, size / 128}) + body;
+}
+
+TEST(WireDecoderTest, ABlockHasAsManyTypesAsADescription)
+{
+    LogCapture log;
+    for (const bool records : {false, true}) {
+        SCOPED_TRACE(records);
+        SerializedData data;
+        KeyValues record;
+        Records list;
+
+        EXPECT_EQ(decode(messageOfBooleans(2000, records), data), STATUS_SUCCESS);
+        EXPECT_EQ(data.getTypeCount(), 2000);
+
+        log.clear();
+        const std::string more = messageOfBooleans(records ? 2002 : 2001, records);
+        EXPECT_EQ(decode(more, data), STATUS_INVALID_PARAMETER);
+        EXPECT_EQ(decode(more, record), STATUS_INVALID_PARAMETER);
+        EXPECT_EQ(decode(more, list), STATUS_INVALID_PARAMETER);
+        EXPECT_THAT(log.lines(), testing::Each(Logged("decode", "Invalid message (9).")));
+        EXPECT_EQ(log.lines().size(), 3u);
+    }
 }
 
 TEST(WireDecoderTest, VarintsMayBeLongerThanNeeded)

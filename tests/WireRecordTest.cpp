@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "AllocationFailure.h"
 #include "LogCapture.h"
 #include "OxSerializer.h"
 #include "OxStatus.h"
@@ -98,6 +99,21 @@ TEST(WireRecordTest, AListGivesTheMessageOfItsSerializedData)
         for (int j = 0; j < count; ++j) {
             records.push_back(random.oneIn(3) ? oddRecord(random) : shape);
         }
+        ASSERT_NO_FATAL_FAILURE(expectSameMessage(records));
+    }
+}
+
+TEST(WireRecordTest, AListOfOneShapeMayHaveATextThatIsTooLong)
+{
+    for (const std::size_t length : {0u, 255u, 256u, 257u, 300u}) {
+        SCOPED_TRACE(length);
+        Records records(3);
+        for (KeyValues& record : records) {
+            ASSERT_EQ(record.add("text", "x"), STATUS_SUCCESS);
+            ASSERT_EQ(record.add("number", 1), STATUS_SUCCESS);
+        }
+        ASSERT_EQ(records[1].update("text", std::string(length, 'y')), STATUS_SUCCESS);
+
         ASSERT_NO_FATAL_FAILURE(expectSameMessage(records));
     }
 }
@@ -352,6 +368,63 @@ TEST(WireRecordTest, RandomBytesAreDecodedAlike)
         }
         ASSERT_NO_FATAL_FAILURE(expectSameDecoded(message));
     }
+}
+
+/** A record of one text, each of the two in its slot and said by a mark. */
+std::string messageWithSlots(std::size_t keyMark, const std::string& key, std::size_t valueMark,
+                             const std::string& value)
+{
+    const auto mark = [](std::size_t number) {
+        return std::string{static_cast<char>(number % 128 + 128), static_cast<char>(number / 128)};
+    };
+    const std::string body =
+        std::string("\1\5\0\12", 4) + mark(keyMark) + key + mark(valueMark) + value;
+    return std::string("Ox\1", 3) + mark(body.size()) + body;
+}
+
+TEST(WireRecordTest, SlotsThatAreFullAreDecodedAlike)
+{
+    const std::string text(256, 'x');
+    const std::string slot = "text" + std::string(1, '\0') + std::string(251, 'x');
+    const std::string shorter(255, 'y');
+    // A mark of 257 is not the length of a text, nor is one of 256 what is read of it.
+    ASSERT_NO_FATAL_FAILURE(expectSameDecoded(messageWithSlots(256, text, 256, text)));
+    ASSERT_NO_FATAL_FAILURE(expectSameDecoded(messageWithSlots(255, shorter, 256, text)));
+    ASSERT_NO_FATAL_FAILURE(expectSameDecoded(messageWithSlots(256, slot, 1, "x")));
+    ASSERT_NO_FATAL_FAILURE(expectSameDecoded(messageWithSlots(257, slot, 257, slot)));
+    ASSERT_NO_FATAL_FAILURE(expectSameDecoded(messageWithSlots(257, text + "x", 1, "x")));
+    ASSERT_NO_FATAL_FAILURE(expectSameDecoded(messageWithSlots(1, "x", 257, text + "x")));
+    ASSERT_NO_FATAL_FAILURE(expectSameDecoded(messageWithSlots(1, "x", 257, text)));
+
+    KeyValues record;
+    const std::string message = messageWithSlots(256, text, 257, slot);
+    ASSERT_EQ(WireDecoder::decode(message.data(), message.size(), record), STATUS_SUCCESS);
+    EXPECT_EQ(record.getKey(0), std::string(255, 'x'));
+    EXPECT_EQ(record.getValue(0), Variant("text"));
+}
+
+TEST(WireRecordTest, RecordsNeedNoDescription)
+{
+    KeyValues record;
+    for (int i = 0; i < 10; ++i) {
+        ASSERT_EQ(record.add("key " + std::to_string(i), i), STATUS_SUCCESS);
+    }
+    const Records records = {record, record};
+    std::string message;
+    std::string list;
+    KeyValues decoded;
+    Records decodedRecords;
+
+    const AllocationMeter meter;
+    EXPECT_EQ(WireEncoder::encode(record, message), STATUS_SUCCESS);
+    EXPECT_EQ(WireEncoder::encode(records, list, REPEATABLE), STATUS_SUCCESS);
+    EXPECT_EQ(WireDecoder::decode(message.data(), message.size(), decoded), STATUS_SUCCESS);
+    EXPECT_EQ(WireDecoder::decode(list.data(), list.size(), decodedRecords, REPEATABLE),
+              STATUS_SUCCESS);
+
+    EXPECT_LT(meter.peak(), 20000);  // a description has 50,064 bytes
+    EXPECT_EQ(decoded, record);
+    EXPECT_EQ(decodedRecords, records);
 }
 
 TEST(WireRecordTest, ManyKeysThatAreThereAlreadyAreLoggedEach)
