@@ -117,7 +117,8 @@ foreach(page IN LISTS pages)
   file(READ ${SOURCE}/${page} text)
   string(REPLACE "](" "<link " text "${text}")
   string(REGEX REPLACE "[][;]" "" text "${text}")  # these mean something in lists
-  string(REGEX MATCHALL "<link [^ )#:]+[)#]" links "${text}")
+  # Files have a dot or a slash; what a lambda takes has none.
+  string(REGEX MATCHALL "<link [^ )#:]*[./][^ )#:]*[)#]" links "${text}")
   foreach(link IN LISTS links)
     string(REGEX REPLACE "^<link (.*)[)#]$" "\\1" target "${link}")
     if(NOT EXISTS ${folder}/${target})

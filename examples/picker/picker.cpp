@@ -5,7 +5,7 @@
 // FOLDER holds picker.lua and page.xsl; the service's program lies beside this one.
 //
 // Prints, for the registry of Debian 12:
-//   578 records in 3 pages, 99 layouts, 3187567 bytes from the service, 30 ms
+//   578 records in 3 pages, 99 layouts, 30 ms
 //   and where the page is
 // The time differs, of course.
 
@@ -20,7 +20,6 @@
 #include "page_api.h"
 #include "service_process.h"
 #include "settings_api.h"
-#include "transport.h"
 
 namespace picker {
 namespace {
@@ -76,21 +75,15 @@ int run(const std::string& program, const Options& options)
     using Clock = std::chrono::steady_clock;
     const Clock::time_point start = Clock::now();
 
-    int ends[2];
-    if (!connect(ends)) {
-        std::perror("picker");
-        return 1;
-    }
     const ServiceProcess service(
-        options.service.empty() ? getServiceProgram(program) : options.service, options.registry,
-        ends[1]);
+        options.service.empty() ? getServiceProgram(program) : options.service, options.registry);
     if (!service.isStarted()) {
         std::fprintf(stderr, "picker: the settings service can't be started\n");
         return 1;
     }
 
     //! [script]
-    SettingsClient client(ends[0]);
+    SettingsClient client(service.getSocket());
     Page page;
     SettingsApi settings(client);
     PageApi pages(page);
@@ -120,8 +113,7 @@ int run(const std::string& program, const Options& options)
     }
     const auto time =
         std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
-    std::printf("%d records in %d pages, %d layouts, %lld bytes from the service, %lld ms\n",
-                records, pageCount, layouts, client.getReceivedBytes(),
+    std::printf("%d records in %d pages, %d layouts, %lld ms\n", records, pageCount, layouts,
                 static_cast<long long>(time));
     std::printf("The page is in %s\n", options.page.c_str());
     return 0;

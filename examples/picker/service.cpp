@@ -7,8 +7,8 @@
 //                                layouts, cut into pages
 //   describe(layout) with a record of options: the layout's variants, at most "limit" of them
 //
-// An answer is a record about it ("method", "count", "pages", "repeatable", or "error") and, if
-// the count is not 0, the list of records.
+// Records come in a message of their own, and then the answer: a record that tells about them
+// ("count", "pages"), or what went wrong ("error").
 
 #include <algorithm>
 #include <cstdio>
@@ -18,67 +18,63 @@
 #include <Oxil.h>
 
 #include "registry.h"
-#include "transport.h"
 
 namespace picker {
 namespace {
 
 class Service {
 public:
-    Service(std::vector<oxil::KeyValues> records, int socket)
-        : records_(std::move(records)), socket_(socket)
+    Service(std::vector<oxil::KeyValues> records, int socket) : records_(std::move(records))
     {
+        channel_.open(
+            socket, [this](const oxil::SerializedData& call) { answer(call); },
+            [this](int status) {
+                status_ = status;
+                loop_.quit();
+            });
     }
 
-    // Until there are no more calls. False if one was refused.
+    // Until its caller hangs up. False if a message was refused.
     bool run()
     {
-        for (;;) {
-            Message message;
-            switch (receive(socket_, message)) {
-                case Received::MESSAGE:
-                    answer(message);
-                    break;
-                case Received::NOTHING_MORE:
-                    return true;
-                case Received::REFUSED:
-                    std::fprintf(stderr, "picker-service: a message was refused\n");
-                    return false;
-            }
+        loop_.run();
+        if (status_ != oxil::STATUS_SUCCESS) {
+            std::fprintf(stderr, "picker-service: the connection has failed\n");
         }
+        return status_ == oxil::STATUS_SUCCESS;
     }
 
 private:
     //! [dispatch]
     // A call is a name with parameters, and may come with a record of options.
-    void answer(const Message& message)
+    void answer(const oxil::SerializedData& call)
     {
-        oxil::SerializedData data(message.info);
-        data.setData(message.bytes.data());
-
         oxil::KeyValues options;
         std::string method;
         std::vector<oxil::Variant> params;
-        const int r = data.getBlockCount() == 3
-                          ? oxil::Serializer::deserialize(data, options, method, params)
-                          : oxil::Serializer::deserialize(data, method, params);
+        const int r = call.getBlockCount() == 3
+                          ? oxil::Serializer::deserialize(call, options, method, params)
+                          : oxil::Serializer::deserialize(call, method, params);
 
+        oxil::KeyValues result;
         if (r != oxil::STATUS_SUCCESS) {
-            fail("this is no call");
+            result.add("error", "this is no call");
         } else if (method == "list" && params.size() == 2) {
-            list(params[0].toString(), params[1].toInt());
+            result = list(params[0].toString(), params[1].toInt());
         } else if (method == "describe" && params.size() == 1) {
-            describe(params[0].toString(), options);
+            result = describe(params[0].toString(), options);
         } else {
-            fail("unknown method " + method);
+            result.add("error", "unknown method " + method);
         }
+        channel_.answer(call.getContextId(), result);
     }
     //! [dispatch]
 
     //! [list]
     // Records of different shapes would do here: the list describes each of them.
-    void list(const std::string& country, int page)
+    oxil::KeyValues list(const std::string& country, int page)
     {
+        oxil::KeyValues result;
         std::vector<oxil::KeyValues> found;
         for (const oxil::KeyValues& record : records_) {
             if (country.empty() || isFor(record, country)) {
@@ -86,8 +82,8 @@ private:
             }
         }
         if (found.empty()) {
-            fail("no layout for " + country);
-            return;
+            result.add("error", "no layout for " + country);
+            return result;
         }
 
         const int pageSize = oxil::Serializer::getSerializableCount(found.front());
@@ -96,20 +92,20 @@ private:
         const int first = std::clamp(page, 0, pages - 1) * pageSize;
         const int last = std::min(first + pageSize, count);
 
-        oxil::SerializedData data;
         const std::vector<oxil::KeyValues> records(found.begin() + first, found.begin() + last);
-        if (oxil::Serializer::serialize(records, data) != oxil::STATUS_SUCCESS) {
-            fail("the list can't be packed");
-            return;
+        if (channel_.send(records) != oxil::STATUS_SUCCESS) {
+            result.add("error", "the list can't be sent");
+            return result;
         }
-        announce("list", last - first, pages, false);
-        send(socket_, data);
+        result.add("count", last - first);
+        result.add("pages", pages);
+        return result;
     }
     //! [list]
 
     //! [describe]
     // All records have one shape, so one description serves for any number of them.
-    void describe(const std::string& layout, const oxil::KeyValues& options)
+    oxil::KeyValues describe(const std::string& layout, const oxil::KeyValues& options)
     {
         const std::size_t limit = options.getIndex("limit") < options.getCount()
                                       ? static_cast<std::size_t>(options.getValue("limit").toInt())
@@ -121,18 +117,16 @@ private:
                 variants.push_back(record);
             }
         }
-        if (variants.empty()) {
-            announce("describe", 0, 1, true);
-            return;
-        }
 
-        oxil::SerializedData data;
-        if (oxil::Serializer::serialize(variants, data, oxil::REPEATABLE) != oxil::STATUS_SUCCESS) {
-            fail("the variants can't be packed");
-            return;
+        oxil::KeyValues result;
+        if (!variants.empty() &&
+            channel_.send({variants, oxil::REPEATABLE}) != oxil::STATUS_SUCCESS) {
+            result.add("error", "the variants can't be sent");
+            return result;
         }
-        announce("describe", static_cast<int>(variants.size()), 1, true);
-        send(socket_, data);
+        result.add("count", static_cast<int>(variants.size()));
+        result.add("pages", 1);
+        return result;
     }
     //! [describe]
 
@@ -146,32 +140,10 @@ private:
         return std::find(codes.begin(), codes.end(), country) != codes.end();
     }
 
-    void announce(const std::string& method, int count, int pages, bool repeatable)
-    {
-        oxil::KeyValues answer;
-        answer.add("method", method);
-        answer.add("count", count);
-        answer.add("pages", pages);
-        answer.add("repeatable", repeatable);
-        reply(answer);
-    }
-
-    void fail(const std::string& reason)
-    {
-        oxil::KeyValues answer;
-        answer.add("error", reason);
-        reply(answer);
-    }
-
-    void reply(const oxil::KeyValues& answer)
-    {
-        oxil::SerializedData data;
-        oxil::Serializer::serialize(answer, data);
-        send(socket_, data);
-    }
-
     std::vector<oxil::KeyValues> records_;
-    int socket_;
+    oxil::Channel channel_;
+    oxil::WaitingLoop loop_;
+    int status_ = oxil::STATUS_SUCCESS;
 };
 
 }  // namespace

@@ -9,8 +9,8 @@ namespace picker {
 
 class ServiceProcess {
 public:
-    // Starts the program with the registry and its end of the connection, which it takes over.
-    ServiceProcess(const std::string& program, const std::string& registry, int socket);
+    // Starts the program with the registry and its end of a connection.
+    ServiceProcess(const std::string& program, const std::string& registry);
 
     // Ends the process, which may hang, and has nothing to lose.
     ~ServiceProcess();
@@ -18,11 +18,14 @@ public:
     ServiceProcess(const ServiceProcess&) = delete;
     ServiceProcess& operator=(const ServiceProcess&) = delete;
 
-    bool isStarted() const { return started_; }
+    bool isStarted() const { return process_ > 0; }
+
+    // The other end, which belongs to the caller.
+    int getSocket() const { return socket_; }
 
 private:
     pid_t process_ = -1;
-    bool started_;
+    int socket_ = -1;
 };
 
 // The service's program, which lies beside this one.

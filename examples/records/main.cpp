@@ -1,12 +1,13 @@
-// Hands a record and a method call from one process to another.
+// Two processes: one has a lamp, the other asks for it, changes it, and is told of the change.
 //
 // Prints:
-//   reader: record with 3 entries
-//   reader:   brightness = 80 (INT)
-//   reader:   on = 1 (BOOL)
-//   reader:   name = hall lamp (STRING)
-//   reader: call setVolume(40, soft)
+//   lamp: setBrightness(40)
+//   panel: brightness is 40
+//   panel: name = hall lamp (STRING)
+//   panel: brightness = 40 (INT)
+//   panel: on = 1 (BOOL)
 
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -18,165 +19,104 @@
 
 namespace {
 
-//! [pipe]
-// A message is the description, which always has the same size, and then the data area.
-
-bool sendAll(int pipe, const void* bytes, std::size_t size)
-{
-    const char* rest = static_cast<const char*>(bytes);
-    while (size > 0) {
-        const ssize_t sent = write(pipe, rest, size);
-        if (sent <= 0) {
-            return false;
-        }
-        rest += sent;
-        size -= static_cast<std::size_t>(sent);
-    }
-    return true;
-}
-
-bool receiveAll(int pipe, void* bytes, std::size_t size)
-{
-    char* rest = static_cast<char*>(bytes);
-    while (size > 0) {
-        const ssize_t received = read(pipe, rest, size);
-        if (received <= 0) {
-            return false;
-        }
-        rest += received;
-        size -= static_cast<std::size_t>(received);
-    }
-    return true;
-}
-//! [pipe]
-
-//! [send]
-bool send(int pipe, const oxil::SerializedData& message)
-{
-    return sendAll(pipe, &message.getSerializationInfo(), sizeof(oxil::SerializationInfo)) &&
-           sendAll(pipe, message.getData(), static_cast<std::size_t>(message.getTotalDataSize()));
-}
-
-int runWriter(int pipe)
+//! [lamp]
+// Answers calls until the other end is closed.
+int runLamp(int socket)
 {
     oxil::KeyValues lamp;
+    lamp.add("name", "hall lamp");
     lamp.add("brightness", 80);
     lamp.add("on", true);
-    lamp.add("name", oxil::Serializer::cutText("hall lamp"));  // no more than what arrives
 
-    // A text that is too long would spoil what follows it: better to see it here.
-    std::string culprit;
-    if (oxil::Serializer::validate(lamp, &culprit) != oxil::STATUS_SUCCESS) {
-        std::fprintf(stderr, "%s can't be sent\n", culprit.c_str());
-        return 1;
-    }
-    oxil::SerializedData record;
-    if (oxil::Serializer::serialize(lamp, record) != oxil::STATUS_SUCCESS || !send(pipe, record)) {
-        return 1;
-    }
-
-    const std::vector<oxil::Variant> params = {40, "soft"};
-    oxil::SerializedData call;
-    if (oxil::Serializer::serialize("setVolume", params, call) != oxil::STATUS_SUCCESS ||
-        !send(pipe, call)) {
-        return 1;
-    }
-    return 0;
+    oxil::WaitingLoop loop;
+    oxil::Channel channel;
+    const auto onCall = [&](const oxil::SerializedData& call) {
+        std::string method;
+        std::vector<oxil::Variant> params;
+        if (oxil::Serializer::deserialize(call, method, params) != oxil::STATUS_SUCCESS) {
+            channel.close();  // the log tells what it was
+            loop.quit();
+        } else if (method == "setBrightness" && params.size() == 1) {
+            std::printf("lamp: setBrightness(%d)\n", params[0].toInt());
+            lamp.update("brightness", params[0]);
+            channel.send({"onBrightness", params});  // whoever listens
+        } else if (method == "get") {
+            channel.answer(call.getContextId(), lamp);
+        }
+    };
+    int result = 1;
+    channel.open(socket, onCall, [&](int status) {
+        result = status == oxil::STATUS_SUCCESS ? 0 : 1;
+        loop.quit();
+    });
+    loop.run();
+    return result;
 }
-//! [send]
+//! [lamp]
 
-//! [receive]
-// What a message needs to stay readable: the values are decoded from these bytes at first use.
-struct Message {
-    oxil::SerializationInfo info;
-    std::vector<char> bytes;
-};
-
-// Twenty entries, all of them texts, are more than a lamp will ever have.
-constexpr oxil::DecodingLimits LIMITS = {40, 40 * 320};
-
-bool receive(int pipe, Message& message)
+//! [panel]
+int runPanel(int socket)
 {
-    if (!receiveAll(pipe, &message.info, sizeof message.info)) {
-        return false;
-    }
-    // The other side may be anyone: take no more than this program is ready for, and let nobody
-    // read the bytes before description and length are known to agree.
-    const int size = oxil::SerializedData(message.info).getTotalDataSize();
-    if (size < 1 || size > 64 * 1024) {
-        return false;
-    }
-    message.bytes.resize(static_cast<std::size_t>(size));
-    return receiveAll(pipe, message.bytes.data(), message.bytes.size()) &&
-           oxil::SerializedData::validate(message.info, message.bytes.size(), LIMITS) ==
-               oxil::STATUS_SUCCESS;
+    oxil::WaitingLoop loop;
+    oxil::Channel channel;
+    const auto onEvent = [](const oxil::SerializedData& event) {
+        std::string name;
+        std::vector<oxil::Variant> params;
+        if (oxil::Serializer::deserialize(event, name, params) == oxil::STATUS_SUCCESS &&
+            name == "onBrightness" && params.size() == 1) {
+            std::printf("panel: brightness is %d\n", params[0].toInt());
+        }
+    };
+    channel.open(socket, onEvent, [&](int) { loop.quit(); });
+
+    channel.send({"setBrightness", {40}});
+
+    // The answer comes within a second, or the function learns that it didn't.
+    int result = 1;
+    channel.request({"get", {}}, 1000, [&](int status, const oxil::SerializedData& answer) {
+        oxil::KeyValues lamp;
+        if (status == oxil::STATUS_SUCCESS &&
+            oxil::Serializer::deserialize(answer, lamp) == oxil::STATUS_SUCCESS) {
+            for (const oxil::KeyValue& entry : lamp.getKeyValues()) {
+                std::printf("panel: %s = %s (%s)\n", entry.getKey().c_str(),
+                            entry.getValue().toString().c_str(),
+                            entry.getValue().getTypeName().c_str());
+            }
+            result = 0;
+        }
+        loop.quit();
+    });
+    loop.run();
+    return result;
 }
-
-int runReader(int pipe)
-{
-    Message message;
-    if (!receive(pipe, message)) {
-        return 1;
-    }
-    oxil::SerializedData record(message.info);
-    record.setData(message.bytes.data());  // lent: the message keeps it
-
-    oxil::KeyValues lamp;
-    if (oxil::Serializer::deserialize(record, lamp) != oxil::STATUS_SUCCESS) {
-        return 1;
-    }
-    std::printf("reader: record with %d entries\n", lamp.getCount());
-    for (const oxil::KeyValue& entry : lamp.getKeyValues()) {
-        std::printf("reader:   %s = %s (%s)\n", entry.getKey().c_str(),
-                    entry.getValue().toString().c_str(), entry.getValue().getTypeName().c_str());
-    }
-
-    Message next;
-    if (!receive(pipe, next)) {
-        return 1;
-    }
-    oxil::SerializedData call(next.info);
-    call.setData(next.bytes.data());
-
-    std::string method;
-    std::vector<oxil::Variant> params;
-    if (oxil::Serializer::deserialize(call, method, params) != oxil::STATUS_SUCCESS ||
-        params.size() != 2) {
-        return 1;
-    }
-    std::printf("reader: call %s(%d, %s)\n", method.c_str(), params[0].toInt(),
-                params[1].toString().c_str());
-    return 0;
-}
-//! [receive]
+//! [panel]
 
 }  // namespace
 
 int main()
 {
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);
     int ends[2];
-    if (pipe(ends) != 0) {
-        std::perror("pipe");
+    if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) {
+        std::perror("socketpair");
         return 1;
     }
-    const pid_t reader = fork();
-    if (reader < 0) {
+    const pid_t lamp = fork();
+    if (lamp < 0) {
         std::perror("fork");
         return 1;
     }
-    if (reader == 0) {
-        close(ends[1]);
-        const int result = runReader(ends[0]);
+    if (lamp == 0) {
+        close(ends[0]);
+        const int result = runLamp(ends[1]);
         std::fflush(stdout);
         _exit(result);
     }
 
-    close(ends[0]);
-    const int written = runWriter(ends[1]);
     close(ends[1]);
+    const int result = runPanel(ends[0]);
 
     int status = 0;
-    waitpid(reader, &status, 0);
-    const bool read = WIFEXITED(status) && WEXITSTATUS(status) == 0;
-    return written == 0 && read ? 0 : 1;
+    waitpid(lamp, &status, 0);
+    return result == 0 && WIFEXITED(status) && WEXITSTATUS(status) == 0 ? 0 : 1;
 }

@@ -19,74 +19,72 @@
 #include <Oxil.h>
 
 #include "service_process.h"
-#include "transport.h"
 
 namespace {
 
-// What the service answers to a message that has been sent.
-std::string receiveAnswer(int socket)
-{
-    picker::Message message;
-    if (receive(socket, message) != picker::Received::MESSAGE) {
-        return "no answer";
-    }
-    oxil::SerializedData data(message.info);
-    data.setData(message.bytes.data());
-    oxil::KeyValues answer;
-    oxil::Serializer::deserialize(data, answer);
-    if (answer.getKey(0) == "error") {
-        return answer.getValue("error").toString();
+class Probe {
+public:
+    explicit Probe(int socket)
+    {
+        channel_.open(
+            socket,
+            [this](const oxil::SerializedData& message) {
+                oxil::Serializer::deserialize(message, records_, oxil::REPEATABLE);
+            },
+            nullptr);
     }
 
-    std::vector<oxil::KeyValues> records;
-    picker::Message list;
-    if (answer.getValue("count").toInt() > 0 &&
-        receive(socket, list) == picker::Received::MESSAGE) {
-        oxil::SerializedData bytes(list.info);
-        bytes.setData(list.bytes.data());
-        oxil::Serializer::deserialize(bytes, records, oxil::REPEATABLE);
+    // What the service answers.
+    std::string call(const oxil::Payload& payload)
+    {
+        std::string result = "not sent";
+        records_.clear();
+        channel_.request(payload, 5000, [&](int status, const oxil::SerializedData& message) {
+            oxil::KeyValues answer;
+            if (status != oxil::STATUS_SUCCESS) {
+                result = "no answer";
+            } else if (answer.deserialize(message); answer.getKey(0) == "error") {
+                result = answer.getValue(0).toString();
+            } else {
+                result = std::to_string(records_.size()) + " records of one shape";
+            }
+            loop_.quit();
+        });
+        loop_.run();
+        return result;
     }
-    return std::to_string(records.size()) + " records of one shape";
-}
 
-std::string call(int socket, const std::string& method, const std::vector<oxil::Variant>& params)
-{
-    oxil::SerializedData data;
-    oxil::Serializer::serialize(method, params, data);
-    return picker::send(socket, data) ? receiveAnswer(socket) : "not sent";
-}
+private:
+    oxil::Channel channel_;
+    oxil::WaitingLoop loop_;
+    std::vector<oxil::KeyValues> records_;
+};
 
 }  // namespace
 
 int main(int argc, char** argv)
 {
-    int ends[2];
-    if (argc != 2 || !picker::connect(ends)) {
+    if (argc != 2) {
         std::fprintf(stderr, "usage: picker-probe EVDEV.XML\n");
         return 2;
     }
-    const picker::ServiceProcess service(picker::getServiceProgram(argv[0]), argv[1], ends[1]);
-    const int socket = ends[0];
+    const picker::ServiceProcess service(picker::getServiceProgram(argv[0]), argv[1]);
+    const int socket = service.getSocket();
+    Probe probe(socket);
 
-    std::printf("forget: %s\n", call(socket, "forget", {1}).c_str());
-    std::printf("list without a page: %s\n", call(socket, "list", {"DE"}).c_str());
+    std::printf("forget: %s\n", probe.call({"forget", {1}}).c_str());
+    std::printf("list without a page: %s\n", probe.call({"list", {"DE"}}).c_str());
 
     oxil::KeyValues record;
     record.add("name", "nobody asked");
-    oxil::SerializedData data;
-    oxil::Serializer::serialize(record, data);
-    picker::send(socket, data);
-    std::printf("a record: %s\n", receiveAnswer(socket).c_str());
+    std::printf("a record: %s\n", probe.call(record).c_str());
 
-    std::printf("describe de: %s\n", call(socket, "describe", {"de"}).c_str());
-    std::printf("describe nobody: %s\n", call(socket, "describe", {"nobody"}).c_str());
+    std::printf("describe de: %s\n", probe.call({"describe", {"de"}}).c_str());
+    std::printf("describe nobody: %s\n", probe.call({"describe", {"nobody"}}).c_str());
 
-    oxil::SerializationInfo nonsense = data.getSerializationInfo();
-    nonsense.types[0][0] = 99;
-    if (write(socket, &nonsense, sizeof nonsense) < 0 ||
-        write(socket, data.getData(), static_cast<std::size_t>(data.getTotalDataSize())) < 0) {
+    // What stands in the place of a kind is no kind.
+    if (write(socket, "nonsense", 8) != 8) {
         return 1;
     }
-    std::printf("nonsense: %s\n", receiveAnswer(socket).c_str());
-    close(socket);
+    std::printf("nonsense: %s\n", probe.call(record).c_str());
 }
