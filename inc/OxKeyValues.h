@@ -295,6 +295,10 @@ public:
     /** Bytes that copySerializedData() may write; meant for the library itself. */
     OXIL_LOCAL std::size_t __getSpace() const noexcept;
 
+    /** Appends an entry, taking over both parts; false, with both untouched, if the key is there.
+     *  Meant for the library itself. */
+    OXIL_LOCAL bool __append(std::string&& key, Variant&& value);
+
     /** Makes room for so many entries if there are none yet; meant for the library itself. */
     OXIL_LOCAL void __reserve(std::size_t count);
 

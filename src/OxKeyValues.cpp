@@ -470,6 +470,11 @@ void KeyValues::__erase(int index)
     __entries.erase(__entries.begin() + index);
 }
 
+bool KeyValues::__append(std::string&& key, Variant&& value)
+{
+    return __add(key, std::move(key), std::move(value));
+}
+
 void KeyValues::__reserve(std::size_t count)
 {
     if (__entries.empty()) {

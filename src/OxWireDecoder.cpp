@@ -314,37 +314,42 @@ bool find(const void* bytes, std::size_t size, const WireLimits& limits, Records
     return input.isAtEnd();
 }
 
-void readText(WireReader& input, const char*& text, std::size_t& length)
+/** Takes a text that find() has looked at, as far as it is one. */
+std::string takeText(const char*& place)
 {
-    const std::size_t size = input.varint();
-    text = input.bytes(size);
-    length = strnlen(text, std::min<std::size_t>(size, MAX_TEXT_LENGTH));
+    std::size_t size = 0;
+    unsigned int shift = 0;
+    unsigned char part = 0;
+    do {
+        part = static_cast<unsigned char>(*place++);
+        size |= static_cast<std::size_t>(part & 0x7F) << shift;
+        shift += 7;
+    } while (part >= 0x80);
+    const char* text = place;
+    place += size;
+    return std::string(text, strnlen(text, std::min<std::size_t>(size, MAX_TEXT_LENGTH)));
 }
 
-/** Adds the entries of one repetition, which are known to be there. */
-void addEntries(WireReader& input, const Records& records, KeyValues& record)
+/** Adds the entries of one repetition, all of which find() has looked at. */
+void addEntries(const Records& records, const char*& place, KeyValues& record)
 {
     record.__reserve(records.entryCount);
     for (std::size_t i = 0; i < records.entryCount; ++i) {
-        const char* text = nullptr;
-        std::size_t length = 0;
-        readText(input, text, length);
-        std::string key(text, length);
-        const auto add = [&](auto... value) {
-            if (key.empty()) {
-                record.add(key, Variant(value...));  // refused
-            } else {
-                record.add(KeyValue(std::move(key), Variant(value...)));
+        std::string key = takeText(place);
+        const auto add = [&](auto&& value) {
+            if (key.empty() ||
+                !record.__append(std::move(key), std::forward<decltype(value)>(value))) {
+                record.add(key, Variant());  // refused, and logged
             }
         };
         const unsigned int kind = kindAt(records.kinds, i);
         if (kind == VARIANT_TYPE_STRING) {
-            readText(input, text, length);
-            add(Variant::__Slice(), text, length);
+            add(takeText(place));
         } else {
             char number[sizeof(long long)];
-            const std::size_t size = numberSizeOf(kind);
-            copyNumber(number, input.bytes(size), size);
+            const std::size_t size = std::min(numberSizeOf(kind), sizeof number);
+            copyNumber(number, place, size);
+            place += size;
             internal::readNumber(static_cast<int>(kind), number, size, add);
         }
     }
@@ -415,8 +420,7 @@ int WireDecoder::decode(const void* bytes, std::size_t size, KeyValues& record,
 {
     Records found;
     if (find(bytes, size, limits, found) && found.repeatCount == 1) {
-        WireReader input(found.entries, found.size);
-        addEntries(input, found, record);
+        addEntries(found, found.entries, record);
         return STATUS_SUCCESS;
     }
     SerializedData data;
@@ -432,10 +436,9 @@ int WireDecoder::decode(const void* bytes, std::size_t size, std::vector<KeyValu
         if (records.empty()) {
             records.reserve(found.repeatCount);
         }
-        WireReader input(found.entries, found.size);
         for (std::size_t i = 0; i < found.repeatCount; ++i) {
             KeyValues record;
-            addEntries(input, found, record);
+            addEntries(found, found.entries, record);
             records.push_back(std::move(record));
         }
         return STATUS_SUCCESS;

@@ -46,10 +46,10 @@ public:
         __place += size;
     }
 
-    void text(const char* text, std::size_t length)
+    void text(const std::string& text)
     {
-        varint(static_cast<std::uint32_t>(length));
-        bytes(text, length);
+        varint(static_cast<std::uint32_t>(text.size()));
+        bytes(text.data(), text.size());
     }
 
     /** The value of a number; its bytes are those that it has in a data area. */
@@ -241,20 +241,34 @@ void writeEntries(const SerializationInfo& info, const char* data, WireWriter& o
 
 // ---- Records as Serializer would pack them, one repetition or more -------------------------------
 
-/** Whether packing and unpacking this entry is nothing but copying. */
-bool isPlain(const KeyValue& entry)
+/** Adds the bytes that a text takes; false if it would not arrive as it is. */
+bool measure(const std::string& text, std::size_t& size)
 {
-    const Variant& value = entry.__getValue();
-    return value.getType() == VARIANT_TYPE_STRING ? value.__getText().length() <= TEXT_SLOT_SIZE
-                                                  : value.getType() != VARIANT_TYPE_NONE;
+    size += varintSize(static_cast<std::uint32_t>(text.size())) + text.size();
+    return survives(text);
 }
 
-bool isPlain(const KeyValues& record)
+/** Adds the bytes that the entries take; false if packing them is more than copying. */
+bool measure(const KeyValues& record, std::size_t& size)
 {
-    const std::vector<KeyValue>& entries = record.getKeyValues();
-    return !entries.empty() && entries.size() <= MAX_TYPE_COUNT / 2 &&
-           std::all_of(entries.begin(), entries.end(),
-                       [](const KeyValue& entry) { return isPlain(entry); });
+    if (record.getCount() == 0 || record.getCount() > MAX_TYPE_COUNT / 2) {
+        return false;
+    }
+    for (const KeyValue& entry : record.getKeyValues()) {
+        const Variant& value = entry.__getValue();
+        if (!measure(entry.__getKey(), size)) {
+            return false;
+        }
+        if (value.getType() != VARIANT_TYPE_STRING) {
+            if (value.empty()) {
+                return false;
+            }
+            size += static_cast<std::size_t>(getValueSpace(value));
+        } else if (!measure(value.__getText(), size)) {
+            return false;
+        }
+    }
+    return true;
 }
 
 bool isOfSameShape(const KeyValues& left, const KeyValues& right)
@@ -267,49 +281,23 @@ bool isOfSameShape(const KeyValues& left, const KeyValues& right)
                       });
 }
 
-/** The same for records of one shape whose message an int can count: its texts take a byte more
- *  than their slots at most. */
-bool isPlain(const std::vector<KeyValues>& records)
+/** The same for records of one shape, which have to be some, and whose data an int can count. */
+bool measure(const std::vector<KeyValues>& records, std::size_t& size)
 {
-    return !records.empty() && isPlain(records.front()) &&
-           records.size() <= INT_MAX / 2 / records.front().__getSpace() &&
+    return !records.empty() && records.front().getCount() > 0 &&
+           records.size() <= INT_MAX / records.front().__getSpace() &&
            std::all_of(records.begin(), records.end(), [&](const KeyValues& record) {
-               return isPlain(record) && isOfSameShape(record, records.front());
+               return isOfSameShape(record, records.front()) && measure(record, size);
            });
-}
-
-std::size_t lengthOf(const std::string& text)
-{
-    return strnlen(text.c_str(), MAX_TEXT_LENGTH);
-}
-
-std::size_t textSize(const std::string& text)
-{
-    const std::size_t length = lengthOf(text);
-    return varintSize(static_cast<std::uint32_t>(length)) + length;
-}
-
-std::size_t entriesSize(const KeyValues& record)
-{
-    std::size_t total = 0;
-    for (const KeyValue& entry : record.getKeyValues()) {
-        const Variant& value = entry.__getValue();
-        total +=
-            textSize(entry.__getKey()) + (value.getType() == VARIANT_TYPE_STRING
-                                              ? textSize(value.__getText())
-                                              : static_cast<std::size_t>(getValueSpace(value)));
-    }
-    return total;
 }
 
 void writeEntries(const KeyValues& record, WireWriter& output)
 {
     for (const KeyValue& entry : record.getKeyValues()) {
-        const std::string& key = entry.__getKey();
-        output.text(key.c_str(), lengthOf(key));
+        output.text(entry.__getKey());
         const Variant& value = entry.__getValue();
         if (value.getType() == VARIANT_TYPE_STRING) {
-            output.text(value.__getText().c_str(), lengthOf(value.__getText()));
+            output.text(value.__getText());
         } else {
             output.number(value);
         }
@@ -369,8 +357,9 @@ int WireEncoder::encode(const SerializedData& data, std::string& message)
 
 int WireEncoder::encode(const KeyValues& record, std::string& message)
 {
-    if (isPlain(record)) {
-        append(message, 1 + headSize(record, 0) + entriesSize(record), [&](WireWriter& output) {
+    std::size_t size = 0;
+    if (measure(record, size)) {
+        append(message, 1 + headSize(record, 0) + size, [&](WireWriter& output) {
             writeHead(record, 0, output);
             writeEntries(record, output);
         });
@@ -385,14 +374,11 @@ int WireEncoder::encode(const KeyValues& record, std::string& message)
 int WireEncoder::encode(const std::vector<KeyValues>& records, std::string& message,
                         Repeatable repeatable)
 {
-    if (isPlain(records)) {
+    std::size_t size = 0;
+    if (measure(records, size)) {
         const KeyValues& first = records.front();
         const auto count = static_cast<std::int32_t>(records.size());
-        std::size_t length = 1 + headSize(first, count);
-        for (const KeyValues& record : records) {
-            length += entriesSize(record);
-        }
-        append(message, length, [&](WireWriter& output) {
+        append(message, 1 + headSize(first, count) + size, [&](WireWriter& output) {
             writeHead(first, count, output);
             for (const KeyValues& record : records) {
                 writeEntries(record, output);

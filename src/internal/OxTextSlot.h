@@ -39,7 +39,8 @@ inline std::size_t copyTextSlot(void* slot, const std::string& text) noexcept
 /** Whether a text comes out of its slot as it went in. */
 inline bool survives(const std::string& text) noexcept
 {
-    return text.length() < TEXT_SLOT_SIZE && text.find('\0') == std::string::npos;
+    return text.length() < TEXT_SLOT_SIZE &&
+           std::memchr(text.data(), '\0', text.length()) == nullptr;
 }
 
 }  // namespace oxil::internal
