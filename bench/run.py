@@ -37,6 +37,9 @@ QUICK_ROUNDS = 3
 
 SAME = 0.95  # of a time: what is less than that is more than chance
 
+# How the row of an operation's bytes is called; everything else is a time.
+BYTES = ": bytes instead of ns"
+
 # What stands behind the contenders; the page names the versions of those that are installed.
 ENGINES = {
     "GLib": "glib-2.0",
@@ -109,7 +112,8 @@ def nanoseconds(run):
 
 
 def measure(program, names, repetitions, seconds):
-    """{(operation, size): {contender: median of the repetitions in ns}}"""
+    """{(operation, size): {contender: median of the repetitions in ns}}, with a row of its own for
+    the bytes that an operation makes, if it says how many."""
     one_of_them = "|".join(re.sub(r"[^\w/ ]", ".", name) for name in names)
     with tempfile.TemporaryDirectory() as folder:
         report = pathlib.Path(folder) / "report.json"
@@ -131,6 +135,8 @@ def measure(program, names, repetitions, seconds):
     for run in runs:
         row, contender = parts_of(run["run_name"])
         times[row][contender].append(nanoseconds(run))
+        if "bytes" in run:
+            times[(row[0] + BYTES, row[1])][contender].append(run["bytes"])
     return {
         row: {contender: statistics.median(all_ns) for contender, all_ns in contenders.items()}
         for row, contenders in times.items()
@@ -147,8 +153,10 @@ def measure_all(rows, quick):
         for program in rows:
             tell(f"round {number} of {rounds}: {program.name}")
             for row, names in rows[program].items():
-                for contender, ns in measure(program, names, repetitions, seconds)[row].items():
-                    results[program][row][contender].append(ns)
+                for measured, contenders in measure(program, names, repetitions, seconds).items():
+                    figures = results[program].setdefault(measured, collections.defaultdict(list))
+                    for contender, figure in contenders.items():
+                        figures[contender].append(figure)
     return results
 
 
