@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <string>
+#include <tuple>
 #include <type_traits>
 #include <utility>
 
@@ -216,6 +217,21 @@ public:
     /** The same for block 0. */
     int deserialize(const SerializedData& data);
 
+    /**
+     * The key (0) or the value (1), without a copy, for structured bindings:
+     * `for (const auto& [key, value] : record)`.
+     */
+    template <std::size_t I>
+    const auto& get() const noexcept
+    {
+        static_assert(I < 2, "an entry has a key and a value");
+        if constexpr (I == 0) {
+            return __key;
+        } else {
+            return __value;
+        }
+    }
+
     /** The key, without a copy; meant for the library itself. */
     const std::string& __getKey() const noexcept { return __key; }
 
@@ -231,3 +247,17 @@ private:
 };
 
 }  // namespace oxil
+
+template <>
+struct std::tuple_size<oxil::KeyValue> : std::integral_constant<std::size_t, 2> {
+};
+
+template <>
+struct std::tuple_element<0, oxil::KeyValue> {
+    using type = const std::string;
+};
+
+template <>
+struct std::tuple_element<1, oxil::KeyValue> {
+    using type = const oxil::Variant;
+};

@@ -1,8 +1,10 @@
 #pragma once
 
 #include <cstddef>
+#include <initializer_list>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <vector>
 
@@ -46,8 +48,23 @@ class SerializedData;
  */
 class OXIL_API KeyValues {
 public:
+    /** An entry as it is written in a list: `{"name", "hall"}`, and nothing else. */
+    struct Pair {
+        Pair(const std::string& newKey, const Variant& newValue) : key(newKey), value(newValue) {}
+
+        std::string key;
+        Variant value;
+    };
+
     /** Makes an empty record. */
     KeyValues() noexcept;
+
+    /**
+     * Makes a record of a list: `KeyValues lamp = {{"name", "hall"}, {"brightness", 80}};`
+     *
+     * As add() for each of them: what that refuses is logged and left out.
+     */
+    KeyValues(std::initializer_list<Pair> entries);
 
     /**
      * Makes the record that block 0 of @p data holds, as deserialize() does.
@@ -136,6 +153,47 @@ public:
      * @throws std::out_of_range  if @p index is negative
      */
     Variant getValue(int index) const;
+
+    /** The entries in their order, for `for (const auto& [key, value] : record)`. What is said of
+     *  getKeyValues() holds here, too. */
+    std::vector<KeyValue>::const_iterator begin() const noexcept { return __entries.begin(); }
+
+    /** Behind the last entry. */
+    std::vector<KeyValue>::const_iterator end() const noexcept { return __entries.end(); }
+
+    /** Whether there is an entry with this key. Logs nothing, and makes no copy of @p key. */
+    bool contains(std::string_view key) const noexcept { return __findValue(key) != nullptr; }
+
+    /**
+     * The value with this key as a T: `record.get("brightness", 50)`.
+     *
+     * Logs nothing, and makes no copy of @p key.
+     *
+     * @param fallback  says what T is: one of the types that Variant::is() names
+     * @return what the `to...` member of the value for T makes of it; @p fallback if there is no
+     *         such entry, or no such conversion (Variant::isConvertible())
+     */
+    template <typename T>
+    T get(std::string_view key, const T& fallback) const
+    {
+        const Variant* value = __findValue(key);
+        return value != nullptr && value->isConvertible(Variant::__kindOf<T>()) ? value->__to<T>()
+                                                                                : fallback;
+    }
+
+    /** The same for text. */
+    std::string get(std::string_view key, const char* fallback) const
+    {
+        return get(key, std::string(fallback));
+    }
+
+    /**
+     * Replaces the value that has this key, or appends an entry.
+     *
+     * @return STATUS_SUCCESS; STATUS_INVALID_PARAMETER after logging "Invalid parameter." for an
+     *         empty key
+     */
+    int set(std::string_view key, const Variant& value);
 
     /** The entries themselves. The reference lives as long as the record; what it shows moves with
      *  every change, so iterators and element references don't outlive one. */
@@ -299,16 +357,20 @@ public:
      *  Meant for the library itself. */
     OXIL_LOCAL bool __append(std::string&& key, Variant&& value);
 
+    /** The value with this key, null if there is none or the key is empty; meant for the library
+     *  itself. */
+    const Variant* __findValue(std::string_view key) const noexcept;
+
     /** Makes room for so many entries if there are none yet; meant for the library itself. */
     OXIL_LOCAL void __reserve(std::size_t count);
 
 private:
     OXIL_LOCAL KeyValue& __at(int index) noexcept;
     OXIL_LOCAL const KeyValue& __at(int index) const noexcept;
-    OXIL_LOCAL int __find(const std::string& key) const noexcept;
+    OXIL_LOCAL int __find(std::string_view key) const noexcept;
     OXIL_LOCAL int __find(const internal::WantedKey& key) const noexcept;
     template <typename... Parts>
-    OXIL_LOCAL bool __add(const std::string& key, Parts&&... parts);
+    OXIL_LOCAL bool __add(std::string_view key, Parts&&... parts);
     OXIL_LOCAL void __makeIndex();
     OXIL_LOCAL void __erase(int index);
 

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <type_traits>
 #include <utility>
@@ -72,6 +73,10 @@ class OXIL_API Variant {
     {
         return std::is_same_v<T, long> || std::is_same_v<T, unsigned long>;
     }
+
+    /** Texts are looked at where they are. */
+    template <typename T>
+    using __Held = std::conditional_t<std::is_same_v<T, std::string>, const std::string&, T>;
 
 public:
     /** Makes a value of kind VARIANT_TYPE_NONE. */
@@ -325,6 +330,117 @@ public:
      */
     int toRaw(void* destination, int size) const;
 
+    /**
+     * Whether the value is of the kind that a Variant made of a T has: `value.is<int>()`.
+     *
+     * T is `int`, `unsigned int`, `long`, `unsigned long`, `long long`, `unsigned long long`,
+     * `float`, `double`, `bool` or `std::string`, here and below.
+     */
+    template <typename T>
+    bool is() const noexcept
+    {
+        return __type == __kindOf<T>();
+    }
+
+    /**
+     * The value, if it is of the kind of T, as it is: `value.get<int>()`. Nothing is converted, and
+     * nothing is logged.
+     *
+     * @return the value, a text as a reference that lives until this object changes; 0, false or an
+     *         empty text if the value is of another kind
+     */
+    template <typename T>
+    __Held<T> get() const noexcept
+    {
+        if constexpr (std::is_same_v<T, std::string>) {
+            static const std::string NONE;
+            return is<T>() ? __text : NONE;
+        } else {
+            return is<T>() ? __get<T>() : T();
+        }
+    }
+
+    /**
+     * The value as a T, if there is a way: `std::optional<int> level = value.convert<int>()`.
+     *
+     * Numbers, booleans and text are what the `to...` members make of them, see isConvertible(). A
+     * text becomes a number as NumberParser reads it, if it is a number and nothing else, blanks
+     * around it aside, and fits; "1", "true", "TRUE", "0", "false" and "FALSE" become booleans.
+     *
+     * @return the value; nothing, without a log line, if it can't be converted
+     */
+    template <typename T>
+    std::optional<T> convert() const
+    {
+        if (isConvertible(__kindOf<T>())) {
+            return __to<T>();
+        }
+        if constexpr (!std::is_same_v<T, std::string>) {
+            T number = T();
+            if (__type == VARIANT_TYPE_STRING && __parse(__text, number)) {
+                return number;
+            }
+        }
+        return std::nullopt;
+    }
+
+    /** The kind of a T; meant for the library itself. */
+    template <typename T>
+    static constexpr VariantType __kindOf() noexcept
+    {
+        if constexpr (std::is_same_v<T, int>) {
+            return VARIANT_TYPE_INT;
+        } else if constexpr (std::is_same_v<T, unsigned int>) {
+            return VARIANT_TYPE_UINT;
+        } else if constexpr (std::is_same_v<T, long>) {
+            return VARIANT_TYPE_LONG;
+        } else if constexpr (std::is_same_v<T, unsigned long>) {
+            return VARIANT_TYPE_ULONG;
+        } else if constexpr (std::is_same_v<T, long long>) {
+            return VARIANT_TYPE_LONGLONG;
+        } else if constexpr (std::is_same_v<T, unsigned long long>) {
+            return VARIANT_TYPE_ULONGLONG;
+        } else if constexpr (std::is_same_v<T, float>) {
+            return VARIANT_TYPE_FLOAT;
+        } else if constexpr (std::is_same_v<T, double>) {
+            return VARIANT_TYPE_DOUBLE;
+        } else if constexpr (std::is_same_v<T, bool>) {
+            return VARIANT_TYPE_BOOL;
+        } else {
+            static_assert(std::is_same_v<T, std::string>,
+                          "a value is an int, unsigned int, long, unsigned long, long long, "
+                          "unsigned long long, float, double, bool or std::string");
+            return VARIANT_TYPE_STRING;
+        }
+    }
+
+    /** The value of the `to...` member for T; meant for the library itself. */
+    template <typename T>
+    T __to() const
+    {
+        if constexpr (std::is_same_v<T, int>) {
+            return toInt();
+        } else if constexpr (std::is_same_v<T, unsigned int>) {
+            return toUInt();
+        } else if constexpr (std::is_same_v<T, long>) {
+            return toLong();
+        } else if constexpr (std::is_same_v<T, unsigned long>) {
+            return toULong();
+        } else if constexpr (std::is_same_v<T, long long>) {
+            return toLongLong();
+        } else if constexpr (std::is_same_v<T, unsigned long long>) {
+            return toULongLong();
+        } else if constexpr (std::is_same_v<T, float>) {
+            return toFloat();
+        } else if constexpr (std::is_same_v<T, double>) {
+            return toDouble();
+        } else if constexpr (std::is_same_v<T, bool>) {
+            return toBool();
+        } else {
+            return toString();
+        }
+    }
+
     /** Bytes of a number or boolean of this kind, -1 for any other kind. */
     static constexpr int __getNumberSize(VariantType type) noexcept
     {
@@ -375,6 +491,38 @@ public:
 private:
     [[gnu::cold]] static void __logLoss(long value) noexcept;
     [[gnu::cold]] static void __logLoss(unsigned long value) noexcept;
+
+    /** What the kind says that there is. */
+    template <typename T>
+    T __get() const noexcept
+    {
+        if constexpr (std::is_same_v<T, int> || std::is_same_v<T, long>) {
+            return __number.asInt;
+        } else if constexpr (std::is_same_v<T, unsigned int> || std::is_same_v<T, unsigned long>) {
+            return __number.asUInt;
+        } else if constexpr (std::is_same_v<T, long long>) {
+            return __number.asLongLong;
+        } else if constexpr (std::is_same_v<T, unsigned long long>) {
+            return __number.asULongLong;
+        } else if constexpr (std::is_same_v<T, float>) {
+            return __number.asFloat;
+        } else if constexpr (std::is_same_v<T, double>) {
+            return __number.asDouble;
+        } else {
+            return __number.asBool;
+        }
+    }
+
+    // Texts that are numbers and nothing else, blanks around them aside.
+    static bool __parse(const std::string& text, int& number);
+    static bool __parse(const std::string& text, unsigned int& number);
+    static bool __parse(const std::string& text, long& number);
+    static bool __parse(const std::string& text, unsigned long& number);
+    static bool __parse(const std::string& text, long long& number);
+    static bool __parse(const std::string& text, unsigned long long& number);
+    static bool __parse(const std::string& text, float& number);
+    static bool __parse(const std::string& text, double& number);
+    static bool __parse(const std::string& text, bool& value);
 
     // One member is in use, chosen by the kind. LONG and ULONG share those of INT and UINT.
     union Number {

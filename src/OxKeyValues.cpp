@@ -50,6 +50,14 @@ std::size_t describe(const std::vector<KeyValue>& entries, int block, Serialized
 
 KeyValues::KeyValues() noexcept = default;
 
+KeyValues::KeyValues(std::initializer_list<Pair> entries)
+{
+    __entries.reserve(entries.size());
+    for (const Pair& entry : entries) {
+        add(entry.key, entry.value);
+    }
+}
+
 KeyValues::KeyValues(const SerializedData& data)
 {
     deserialize(data);
@@ -260,6 +268,22 @@ int KeyValues::update(int index, const Variant& value)
     return STATUS_SUCCESS;
 }
 
+int KeyValues::set(std::string_view key, const Variant& value)
+{
+    if (key.empty()) {
+        OX_ERROR("Invalid parameter.");
+        return STATUS_INVALID_PARAMETER;
+    }
+    const int index = __find(key);
+    if (index != ABSENT) {
+        __at(index).setValue(value);
+    } else {
+        // A copy: the value may be one of this record's.
+        __add(key, std::string(key), Variant(value));
+    }
+    return STATUS_SUCCESS;
+}
+
 int KeyValues::remove(const std::string& key)
 {
     if (key.empty()) {
@@ -406,8 +430,14 @@ const KeyValue& KeyValues::__at(int index) const noexcept
     return __entries[static_cast<std::size_t>(index)];
 }
 
+const Variant* KeyValues::__findValue(std::string_view key) const noexcept
+{
+    const int index = key.empty() ? ABSENT : __find(key);
+    return index != ABSENT ? &__at(index).__getValue() : nullptr;
+}
+
 /** The position of a key, the empty one included, or ABSENT. */
-int KeyValues::__find(const std::string& key) const noexcept
+int KeyValues::__find(std::string_view key) const noexcept
 {
     return __find(internal::WantedKey(key));
 }
@@ -429,7 +459,7 @@ int KeyValues::__find(const internal::WantedKey& key) const noexcept
 /** Appends KeyValue(parts...), unless its key is there. When memory runs out nothing has changed.
  */
 template <typename... Parts>
-bool KeyValues::__add(const std::string& key, Parts&&... parts)
+bool KeyValues::__add(std::string_view key, Parts&&... parts)
 {
     const internal::WantedKey wanted(key);
     if (__find(wanted) != ABSENT) {

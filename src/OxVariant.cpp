@@ -1,9 +1,12 @@
 #include "OxVariant.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cfenv>
 #include <charconv>
+#include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <system_error>
 
@@ -57,6 +60,51 @@ std::string toSixDecimals(double value)
     }
     const int length = std::snprintf(digits, sizeof digits, "%f", value);
     return std::string(digits, std::min(static_cast<std::size_t>(length), sizeof digits - 1));
+}
+
+/** Whether nothing but blanks is left. */
+bool isBlank(const char* rest)
+{
+    return rest[std::strspn(rest, " \t\n\v\f\r")] == '\0';
+}
+
+/**
+ * Reads a text with a function of the C library's family of strtol(), and tells whether there was a
+ * number that fits, and nothing else.
+ */
+template <typename Wide, typename Number>
+bool parse(const std::string& text, Wide (*read)(const char*, char**), Number& number)
+{
+    if (text.find('\0') != std::string::npos) {
+        return false;
+    }
+    char* end = nullptr;
+    errno = 0;
+    const Wide wide = read(text.c_str(), &end);
+    number = static_cast<Number>(wide);
+    if (end == text.c_str() || !isBlank(end)) {
+        return false;
+    }
+    if constexpr (std::is_floating_point_v<Number>) {
+        return errno != ERANGE || !std::isinf(number);  // what is nearly 0 is out of range, too
+    } else {
+        return errno != ERANGE && static_cast<Wide>(number) == wide;
+    }
+}
+
+long long readSigned(const char* text, char** end)
+{
+    return std::strtoll(text, end, 10);
+}
+
+/** A number with a minus sign doesn't fit, where strtoull() would wrap. */
+unsigned long long readUnsigned(const char* text, char** end)
+{
+    const unsigned long long number = std::strtoull(text, end, 10);
+    if (number != 0 && std::memchr(text, '-', static_cast<std::size_t>(*end - text)) != nullptr) {
+        errno = ERANGE;
+    }
+    return number;
 }
 
 }  // namespace
@@ -251,6 +299,59 @@ std::string Variant::toString() const
         default:
             return "null";
     }
+}
+
+bool Variant::__parse(const std::string& text, int& number)
+{
+    return parse(text, readSigned, number);
+}
+
+bool Variant::__parse(const std::string& text, unsigned int& number)
+{
+    return parse(text, readUnsigned, number);
+}
+
+// A long has 32 bits, here as in every Variant.
+bool Variant::__parse(const std::string& text, long& number)
+{
+    int narrow = 0;
+    const bool isNumber = __parse(text, narrow);
+    number = narrow;
+    return isNumber;
+}
+
+bool Variant::__parse(const std::string& text, unsigned long& number)
+{
+    unsigned int narrow = 0;
+    const bool isNumber = __parse(text, narrow);
+    number = narrow;
+    return isNumber;
+}
+
+bool Variant::__parse(const std::string& text, long long& number)
+{
+    return parse(text, readSigned, number);
+}
+
+bool Variant::__parse(const std::string& text, unsigned long long& number)
+{
+    return parse(text, readUnsigned, number);
+}
+
+bool Variant::__parse(const std::string& text, float& number)
+{
+    return parse(text, std::strtof, number);
+}
+
+bool Variant::__parse(const std::string& text, double& number)
+{
+    return parse(text, std::strtod, number);
+}
+
+bool Variant::__parse(const std::string& text, bool& value)
+{
+    value = text == "1" || text == "true" || text == "TRUE";
+    return value || text == "0" || text == "false" || text == "FALSE";
 }
 
 int Variant::toRaw(void* destination) const

@@ -15,9 +15,10 @@ if(count LESS 50)
 endif()
 # Members for the class itself that are part of the binary interface: they are promised, or what is
 # inline in a header calls them.
-set(promised __calculateHSV __calculateRGB __cancelTimer __getNativeDocument __getNativeNode
+set(promised __calculateHSV __calculateRGB __cancelTimer __findValue __getNativeDocument
+  __getNativeNode
   __getNativeStyleSheet __getTypeSize __initInstance __instance __keep __loadLuaApi __logLoss
-  __onCharacters __onEndElement __onExactCharacters __onStartElement __onTimerExpired __once
+  __onCharacters __onEndElement __onExactCharacters __onStartElement __onTimerExpired __once __parse
   __runTimerExpired __setXmlStyleSheet __start __startRunTimer __startWaitTimer __timerExpired
   __waitTimerExpired)
 foreach(symbol IN LISTS defined)

@@ -6,56 +6,49 @@
 //   BOOL 1
 //   NONE null
 //   7 is 7.0, 21.5 is 0, and the text 40 is 40
-//   5 is 5, 2.9 is 3, hall is 0
+//   5 is 5, 2.9 is 3, the text 7 is 7, hall is 0
+//   4 letters
 //   of one kind: equal, of two kinds: different
 //   a second room is refused
 //   target 21.5, and 19.0 where there is none
 //   room=hall target=18.000000 on=1 limit=25
 //   room=hall on=1 limit=25
+//   {"room": "hall", "on": true, "limit": 25}
 //   the order counts
 
 #include <cmath>
 #include <cstdio>
+#include <iostream>
 #include <string>
 
+#include <OxStreamOutput.h>
 #include <Oxil.h>
 
 namespace {
 
 //! [ask]
-// What came from elsewhere may be of any kind: a number of any sort is rounded, all else is 0.
+// What came from elsewhere may be of any kind: a number of any sort is rounded, also one in a text,
+// all else is 0.
 int toWholeNumber(const oxil::Variant& value)
 {
-    return value.isConvertible(oxil::VARIANT_TYPE_DOUBLE)
-               ? static_cast<int>(std::lround(value.toDouble()))
-               : 0;
+    return static_cast<int>(std::lround(value.convert<double>().value_or(0)));
 }
 //! [ask]
 
 //! [find]
-// getValue() logs a key that is not there. getIndex() is the silent question.
+// getValue() logs a key that is not there. get() is silent, and knows what to give instead.
 double getTarget(const oxil::KeyValues& heater)
 {
-    const int place = heater.getIndex("target");
-    return place < heater.getCount() ? heater.getValue(place).toDouble() : 19.0;
+    return heater.get("target", 19.0);
 }
 //! [find]
-
-//! [put]
-// add() refuses a key that is there, update() one that is not.
-int put(oxil::KeyValues& record, const std::string& key, const oxil::Variant& value)
-{
-    return record.getIndex(key) < record.getCount() ? record.update(key, value)
-                                                    : record.add(key, value);
-}
-//! [put]
 
 //! [entries]
 void print(const oxil::KeyValues& record)
 {
     const char* gap = "";
-    for (const oxil::KeyValue& entry : record.getKeyValues()) {
-        std::printf("%s%s=%s", gap, entry.getKey().c_str(), entry.getValue().toString().c_str());
+    for (const auto& [key, value] : record) {
+        std::printf("%s%s=%s", gap, key.c_str(), value.toString().c_str());
         gap = " ";
     }
     std::printf("\n");
@@ -81,8 +74,15 @@ void showValues()
     std::printf("and the text 40 is %d\n", oxil::NumberParser::toInt("40"));
     //! [conversions]
 
-    std::printf("5 is %d, 2.9 is %d, hall is %d\n", toWholeNumber(5), toWholeNumber(2.9),
-                toWholeNumber(room));
+    std::printf("5 is %d, 2.9 is %d, the text 7 is %d, hall is %d\n", toWholeNumber(5),
+                toWholeNumber(2.9), toWholeNumber("7"), toWholeNumber(room));
+
+    //! [kinds]
+    // Where the kind is known, the value is looked at as it is.
+    if (room.is<std::string>()) {
+        std::printf("%zu letters\n", room.get<std::string>().size());
+    }
+    //! [kinds]
 
     //! [equal]
     const bool same = level == oxil::Variant(7);
@@ -95,10 +95,7 @@ void showValues()
 void showRecords()
 {
     //! [record]
-    oxil::KeyValues heater;
-    heater.add("room", "hall");
-    heater.add("target", 21.5);
-    heater.add("on", true);
+    oxil::KeyValues heater = {{"room", "hall"}, {"target", 21.5}, {"on", true}};
     if (heater.add("room", "kitchen") == oxil::STATUS_ALREADY_EXISTS) {
         std::printf("a second room is refused\n");
     }
@@ -108,18 +105,19 @@ void showRecords()
                 getTarget(oxil::KeyValues()));
 
     //! [change]
-    put(heater, "target", 18.0);  // stays in its place
-    put(heater, "limit", 25);     // goes to the end
+    heater.set("target", 18.0);  // stays in its place
+    heater.set("limit", 25);     // goes to the end
     print(heater);
 
     heater.remove("target");
     print(heater);
     //! [change]
 
-    oxil::KeyValues other;
-    other.add("on", true);
-    other.add("room", "hall");
-    other.add("limit", 25);
+    //! [show]
+    std::cout << heater << std::endl;
+    //! [show]
+
+    const oxil::KeyValues other = {{"on", true}, {"room", "hall"}, {"limit", 25}};
     std::printf("the order %s\n", heater == other ? "does not count" : "counts");
 }
 

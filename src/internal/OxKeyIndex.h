@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace oxil::internal {
@@ -37,7 +38,7 @@ struct HashSeed {
  */
 class WantedKey {
 public:
-    explicit WantedKey(const std::string& key) noexcept
+    explicit WantedKey(std::string_view key) noexcept
         : __key(key), __end(__readEnd(key.data(), key.size()))
     {
     }
@@ -118,7 +119,7 @@ private:
                __read<std::uint8_t>(bytes + size - 1);
     }
 
-    const std::string& __key;
+    std::string_view __key;
     std::uint64_t __end;
 };
 
