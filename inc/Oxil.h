@@ -6,6 +6,7 @@
  */
 
 #include "OxBaseLuaApi.h"
+#include "OxCallQueue.h"
 #include "OxChannel.h"
 #include "OxColor.h"
 #include "OxDimension.h"
