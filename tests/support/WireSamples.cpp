@@ -10,8 +10,6 @@
 namespace oxil::test {
 namespace {
 
-constexpr int SLOT = 256;
-
 // Of most messages there are many; a few are as large as they can be.
 int typeCountOf(Random& random)
 {
@@ -134,7 +132,7 @@ Variant oddValue(Random& random)
         case 3:
             return Variant(static_cast<unsigned long>(number));
         case 4:
-            return Variant(-5000000000LL * number);
+            return Variant(-5000000000LL - number);
         case 5:
             return Variant(5000000000ULL);
         case 6:
