@@ -50,6 +50,19 @@ class WireToJsonTest(unittest.TestCase):
         self.assertEqual(json.loads(result.stdout), {"blocks": [{"repeatCount": -2, "values": [
             {"INT": 254}, {"KIND 77": "abcd"}, {"STRING": "a"}, {"FLOAT": "nan"}]}]})
 
+    def test_messages_of_a_channel_say_what_they_are(self):
+        good = (SOURCE / "tests/data/entry-int.wire").read_bytes()
+        expected = json.loads(run(message=good).stdout)
+        stream = bytes(5) + good + b"\1\7\0\0\1" + good + b"\2\7\0\0\1" + good
+        result = run("--channel", message=stream)
+        self.assertEqual((result.returncode, result.stderr), (0, b""))
+        self.assertEqual([json.loads(line) for line in result.stdout.splitlines()],
+                         [expected, {"request": 0x01000007, **expected},
+                          {"answer": 0x01000007, **expected}])
+        for front in [b"\0\1\0\0\0", b"\1\0\0\0\0", b"\3\1\0\0\0"]:
+            result = run("--channel", message=front + good)
+            self.assertEqual(result.stderr, b"wire-to-json: damaged before byte 5\n")
+
     def test_damaged_messages_are_refused_with_their_place(self):
         good = (SOURCE / "tests/data/entry-int.wire").read_bytes()
         damaged = [(good[:size], size) for size in range(1, len(good))]
