@@ -253,7 +253,6 @@ struct Records {
     std::size_t repeatCount;
     const char* kinds;
     const char* entries;
-    std::size_t size;  // of the entries
 };
 
 std::size_t numberSizeOf(unsigned int kind)
@@ -289,7 +288,7 @@ bool find(const void* bytes, std::size_t size, const WireLimits& limits, Records
         return false;
     }
 
-    const std::size_t begin = input.offset();
+    const char* entries = input.bytes(0);
     const auto skipText = [&] {
         const std::size_t mark = input.varint();
         input.bytes(mark);
@@ -309,8 +308,7 @@ bool find(const void* bytes, std::size_t size, const WireLimits& limits, Records
             }
         }
     }
-    records = {entryCount, static_cast<std::size_t>(repeatCount), kinds,
-               static_cast<const char*>(bytes) + begin, size - begin};
+    records = {entryCount, static_cast<std::size_t>(repeatCount), kinds, entries};
     return input.isAtEnd();
 }
 

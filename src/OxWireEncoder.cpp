@@ -281,11 +281,12 @@ bool isOfSameShape(const KeyValues& left, const KeyValues& right)
                       });
 }
 
-/** The same for records of one shape, which have to be some, and whose data an int can count. */
+/** The same for records of one shape, which have to be some, and whose message an int can count: a
+ *  text takes a byte more there than its slot, at most. */
 bool measure(const std::vector<KeyValues>& records, std::size_t& size)
 {
     return !records.empty() && records.front().getCount() > 0 &&
-           records.size() <= INT_MAX / records.front().__getSpace() &&
+           records.size() <= INT_MAX / 2 / records.front().__getSpace() &&
            std::all_of(records.begin(), records.end(), [&](const KeyValues& record) {
                return isOfSameShape(record, records.front()) && measure(record, size);
            });
