@@ -103,6 +103,20 @@ TEST(WireRecordTest, AListGivesTheMessageOfItsSerializedData)
     }
 }
 
+TEST(WireRecordTest, ARecordOfMoreThanABlockGivesTheSameMessage)
+{
+    for (const int count : {999, 1000, 1001}) {
+        SCOPED_TRACE(count);
+        KeyValues record;
+        for (int i = 0; i < count; ++i) {
+            ASSERT_EQ(record.add("key " + std::to_string(i), i), STATUS_SUCCESS);
+        }
+
+        ASSERT_NO_FATAL_FAILURE(expectSameMessage(record));
+        ASSERT_NO_FATAL_FAILURE(expectSameMessage(Records{record, record}));
+    }
+}
+
 TEST(WireRecordTest, AListOfOneShapeMayHaveATextThatIsTooLong)
 {
     for (const std::size_t length : {0u, 255u, 256u, 257u, 300u}) {
