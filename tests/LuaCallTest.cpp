@@ -17,6 +17,7 @@
 #include "NativeApi.h"
 #include "OxStatus.h"
 #include "ScriptFile.h"
+#include "ScriptLog.h"
 
 namespace oxil::test {
 namespace {
@@ -29,11 +30,6 @@ using testing::IsEmpty;
 constexpr int MANY = 20000;
 
 const LoggedBy logged("OxLuaScript.cpp");
-
-testing::Matcher<const LogLine&> refusedCall()
-{
-    return LoggedIn("OxScript.cpp", "callMethod", "Invalid state.");
-}
 
 // ---- Calls ---------------------------------------------------------------------------------------
 

@@ -17,6 +17,7 @@
 #include "NativeApi.h"
 #include "OxStatus.h"
 #include "ScriptFile.h"
+#include "ScriptLog.h"
 
 namespace oxil::test {
 namespace {

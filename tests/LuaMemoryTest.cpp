@@ -20,6 +20,7 @@
 #include "LuaMemory.h"
 #include "OxLuaApi.h"
 #include "ScriptFile.h"
+#include "ScriptLog.h"
 
 namespace oxil::test {
 namespace {
@@ -43,11 +44,6 @@ public:
         return STATUS_SUCCESS;
     }
 };
-
-auto failedCall()
-{
-    return LoggedIn("OxScript.cpp", "callMethod", "Invalid state.");
-}
 
 TEST(LuaMemoryTest, LoadingFailsWhereverMemoryEnds)
 {
@@ -115,7 +111,7 @@ TEST(LuaMemoryTest, CallsFailWhereverMemoryEnds)
         if (r != STATUS_SUCCESS) {
             ++failures;
             EXPECT_EQ(r, STATUS_INVALID_STATE);
-            EXPECT_THAT(log.lines(), ElementsAre(failedCall()));
+            EXPECT_THAT(log.lines(), ElementsAre(refusedCall()));
         } else {
             EXPECT_THAT(log.lines(), IsEmpty());
             messages += half == "not enough memory" ? 1 : 0;
@@ -151,7 +147,7 @@ TEST(LuaMemoryTest, AFullStackThatCannotGrowRefusesTheCall)
 
         EXPECT_TRUE(r == STATUS_SUCCESS || r == STATUS_INVALID_STATE);
         refusals += r == STATUS_INVALID_STATE ? 1 : 0;
-        EXPECT_THAT(log.lines(), AnyOf(IsEmpty(), ElementsAre(failedCall())));
+        EXPECT_THAT(log.lines(), AnyOf(IsEmpty(), ElementsAre(refusedCall())));
     }
     EXPECT_GT(refusals, 100);
 }

@@ -18,6 +18,7 @@
 #include "MainLoop.h"
 #include "NativeApi.h"
 #include "ScriptFile.h"
+#include "ScriptLog.h"
 
 namespace oxil::test {
 namespace {
@@ -45,19 +46,9 @@ const char FUNCTIONS[] = R"(
     function blocksInCoroutine() return coroutine.wrap(blocks)() end
 )";
 
-auto failedCall()
-{
-    return LoggedIn("OxScript.cpp", "callMethod", "Invalid state.");
-}
-
 auto failedLoad()
 {
     return LoggedIn("OxLuaScript.cpp", "onLoading", "Invalid state.");
-}
-
-auto unknownState()
-{
-    return LoggedIn("OxLuaScript.cpp", "getLuaScript", "Invalid state");
 }
 
 /** A script that may be destroyed, and what native.run() does with it. */
@@ -154,9 +145,9 @@ TEST_P(LuaScriptRunningTest, MayBeDestroyedWhileItsFunctionRuns)
     // A function that goes on finds no script.
     EXPECT_EQ(found, nullptr);
     ASSERT_FALSE(log.lines().empty());
-    EXPECT_THAT(log.lines().back(), failedCall());
+    EXPECT_THAT(log.lines().back(), refusedCall());
     for (std::size_t i = 0; i + 1 < log.lines().size(); ++i) {
-        EXPECT_THAT(log.lines()[i], AnyOf(unknownState(), failedCall(),
+        EXPECT_THAT(log.lines()[i], AnyOf(unknownState(), refusedCall(),
                                           LoggedIn("OxScript.cpp", "callMethod", "(-524271)")));
     }
 }
@@ -186,7 +177,7 @@ TEST_P(LuaScriptRunningTest, MayBeLoadedAgainWhileItsFunctionRuns)
 
     EXPECT_EQ(meddled, 1);
     EXPECT_EQ(text, "before");
-    EXPECT_THAT(log.lines(), Contains(failedCall()));
+    EXPECT_THAT(log.lines(), Contains(refusedCall()));
     EXPECT_THAT(states.closed(), ElementsAre(state));
     EXPECT_EQ(found, unblocked > 0 ? script.get() : nullptr);
 
@@ -331,7 +322,7 @@ TEST_F(LuaScriptLifetimeTest, MayBeDestroyedByATimersFunction)
     EXPECT_TRUE(iterateUntil([&] { return log.lines().size() >= 3; }, 10s));
 
     EXPECT_EQ(meddled, 1);
-    EXPECT_THAT(log.lines()[0], failedCall());
+    EXPECT_THAT(log.lines()[0], refusedCall());
     EXPECT_THAT(log.lines()[1], unknownState());
     EXPECT_THAT(states.closed(), ElementsAre(state));
 
@@ -387,7 +378,7 @@ TEST_F(LuaScriptLifetimeTest, MayBeDestroyedByAFinalizer)
 
         EXPECT_EQ(meddled, 1);
         EXPECT_EQ(second, "before");
-        EXPECT_THAT(log.lines(), ElementsAre(failedCall()));
+        EXPECT_THAT(log.lines(), ElementsAre(refusedCall()));
         EXPECT_THAT(states.closed(), Contains(state));
     }
 }

@@ -22,6 +22,7 @@
 #include "OxLuaScript.h"
 #include "OxStatus.h"
 #include "ScriptFile.h"
+#include "ScriptLog.h"
 
 namespace oxil::test {
 namespace {
@@ -37,11 +38,6 @@ using testing::StartsWith;
 using Clock = std::chrono::steady_clock;
 
 class LuaTimerTest : public BaseLuaApiFixture {};
-
-auto unknownState()
-{
-    return LoggedIn("OxLuaScript.cpp", "getLuaScript", "Invalid state");
-}
 
 auto expiredWithoutScript(const lua_State* state)
 {

@@ -1,3 +1,4 @@
+#include "Equality.h"
 #include "OxColor.h"
 
 #include <gmock/gmock.h>
@@ -848,22 +849,6 @@ TEST(ColorTest, HueIsKeptWhileAColorIsGrey)
 }
 
 // ---- Comparison ---------------------------------------------------------------------------------
-
-void expectEqual(const Color& left, const Color& right)
-{
-    EXPECT_TRUE(left == right);
-    EXPECT_TRUE(right == left);
-    EXPECT_FALSE(left != right);
-    EXPECT_FALSE(right != left);
-}
-
-void expectUnequal(const Color& left, const Color& right)
-{
-    EXPECT_FALSE(left == right);
-    EXPECT_FALSE(right == left);
-    EXPECT_TRUE(left != right);
-    EXPECT_TRUE(right != left);
-}
 
 TEST(ColorTest, ColorsAreEqualIfAllFourFieldsAre)
 {

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "AllocationFailure.h"
+#include "Equality.h"
 #include "LogCapture.h"
 #include "OxStatus.h"
 #include "Records.h"
@@ -77,22 +78,6 @@ void expectRecord(const KeyValues& record, const std::vector<KeyValue>& expected
     EXPECT_EQ(record.getKeys(), keys);
     EXPECT_TRUE(record.getValues() == values);
     EXPECT_EQ(record.getIndex("a key that nobody adds"), count);
-}
-
-void expectEqual(const KeyValues& left, const KeyValues& right)
-{
-    EXPECT_TRUE(left == right);
-    EXPECT_TRUE(right == left);
-    EXPECT_FALSE(left != right);
-    EXPECT_FALSE(right != left);
-}
-
-void expectUnequal(const KeyValues& left, const KeyValues& right)
-{
-    EXPECT_FALSE(left == right);
-    EXPECT_FALSE(right == left);
-    EXPECT_TRUE(left != right);
-    EXPECT_TRUE(right != left);
 }
 
 std::vector<KeyValue> threeEntries()

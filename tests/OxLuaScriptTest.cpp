@@ -22,6 +22,7 @@
 #include "NativeApi.h"
 #include "OxStatus.h"
 #include "ScriptFile.h"
+#include "ScriptLog.h"
 
 namespace oxil::test {
 namespace {
@@ -38,11 +39,6 @@ static_assert(!std::is_copy_constructible_v<LuaScript> && !std::is_copy_assignab
 static_assert(std::is_same_v<decltype(std::declval<const LuaScript&>().getLuaState()), lua_State*>);
 
 const LoggedBy logged("OxLuaScript.cpp");
-
-testing::Matcher<const LogLine&> unknownState()
-{
-    return logged("getLuaScript", "Invalid state");
-}
 
 /** What Lua itself says when it loads and runs the file. */
 std::string luaMessage(const std::string& path)

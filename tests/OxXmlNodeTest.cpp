@@ -16,6 +16,7 @@
 
 #include "AllocationFailure.h"
 #include "LogCapture.h"
+#include "NativeXml.h"
 #include "OxStatus.h"
 #include "TreeCalls.h"
 
@@ -45,29 +46,9 @@ static_assert(std::is_same_v<XmlNode*, decltype(std::declval<const XmlNode&>().g
 
 const LoggedBy logged("OxXmlNode.cpp");
 
-std::string fromNative(const xmlChar* text)
-{
-    return text != nullptr ? reinterpret_cast<const char*>(text) : "(null)";
-}
-
-const xmlChar* native(const char* text)
-{
-    return reinterpret_cast<const xmlChar*>(text);
-}
-
-/** A native element and what is under it as XML. */
-std::string xml(const xmlNode* node)
-{
-    xmlBuffer* buffer = xmlBufferCreate();
-    xmlNodeDump(buffer, nullptr, const_cast<xmlNode*>(node), 0, 0);
-    std::string text = fromNative(xmlBufferContent(buffer));
-    xmlBufferFree(buffer);
-    return text;
-}
-
 std::string xml(const XmlNode& node)
 {
-    return xml(node.__getNativeNode());
+    return xmlOf(node.__getNativeNode());
 }
 
 /** The native nodes right under one, by name. */
@@ -106,12 +87,6 @@ struct FreeNative {
 
 using NativeNode = std::unique_ptr<xmlNode, FreeNative>;
 using NativeDocument = std::unique_ptr<xmlDoc, FreeNative>;
-
-NativeDocument parsed(const std::string& text)
-{
-    return NativeDocument(
-        xmlReadMemory(text.data(), static_cast<int>(text.size()), "test.xml", nullptr, 0));
-}
 
 const std::string LONG_TEXT = "a text that has to have a memory block of its own, being this long";
 
@@ -176,8 +151,8 @@ TEST(XmlNodeConstructionTest, WithoutMemoryANamedNodeHasNoNativeNode)
 
 TEST(XmlNodeConstructionTest, ANativeNodeIsTakenOverAndItsChildrenGetNoWrappers)
 {
-    xmlNode* native = xmlNewNode(nullptr, test::native("native"));
-    const xmlNode* child = xmlNewChild(native, nullptr, test::native("child"), nullptr);
+    xmlNode* native = xmlNewNode(nullptr, xmlText("native"));
+    const xmlNode* child = xmlNewChild(native, nullptr, xmlText("child"), nullptr);
 
     TreeCalls calls;
     calls.watch(child, "child");
@@ -204,12 +179,12 @@ TEST(XmlNodeConstructionTest, ANullNativeNodeIsTakenLikeNone)
 
 TEST(XmlNodeConstructionTest, ANativeNodeInsideADocumentLeavesItWithItsWrapper)
 {
-    const NativeDocument document = parsed("<a><b/><c><d/></c></a>");
+    const NativeDocument document(parsed("<a><b/><c><d/></c></a>"));
     xmlNode* root = xmlDocGetRootElement(document.get());
     {
         const XmlNode node(root->last);
     }
-    EXPECT_EQ(xml(root), "<a><b/></a>");
+    EXPECT_EQ(xmlOf(root), "<a><b/></a>");
 }
 
 // ---- setElement ---------------------------------------------------------------------------------
@@ -262,7 +237,7 @@ TEST(XmlNodeElementTest, AnOldElementWithoutParentIsLostToTheNode)
     node = nullptr;
 
     EXPECT_THAT(calls.lines(), ElementsAre("unlink new", "free new"));
-    EXPECT_EQ(xml(old.get()), "<old a=\"1\"/>");
+    EXPECT_EQ(xmlOf(old.get()), "<old a=\"1\"/>");
 }
 
 TEST(XmlNodeElementTest, WithoutMemoryThereIsNoElement)
@@ -276,7 +251,7 @@ TEST(XmlNodeElementTest, WithoutMemoryThereIsNoElement)
     EXPECT_EQ(node.setElement("new"), STATUS_OUT_OF_MEMORY);
 
     EXPECT_EQ(node.__getNativeNode(), nullptr);
-    EXPECT_EQ(xml(old.get()), "<old/>");
+    EXPECT_EQ(xmlOf(old.get()), "<old/>");
     EXPECT_THAT(log.lines(), ElementsAre(logged("setElement", "Memory allocation failed.")));
 }
 
@@ -452,7 +427,7 @@ TEST(XmlNodeAttributeTest, TheListIsCopied)
 
 TEST(XmlNodeAttributeTest, AValueIsRead)
 {
-    const NativeDocument document = parsed("<n a='1' b='' c='&lt;&#228;&amp;&quot;' xml:d='4'/>");
+    const NativeDocument document(parsed("<n a='1' b='' c='&lt;&#228;&amp;&quot;' xml:d='4'/>"));
     XmlNode node(xmlDocGetRootElement(document.get()));
     ASSERT_EQ(node.setAttribute("e", LONG_TEXT), STATUS_SUCCESS);
 
@@ -599,7 +574,7 @@ TEST_F(XmlNodeTest, AddingTwiceListsTwice)
 TEST_F(XmlNodeTest, ATextThatMeetsATextIsFreedAtOnce)
 {
     ASSERT_EQ(parent->setContent("one, "), STATUS_SUCCESS);
-    xmlNode* text = xmlNewText(native("two"));
+    xmlNode* text = xmlNewText(xmlText("two"));
     auto* child = new XmlNode(text);
     calls.watch(text, "the added text");
     calls.clear();
@@ -743,9 +718,9 @@ TEST_F(XmlNodeTest, NativeNodesWithoutWrapperGoWithTheirParent)
 {
     add("wrapped");
     xmlNode* unwrapped =
-        xmlNewChild(parent->__getNativeNode(), nullptr, native("unwrapped"), nullptr);
+        xmlNewChild(parent->__getNativeNode(), nullptr, xmlText("unwrapped"), nullptr);
     calls.watch(unwrapped, "the native child");
-    calls.watch(xmlNewChild(unwrapped, nullptr, native("deep"), nullptr), "the native grandchild");
+    calls.watch(xmlNewChild(unwrapped, nullptr, xmlText("deep"), nullptr), "the native grandchild");
     calls.clear();
 
     parent = nullptr;
@@ -767,7 +742,7 @@ TEST_F(XmlNodeTest, ANodeThatLostItsElementStillOwnsItsChildren)
     parent = nullptr;
 
     EXPECT_THAT(calls.lines(), ElementsAre("unlink child", "free child"));
-    EXPECT_EQ(xml(old.get()), "<parent/>");
+    EXPECT_EQ(xmlOf(old.get()), "<parent/>");
 }
 
 TEST_F(XmlNodeTest, AMemberOfATreeLeavesItWhenItIsDestroyed)
@@ -887,7 +862,7 @@ TEST_F(XmlNodeTest, AssignmentSharesAndFreesNothingOfTheTarget)
 
     EXPECT_EQ(&result, &target);
     EXPECT_THAT(calls.lines(), IsEmpty());
-    EXPECT_EQ(xml(old.get()), "<target><old/>replaced</target>") << "unlinked or freed by nobody";
+    EXPECT_EQ(xmlOf(old.get()), "<target><old/>replaced</target>") << "unlinked or freed by nobody";
     EXPECT_EQ(target.__getNativeNode(), parent->__getNativeNode());
     EXPECT_THAT(target.getChildren(), ElementsAre(child));
     EXPECT_THAT(bytesOf(target), HasSubstr("parent"));

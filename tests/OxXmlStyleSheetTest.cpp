@@ -34,6 +34,7 @@
 #include "AllocationFailure.h"
 #include "EngineMessages.h"
 #include "LogCapture.h"
+#include "NativeXml.h"
 #include "OutputFile.h"
 #include "OxPlainFile.h"
 #include "OxStatus.h"
@@ -105,11 +106,6 @@ public:
     }
 };
 
-xmlDoc* parsed(const std::string& text)
-{
-    return xmlReadMemory(text.data(), static_cast<int>(text.size()), "test.xml", nullptr, 0);
-}
-
 /** A document, or no document, as XML without declaration. */
 std::string xml(const XmlDocument* document)
 {
@@ -117,12 +113,9 @@ std::string xml(const XmlDocument* document)
         return "(null)";
     }
     std::string text;
-    for (xmlNode* node = document->__getNativeDocument()->children; node != nullptr;
+    for (const xmlNode* node = document->__getNativeDocument()->children; node != nullptr;
          node = node->next) {
-        xmlBuffer* buffer = xmlBufferCreate();
-        xmlNodeDump(buffer, document->__getNativeDocument(), node, 0, 0);
-        text += reinterpret_cast<const char*>(xmlBufferContent(buffer));
-        xmlBufferFree(buffer);
+        text += xmlOf(node);
     }
     return text;
 }

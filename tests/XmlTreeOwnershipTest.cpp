@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "LogCapture.h"
+#include "NativeXml.h"
 #include "OxStatus.h"
 #include "OxXmlDocument.h"
 #include "OxXmlNode.h"
@@ -21,19 +22,6 @@ using testing::IsEmpty;
 std::unique_ptr<XmlNode> makeNode(const std::string& element)
 {
     return std::make_unique<XmlNode>(element);
-}
-
-std::string rootXml(const XmlDocument& document)
-{
-    xmlNode* root = xmlDocGetRootElement(document.__getNativeDocument());
-    if (root == nullptr) {
-        return "(none)";
-    }
-    xmlBuffer* buffer = xmlBufferCreate();
-    xmlNodeDump(buffer, document.__getNativeDocument(), root, 0, 0);
-    std::string text = reinterpret_cast<const char*>(xmlBufferContent(buffer));
-    xmlBufferFree(buffer);
-    return text;
 }
 
 class XmlTreeOwnershipTest : public testing::Test {

@@ -7,7 +7,6 @@
 #include <lua.hpp>
 #include <string>
 
-#include "LogCapture.h"
 #include "ScriptFile.h"
 
 namespace oxil::test {
@@ -54,13 +53,6 @@ inline std::string globalText(const LoadedScript& loaded, const char* name)
     const std::string result = text != nullptr ? text : "(no text)";
     lua_pop(loaded.state(), 1);
     return result;
-}
-
-/** What is logged when a script's file can't be loaded or run. */
-inline testing::Matcher<const LogLine&> failedLoad(const std::string& path,
-                                                   const std::string& reason)
-{
-    return LoggedIn("OxLuaScript.cpp", "onLoading", "filePath(" + path + ") (1) (" + reason + ").");
 }
 
 }  // namespace oxil::test

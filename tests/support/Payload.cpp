@@ -9,6 +9,7 @@
 #include "OxIBidirectionalIterator.h"
 #include "OxSerializer.h"
 #include "OxStatus.h"
+#include "Records.h"
 
 namespace oxil::test {
 
@@ -94,15 +95,6 @@ private:
     std::vector<KeyValues*> __records;
     std::size_t __next = 0;
 };
-
-std::vector<KeyValues*> pointersTo(std::vector<KeyValues>& records)
-{
-    std::vector<KeyValues*> pointers;
-    for (KeyValues& record : records) {
-        pointers.push_back(&record);
-    }
-    return pointers;
-}
 
 void adopt(const std::vector<KeyValues*>& pointers, std::vector<KeyValues>& records)
 {

@@ -50,15 +50,6 @@ KeyValues wide(int count)
     return result;
 }
 
-Pointers pointersTo(Records& records)
-{
-    Pointers pointers;
-    for (KeyValues& each : records) {
-        pointers.push_back(&each);
-    }
-    return pointers;
-}
-
 testing::AssertionResult sameRecords(const Records& actual, const Records& expected)
 {
     if (actual == expected) {

@@ -24,7 +24,14 @@ KeyValues small(const std::string& key, int number);
 /** A record of this many entries of kind BOOL. */
 KeyValues wide(int count);
 
-Pointers pointersTo(Records& records);
+inline Pointers pointersTo(Records& records)
+{
+    Pointers pointers;
+    for (KeyValues& each : records) {
+        pointers.push_back(&each);
+    }
+    return pointers;
+}
 
 /** Says which records differ, not all of their bytes. */
 testing::AssertionResult sameRecords(const Records& actual, const Records& expected);

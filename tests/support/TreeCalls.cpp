@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "FreeObserver.h"
+#include "NativeXml.h"
 #include "NextDefinition.h"
 
 namespace oxil::test {
@@ -35,11 +36,6 @@ auto forward(Function* function, Arguments... arguments)
 TreeCalls* recorder()
 {
     return depth == 0 ? current : nullptr;
-}
-
-std::string inWords(const xmlChar* text)
-{
-    return text != nullptr ? reinterpret_cast<const char*>(text) : "(null)";
 }
 
 }  // namespace
@@ -184,7 +180,7 @@ void TreeCalls::__collect()
 // These stand before the engines' own functions, because a definition in the executable wins.
 
 using oxil::test::forward;
-using oxil::test::inWords;
+using oxil::test::fromNative;
 using oxil::test::real;
 using oxil::test::TreeCall;
 using oxil::test::TreeRecorder;
@@ -194,7 +190,7 @@ using oxil::test::TreeRecorder;
 OXIL_INTERPOSED xmlNodePtr xmlNewNode(xmlNsPtr space, const xmlChar* name)
 {
     static auto* const make = real<decltype(xmlNewNode)>("xmlNewNode");
-    if (TreeRecorder::refuses(TreeCall::NewNode, "new element " + inWords(name) +
+    if (TreeRecorder::refuses(TreeCall::NewNode, "new element " + fromNative(name) +
                                                      (space != nullptr ? " of a namespace" : ""))) {
         return nullptr;
     }
@@ -204,7 +200,7 @@ OXIL_INTERPOSED xmlNodePtr xmlNewNode(xmlNsPtr space, const xmlChar* name)
 OXIL_INTERPOSED xmlDocPtr xmlNewDoc(const xmlChar* version)
 {
     static auto* const make = real<decltype(xmlNewDoc)>("xmlNewDoc");
-    if (TreeRecorder::refuses(TreeCall::NewDocument, "new document " + inWords(version))) {
+    if (TreeRecorder::refuses(TreeCall::NewDocument, "new document " + fromNative(version))) {
         return nullptr;
     }
     return forward(make, version);
@@ -237,7 +233,7 @@ OXIL_INTERPOSED void xmlUnlinkNode(xmlNodePtr node)
 {
     static auto* const unlink = real<decltype(xmlUnlinkNode)>("xmlUnlinkNode");
     if (node != nullptr) {
-        TreeRecorder::note("unlink " + inWords(node->name));
+        TreeRecorder::note("unlink " + fromNative(node->name));
     }
     forward(unlink, node);
 }
@@ -246,7 +242,7 @@ OXIL_INTERPOSED void xmlFreeNode(xmlNodePtr node)
 {
     static auto* const free = real<decltype(xmlFreeNode)>("xmlFreeNode");
     if (node != nullptr) {
-        TreeRecorder::note("free " + inWords(node->name));
+        TreeRecorder::note("free " + fromNative(node->name));
     }
     forward(free, node);
 }

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "LogCapture.h"
+#include "NativeXml.h"
 #include "ScriptFile.h"
 
 namespace oxil::test {
@@ -106,11 +107,6 @@ private:
     Texts __events;
     Reaction __reaction;
 };
-
-inline const xmlChar* xmlText(const char* text)
-{
-    return reinterpret_cast<const xmlChar*>(text);
-}
 
 template <typename Char>
 std::basic_string<Char> repeated(const Char* text, int count)
