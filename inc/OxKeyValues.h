@@ -353,10 +353,6 @@ public:
     /** Bytes that copySerializedData() may write; meant for the library itself. */
     OXIL_LOCAL std::size_t __getSpace() const noexcept;
 
-    /** Appends an entry, taking over both parts; false, with both untouched, if the key is there.
-     *  Meant for the library itself. */
-    OXIL_LOCAL bool __append(std::string&& key, Variant&& value);
-
     /** The value with this key, null if there is none or the key is empty; meant for the library
      *  itself. */
     const Variant* __findValue(std::string_view key) const noexcept;
@@ -370,7 +366,7 @@ private:
     OXIL_LOCAL int __find(std::string_view key) const noexcept;
     OXIL_LOCAL int __find(const internal::WantedKey& key) const noexcept;
     template <typename... Parts>
-    OXIL_LOCAL bool __add(std::string_view key, Parts&&... parts);
+    OXIL_LOCAL bool __append(std::string_view key, Parts&&... parts);
     OXIL_LOCAL void __makeIndex();
     OXIL_LOCAL void __erase(int index);
 

@@ -46,7 +46,8 @@ std::size_t describe(const std::vector<KeyValue>& entries, int block, Serialized
 
 }  // namespace
 
-// A function that programs spend their time in is [[gnu::flatten]]: what it calls is built into it.
+// A function that programs spend their time in is [[gnu::flatten]]: what it calls is built into it, but
+// for what is [[gnu::noinline]] because it is rare there.
 
 KeyValues::KeyValues() noexcept = default;
 
@@ -111,7 +112,7 @@ int KeyValues::getIndex(const std::string& key) const
     return index != ABSENT ? index : getCount();
 }
 
-KeyValue KeyValues::getKeyValue(const std::string& key) const
+[[gnu::noinline]] KeyValue KeyValues::getKeyValue(const std::string& key) const
 {
     if (key.empty()) {
         OX_ERROR("Invalid parameter");
@@ -201,16 +202,12 @@ bool KeyValues::isIncluded(const std::string& key, const Variant& value) const
 
 int KeyValues::add(const KeyValue& entry)
 {
-    if (!__add(entry.__getKey(), entry)) {
-        OX_ERROR("Key(%s) already exist.", entry.__getKey().c_str());
-        return STATUS_ALREADY_EXISTS;
-    }
-    return STATUS_SUCCESS;
+    return add(KeyValue(entry));
 }
 
 int KeyValues::add(KeyValue&& entry)
 {
-    if (!__add(entry.__getKey(), std::move(entry))) {
+    if (!__append(entry.__getKey(), std::move(entry))) {
         OX_ERROR("Key(%s) already exist.", entry.__getKey().c_str());
         return STATUS_ALREADY_EXISTS;
     }
@@ -223,14 +220,14 @@ int KeyValues::add(KeyValue&& entry)
         OX_ERROR("Invalid parameter.");
         return STATUS_INVALID_PARAMETER;
     }
-    if (!__add(key, key, value)) {
+    if (!__append(key, key, value)) {
         OX_ERROR("Key(%s) already exist.", key.c_str());
         return STATUS_ALREADY_EXISTS;
     }
     return STATUS_SUCCESS;
 }
 
-int KeyValues::update(const KeyValue& entry)
+[[gnu::noinline]] int KeyValues::update(const KeyValue& entry)
 {
     const int index = getIndex(entry.__getKey());
     if (index >= 0 && index < getCount()) {
@@ -275,12 +272,10 @@ int KeyValues::set(std::string_view key, const Variant& value)
         return STATUS_INVALID_PARAMETER;
     }
     const int index = __find(key);
-    if (index != ABSENT) {
-        __at(index).setValue(value);
-    } else {
-        // A copy: the value may be one of this record's.
-        __add(key, std::string(key), Variant(value));
+    if (index == ABSENT) {
+        return add(KeyValue(std::string(key), Variant(value)));
     }
+    __at(index).setValue(value);
     return STATUS_SUCCESS;
 }
 
@@ -456,10 +451,10 @@ int KeyValues::__find(const internal::WantedKey& key) const noexcept
     return ABSENT;
 }
 
-/** Appends KeyValue(parts...), unless its key is there. When memory runs out nothing has changed.
- */
+/** Appends KeyValue(parts...), unless its key is there, which leaves the parts untouched. When memory
+ *  runs out nothing has changed. */
 template <typename... Parts>
-bool KeyValues::__add(std::string_view key, Parts&&... parts)
+bool KeyValues::__append(std::string_view key, Parts&&... parts)
 {
     const internal::WantedKey wanted(key);
     if (__find(wanted) != ABSENT) {
@@ -482,7 +477,7 @@ bool KeyValues::__add(std::string_view key, Parts&&... parts)
     return true;
 }
 
-void KeyValues::__makeIndex()
+[[gnu::noinline]] void KeyValues::__makeIndex()
 {
     auto index = std::make_unique<internal::KeyIndex>(internal::HashSeed::ofProcess());
     for (int i = 0; i < getCount(); ++i) {
@@ -498,11 +493,6 @@ void KeyValues::__erase(int index)
         __index->remove(__index->hash(internal::WantedKey(__at(index).__getKey())), index);
     }
     __entries.erase(__entries.begin() + index);
-}
-
-bool KeyValues::__append(std::string&& key, Variant&& value)
-{
-    return __add(key, std::move(key), std::move(value));
 }
 
 void KeyValues::__reserve(std::size_t count)

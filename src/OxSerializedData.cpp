@@ -113,8 +113,13 @@ bool decode(int type, const void* place, std::size_t size, std::vector<Variant>&
         values.emplace_back(Variant::__Slice(), text, strnlen(text, internal::TEXT_SLOT_SIZE - 1));
         return true;
     }
-    return internal::readNumber(type, place, size,
-                                [&](auto number) { values.emplace_back(number); });
+    // In one place for all kinds: what makes room is built in where the list grows.
+    Variant& value = values.emplace_back();
+    if (!internal::readNumber(type, place, size, [&](auto number) { value = Variant(number); })) {
+        values.pop_back();
+        return false;
+    }
+    return true;
 }
 
 }  // namespace

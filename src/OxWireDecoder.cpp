@@ -334,10 +334,11 @@ void addEntries(const Records& records, const char*& place, KeyValues& record)
     record.__reserve(records.entryCount);
     for (std::size_t i = 0; i < records.entryCount; ++i) {
         std::string key = takeText(place);
-        const auto add = [&](auto&& value) {
-            if (key.empty() ||
-                !record.__append(std::move(key), std::forward<decltype(value)>(value))) {
+        const auto add = [&](auto value) {
+            if (key.empty()) {
                 record.add(key, Variant());  // refused, and logged
+            } else {
+                record.add(KeyValue(std::move(key), Variant(std::move(value))));
             }
         };
         const unsigned int kind = kindAt(records.kinds, i);
