@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstddef>
 #include <memory>
@@ -15,6 +16,7 @@
 #include "OxSerializer.h"
 #include "OxStatus.h"
 #include "Records.h"
+#include "StreamCalls.h"
 #include "Streams.h"
 
 namespace oxil::test {
@@ -118,6 +120,25 @@ TEST_F(ChannelQueueTest, AFullQueueReportsAndEarlierMessagesAreUnharmed)
     expectAllOfIt();
     send();
     expectAllOfIt();
+}
+
+TEST_F(ChannelQueueTest, TheLimitItselfIsAllowed)
+{
+    ChannelLimits limits;
+    limits.queue = 3 * frameSize;
+    Sockets sockets = makeSockets();
+    StreamCalls calls({sockets.near.get()});
+    calls.failWriting(EAGAIN);
+    near.open(std::move(sockets.near), limits);
+    LogCapture log;
+
+    EXPECT_EQ(near.send(1), STATUS_SUCCESS);
+    EXPECT_EQ(near.send(2), STATUS_SUCCESS);
+    EXPECT_EQ(near.send(3), STATUS_SUCCESS);
+    EXPECT_EQ(near.channel.getQueueSize(), limits.queue);
+    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_EQ(near.send(4), STATUS_CAPACITY_EXCEEDED);
+    EXPECT_EQ(near.channel.getQueueSize(), limits.queue);
 }
 
 TEST_F(ChannelQueueTest, AFunctionThatWasRefusedIsLetGoOf)

@@ -350,6 +350,26 @@ TEST_F(ChannelRequestTest, ALaterRequestDoesNotPutOffAnEarlierTimeOut)
     EXPECT_LT(Clock::now() - start, 10s);
 }
 
+TEST_F(ChannelRequestTest, AShortTimeOutDoesNotWaitForALongOne)
+{
+    ASSERT_EQ(request(1, LONG), STATUS_SUCCESS);
+    ASSERT_EQ(request(2, 5), STATUS_SUCCESS);
+
+    ASSERT_TRUE(near.waitForAnswers(1));
+    EXPECT_THAT(near.answers, ElementsAre(TIMED_OUT));
+}
+
+TEST_F(ChannelRawRequestTest, AnAnswerThatHasArrivedIsNotTooLate)
+{
+    ASSERT_TRUE(answer(request(5), 7));
+    const Clock::time_point start = Clock::now();
+    while (Clock::now() - start < 20ms) {  // nobody looks at it in time
+    }
+
+    ASSERT_TRUE(near.waitForAnswers(1));
+    EXPECT_THAT(near.answers, ElementsAre("7"));
+}
+
 TEST_F(ChannelRawRequestTest, ALateAnswerIsDropped)
 {
     const std::uint32_t number = request(1);
