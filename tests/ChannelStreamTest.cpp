@@ -812,6 +812,33 @@ TEST_F(ChannelIdleTest, WithAFullQueue)
     expectRest();
 }
 
+TEST_F(ChannelIdleTest, AfterAQueueHasGone)
+{
+    Sockets sockets = makeSmallSockets();
+    Pipe there = makePipe();
+    Pipe back = makePipe();
+    near.open(std::move(sockets.near));
+    far.open(std::move(back.input), std::move(there.output));
+    for (int i = 0; i < 10000; ++i) {
+        ASSERT_EQ(near.send(1), STATUS_SUCCESS);
+        ASSERT_EQ(far.send(1), STATUS_SUCCESS);
+    }
+    EXPECT_GT(near.channel.getQueueSize(), 0u);
+    EXPECT_GT(far.channel.getQueueSize(), 0u);
+    EXPECT_TRUE(iterateUntil(
+        [&] {
+            readAvailable(sockets.far.get());
+            readAvailable(there.input.get());
+            return near.channel.getQueueSize() == 0 && far.channel.getQueueSize() == 0;
+        },
+        20s));
+    drain();
+    expectRest();
+    there.input.close();
+    drain();
+    expectRest();
+}
+
 TEST_F(ChannelIdleTest, WithAPipeThatNobodyReads)
 {
     Pipe there = makePipe();
@@ -865,6 +892,33 @@ TEST_F(ChannelIdleTest, WhileACallbackWaits)
     ASSERT_EQ(far.send(1), STATUS_SUCCESS);
 
     while (!in || !out) {
+        g_main_context_iteration(nullptr, TRUE);
+    }
+}
+
+TEST_F(ChannelIdleTest, WhatIsThereAlreadyWakesACallbackThatWaits)
+{
+    Sockets sockets = makeSockets();
+    far.open(std::move(sockets.far));
+    const Watchdog watchdog{20s};
+    WaitingLoop loop;
+    int last = 0;
+    ASSERT_EQ(near.channel.open(
+                  sockets.near.release(),
+                  [&](const SerializedData& message) {
+                      if (numberOf(message) == 1) {
+                          loop.run();
+                          last = 1;
+                      } else {
+                          loop.quit();
+                      }
+                  },
+                  nullptr),
+              STATUS_SUCCESS);
+    ASSERT_EQ(far.send(1), STATUS_SUCCESS);
+    ASSERT_EQ(far.send(2), STATUS_SUCCESS);  // read with the first
+
+    while (last == 0) {
         g_main_context_iteration(nullptr, TRUE);
     }
 }

@@ -142,6 +142,17 @@ TEST(PayloadTest, BracesMakeAMethodCall)
               "mix BOOL:1 DOUBLE:1.500000 UINT:2 STRING:x");
 }
 
+TEST(PayloadTest, WhatIsMadeForTheCallLivesLongEnough)
+{
+    const std::string text(60, 't');
+
+    EXPECT_EQ(encoded({std::string(50, 'm'), Values(3, text)}),
+              packed(std::string(50, 'm'), Values(3, text)));
+    EXPECT_EQ(encoded(recordOf({{"name", text}})), packed(recordOf({{"name", text}})));
+    EXPECT_EQ(encoded(Records(2, recordOf({{"name", text}}))),
+              packed(Records(2, recordOf({{"name", text}}))));
+}
+
 TEST(PayloadTest, BracesAroundAnObjectMakeWhatItIs)
 {
     EXPECT_EQ(encoded({ROWS[0]}), packed(ROWS[0]));
