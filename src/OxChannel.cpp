@@ -399,7 +399,7 @@ void Channel::Connection::__expire() noexcept
     while (__isOpen()) {
         const gint64 next = __deadlines.empty() ? NEVER : __deadlines.begin()->first;
         if (next == NEVER || next > g_get_monotonic_time()) {
-            g_source_set_ready_time(__source, __isBroken ? AT_ONCE : next);
+            g_source_set_ready_time(__source, next);
             return;
         }
         const OnAnswer onAnswer = __take(__requests.find(__deadlines.begin()->second));

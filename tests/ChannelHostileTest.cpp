@@ -178,6 +178,27 @@ TEST_F(ChannelHostileTest, AMessageThatClaimsToBeLongIsRefusedAtItsHead)
     EXPECT_TRUE(isAtEnd(peer.get()));
 }
 
+TEST_F(ChannelHostileTest, WhatIsTooLongForTheApplicationIsRefusedAtItsHead)
+{
+    ChannelLimits limits;
+    limits.message.bytes = 100;
+    connect(limits);
+    LogCapture log;
+    std::string frame(5, '\0');
+    frame += "Ox\x01";
+    frame += "\x60";  // 96 bytes follow, which makes 100
+    ASSERT_TRUE(writeAll(peer.get(), frame));
+    iterateFor(5ms);
+    EXPECT_THAT(closed, IsEmpty());
+
+    connect(limits);
+    ++frame.back();
+    ASSERT_TRUE(writeAll(peer.get(), frame));
+    ASSERT_TRUE(iterateUntil([this] { return !closed.empty(); }, 10s));
+    EXPECT_THAT(closed, ElementsAre(STATUS_CAPACITY_EXCEEDED));
+    EXPECT_THAT(log.lines(), ElementsAre(Field(&LogLine::message, "Message is too long (101).")));
+}
+
 TEST_F(ChannelHostileTest, AMessageThatTakesTooMuchMemory)
 {
     ChannelLimits limits;

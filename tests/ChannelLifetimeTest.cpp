@@ -384,6 +384,26 @@ TEST_F(ChannelLifetimeTest, AMessageMayWaitForTheEnd)
     EXPECT_THAT(lines, ElementsAre("in 1", "in 2", "out 2", "closed 0", "out 1"));
 }
 
+TEST_F(ChannelLifetimeTest, WhatACallbackThatWaitsCapturesOutlivesTheEnd)
+{
+    WaitingLoop loop;
+    auto captured = std::make_shared<int>(1);
+    const std::weak_ptr<int> watch = captured;
+    open(
+        [&loop, &watch, this, captured](const SerializedData&) {
+            loop.run();
+            add(watch.expired() ? "gone" : "still there");
+        },
+        [&](int) { loop.quit(); });
+    captured.reset();
+    ASSERT_EQ(far.send(1), STATUS_SUCCESS);
+    far.channel.close();
+
+    ASSERT_TRUE(waitForLines(1));
+    EXPECT_THAT(lines, ElementsAre("still there"));
+    EXPECT_TRUE(watch.expired());
+}
+
 TEST_F(ChannelLifetimeTest, TheChannelMayGoWhileACallbackWaits)
 {
     WaitingLoop loop;

@@ -550,6 +550,25 @@ TEST(ChannelEndTest, APeerThatOnlyEndsItsOwnDirectionHasClosed)
     EXPECT_THAT(near.closed, ElementsAre(STATUS_SUCCESS));
 }
 
+TEST(ChannelEndTest, APeerThatEndsItsOwnDirectionLeavesWhatWaitsInDoubt)
+{
+    Sockets sockets = makeSmallSockets();
+    ChannelEnd near;
+    near.open(std::move(sockets.near));
+    while (near.channel.getQueueSize() < 1000) {
+        ASSERT_EQ(near.send(1), STATUS_SUCCESS);
+    }
+    ASSERT_EQ(near.channel.request(numbered(1), 60000, near.onAnswer()), STATUS_SUCCESS);
+    const std::string line = "Not sent (" + std::to_string(near.channel.getQueueSize()) + ").";
+    LogCapture log;
+    ASSERT_EQ(shutdown(sockets.far.get(), SHUT_WR), 0);
+
+    ASSERT_TRUE(near.waitForClosed());
+    EXPECT_THAT(near.answers, ElementsAre("status -1"));
+    EXPECT_THAT(near.closed, ElementsAre(STATUS_FAILURE));
+    EXPECT_THAT(log.lines(), ElementsAre(Field(&LogLine::message, line)));
+}
+
 // ---- What the system says -----------------------------------------------------------------------
 
 /** Two channels, and what the system does for one of them. */
