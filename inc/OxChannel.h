@@ -141,7 +141,7 @@ public:
      *
      * @param timeout  milliseconds, at least 1; an answer that arrives later is dropped
      * @return as send(); STATUS_INVALID_PARAMETER after logging "Invalid parameter (%d)." with a
-     *         bad time-out. After a failure the function is not called.
+     *         bad time-out. After a failure the function is not called: do not wait for it.
      */
     int request(const Payload& payload, int timeout, const OnAnswer& onAnswer);
 

@@ -8,6 +8,7 @@
 #include <exception>
 #include <functional>
 #include <memory>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -518,6 +519,18 @@ TEST_F(ChannelDeathTest, AMessageMustNotThrow)
                 iterateFor(1s);
             } catch (...) {
             }
+        },
+        testing::ExitedWithCode(86), "");
+}
+
+TEST_F(ChannelDeathTest, WhatAMessageThrowsIsNotTakenForTheChannels)
+{
+    open([](const SerializedData&) { throw std::bad_alloc(); });
+    ASSERT_EQ(far.send(1), STATUS_SUCCESS);
+    EXPECT_EXIT(
+        {
+            exitAtTerminate();
+            iterateFor(1s);
         },
         testing::ExitedWithCode(86), "");
 }

@@ -136,6 +136,18 @@ TEST(ChannelDescriptorTest, TheDescriptorIsClosedBeforeTheEndIsTold)
     EXPECT_TRUE(iterateUntil([&] { return told; }, 10s));
 }
 
+TEST(ChannelDescriptorTest, PipesAreClosedBeforeTheEndIsTold)
+{
+    Pipe in = makePipe();
+    Pipe out = makePipe();
+    ChannelEnd near;
+    near.open(std::move(in.input), std::move(out.output));
+    in.output.close();
+
+    ASSERT_TRUE(near.waitForClosed());
+    EXPECT_TRUE(isAtEnd(out.input.get()));
+}
+
 TEST(ChannelDescriptorTest, ADescriptorThatIsNotOpenIsRefused)
 {
     Channel channel;
@@ -412,6 +424,7 @@ TEST_P(ChannelBrokenTest, RaisesNoSignal)
 {
     const SignalCount signals(SIGPIPE);
     const sigset_t before = currentMask();
+    ASSERT_EQ(sigismember(&before, SIGPIPE), 0);  // nor has any earlier test left it blocked
 
     expectFailure();
 
@@ -567,6 +580,7 @@ TEST(ChannelEndTest, APeerThatEndsItsOwnDirectionLeavesWhatWaitsInDoubt)
     EXPECT_THAT(near.answers, ElementsAre("status -1"));
     EXPECT_THAT(near.closed, ElementsAre(STATUS_FAILURE));
     EXPECT_THAT(log.lines(), ElementsAre(Field(&LogLine::message, line)));
+    EXPECT_EQ(near.channel.getQueueSize(), 0u);
 }
 
 // ---- What the system says -----------------------------------------------------------------------

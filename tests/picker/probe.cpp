@@ -37,9 +37,9 @@ public:
     // What the service answers.
     std::string call(const oxil::Payload& payload)
     {
-        std::string result = "not sent";
+        std::string result;
         records_.clear();
-        channel_.request(payload, 5000, [&](int status, const oxil::SerializedData& message) {
+        const auto onAnswer = [&](int status, const oxil::SerializedData& message) {
             oxil::KeyValues answer;
             if (status != oxil::STATUS_SUCCESS) {
                 result = "no answer";
@@ -49,7 +49,10 @@ public:
                 result = std::to_string(records_.size()) + " records of one shape";
             }
             loop_.quit();
-        });
+        };
+        if (channel_.request(payload, 5000, onAnswer) != oxil::STATUS_SUCCESS) {
+            return "no answer";  // nor will the function be called
+        }
         loop_.run();
         return result;
     }
