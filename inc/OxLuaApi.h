@@ -82,8 +82,8 @@ public:
     void registerApiTable(const std::string& name, const luaL_Reg* functions);
 
 private:
-    LuaScript* __luaScript;
-    bool __loaded;
+    LuaScript* __luaScript = nullptr;
+    bool __loaded = false;
 };
 
 }  // namespace oxil

@@ -188,8 +188,8 @@ private:
     std::unique_ptr<lua_State, void (*)(lua_State*)> __luaState;
     BaseLuaApi* __baseApi;
     std::vector<LuaApi*> __luaApis;
-    mutable int __returnIndex;
-    bool __apisLoaded;
+    mutable int __returnIndex = 1;
+    bool __apisLoaded = false;
 };
 
 }  // namespace oxil

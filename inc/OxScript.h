@@ -6,6 +6,7 @@
 #include <type_traits>
 
 #include "OxExport.h"
+#include "OxWatchedObject.h"
 
 namespace oxil {
 
@@ -29,7 +30,7 @@ namespace oxil {
  * @par Threads
  * No locks; one script belongs to one thread at a time.
  */
-class OXIL_API Script {
+class OXIL_API Script : protected internal::WatchedObject {
 public:
     /** Makes a script without file. */
     Script();
@@ -237,8 +238,8 @@ private:
 
     std::string __filePath;
     std::string __methodName;
-    int __returnCount;
-    int __parameterCount;
+    int __returnCount = 0;
+    int __parameterCount = 0;
 };
 
 }  // namespace oxil

@@ -3,6 +3,7 @@
 #include <functional>
 #include <memory>
 
+#include "OxCallback.h"
 #include "OxExport.h"
 #include "OxSerializedData.h"  // Repeatable
 
@@ -80,8 +81,8 @@ private:
     bool __onTimerExpired();
     OXIL_LOCAL static void __removeSource(SourceId* source);
 
-    bool __repeating;
-    std::function<void()> __callback;
+    bool __repeating = false;
+    internal::Callback<void()> __callback;
     std::unique_ptr<SourceId, void (*)(SourceId*)> __source;
 };
 

@@ -3,7 +3,9 @@
 #include <functional>
 #include <memory>
 
+#include "OxCallback.h"
 #include "OxExport.h"
+#include "OxWatchedObject.h"
 
 struct _GMainLoop;
 
@@ -39,7 +41,7 @@ class Timer;
  * @par Example
  * @snippet countdown/main.cpp wait
  */
-class OXIL_API WaitingLoop {
+class OXIL_API WaitingLoop : private internal::WatchedObject {
 public:
     /** Makes an idle loop. Without memory for its timers the loop can't time out, see run(int). */
     WaitingLoop();
@@ -122,21 +124,23 @@ public:
     bool isWaiting() const;
 
 private:
+    using Predicate = internal::Callback<bool()>;
+
     int __startRunTimer(int interval, const std::function<bool()>& predicate);
     int __startWaitTimer(int interval, const std::function<bool()>& predicate);
     void __cancelTimer() const;
     void __runTimerExpired() noexcept;
     void __waitTimerExpired() noexcept;
-    OXIL_LOCAL void __expire(std::function<bool()>& predicate);
+    OXIL_LOCAL void __expire(Predicate& predicate);
 
-    std::function<bool()> __runPredicate;
-    std::function<bool()> __waitPredicate;
+    Predicate __runPredicate;
+    Predicate __waitPredicate;
     Timer* __runTimer;
     Timer* __waitTimer;
     std::unique_ptr<_GMainLoop, std::function<void(_GMainLoop*)>> __mainLoop;
-    bool __running;
-    bool __waiting;
-    const int __noTimeout;
+    bool __running = false;
+    bool __waiting = false;
+    const int __noTimeout = -1;
 };
 
 }  // namespace oxil

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "OxCallback.h"
 #include "OxExport.h"
 #include "OxPlainFile.h"
 
@@ -100,11 +101,10 @@ public:
     /** Makes a reader for a file, which is not touched before read() or load(). */
     Xml(const std::string& xmlFilePath);
 
-    /** Copies the path and the functions; the listener is shared. Not from inside an event of the
-     *  other reader, one of whose functions is running then. */
+    /** Copies the path and the functions, also one that is running; the listener is shared. */
     Xml(const Xml& other);
 
-    /** The same, and not from inside an event of this one either. */
+    /** The same. A function of this reader that is running may still use what it captured. */
     Xml& operator=(const Xml& other);
 
     /** Must not be called from inside an event of this reader. */
@@ -220,9 +220,10 @@ private:
 
     IXmlEventListener* __listener = nullptr;
     std::string __xmlFilePath;
-    StartElementCallback __startElementCallback;
-    EndElementCallback __endElementCallback;
-    CharactersCallback __charactersCallback;
+    internal::Callback<void(const std::string&, const std::vector<std::string>&)>
+        __startElementCallback;
+    internal::Callback<void(const std::string&)> __endElementCallback;
+    internal::Callback<void(const std::string&)> __charactersCallback;
 };
 
 }  // namespace oxil

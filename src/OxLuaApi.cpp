@@ -6,7 +6,8 @@
 #include "internal/OxLuaStack.h"
 
 namespace oxil {
-LuaApi::LuaApi() : __luaScript(nullptr), __loaded(false) {}
+
+LuaApi::LuaApi() = default;
 
 LuaApi::~LuaApi() = default;
 

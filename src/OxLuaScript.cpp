@@ -13,18 +13,17 @@
 #include "OxLog.h"
 #include "OxLuaApi.h"
 #include "OxStatus.h"
-#include "internal/OxCallOut.h"
 #include "internal/OxLua.h"
 #include "internal/OxLuaStack.h"
 #include "internal/OxSaturate.h"
 #include "internal/OxScriptIdentity.h"
+#include "internal/OxWatch.h"
 
 namespace oxil {
 
 using internal::ProtectedCall;
 using internal::ScriptIdentity;
 using internal::Watch;
-using internal::Watched;
 
 namespace {
 
@@ -149,9 +148,7 @@ LuaScript::LuaScript() : LuaScript("") {}
 LuaScript::LuaScript(const std::string& filePath)
     : Script(filePath),
       __luaState(nullptr, ProtectedCall::close),
-      __baseApi(new (std::nothrow) BaseLuaApi()),
-      __returnIndex(1),
-      __apisLoaded(false)
+      __baseApi(new (std::nothrow) BaseLuaApi())
 {
     if (__baseApi == nullptr) {
         OX_ERROR("Memory allocation failed");
@@ -182,7 +179,7 @@ int LuaScript::addLuaApi(LuaApi* api)
         return STATUS_INVALID_PARAMETER;
     }
     if (__apisLoaded) {
-        const Watch watch(Watched::OBJECT, this);
+        const Watch watch(*this);
         api->load(this);
         if (!watch.isIntact()) {
             return STATUS_SUCCESS;
@@ -473,7 +470,7 @@ int LuaScript::__loadLuaApi()
         OX_ERROR("Invalid state. (%d)", r);
         return r;
     }
-    const Watch watch(Watched::OBJECT, this);
+    const Watch watch(*this);
     for (std::size_t i = 0; watch.isIntact() && i < __luaApis.size(); ++i) {  // which may add more
         LuaApi* api = __luaApis[i];
         r = api->load(this);

@@ -4,31 +4,24 @@
 
 #include "OxLog.h"
 #include "OxStatus.h"
-#include "internal/OxCallOut.h"
+#include "internal/OxWatch.h"
 
 namespace oxil {
 
 using internal::Watch;
-using internal::Watched;
 
 namespace {
 
 /** How many calls this thread has begun, of all scripts: tells whether a hook led to another one. */
-[[gnu::tls_model("initial-exec")]] thread_local std::uint64_t begunCalls = 0;
+thread_local std::uint64_t begunCalls = 0;
 
 }  // namespace
 
-Script::Script() : __returnCount(0), __parameterCount(0) {}
+Script::Script() = default;
 
-Script::Script(const std::string& filePath)
-    : __filePath(filePath), __returnCount(0), __parameterCount(0)
-{
-}
+Script::Script(const std::string& filePath) : __filePath(filePath) {}
 
-Script::~Script()
-{
-    Watch::giveUp(Watched::OBJECT, this);
-}
+Script::~Script() = default;
 
 int Script::onMethodCalling(const std::string&)
 {
@@ -102,7 +95,7 @@ int Script::callMethod(const std::string& methodName, int returnCount)
     __setCall(methodName, returnCount, 0);
 
     // Each hook may lead to the end of this script, and must not be followed by another one then.
-    const Watch watch(Watched::OBJECT, this);
+    const Watch watch(*this);
     if (onMethodCalling(__methodName) != 0 || !watch.isIntact()) {
         OX_ERROR("Invalid state.");
         return STATUS_INVALID_STATE;
@@ -140,7 +133,7 @@ int Script::callMethod(const std::string& methodName, std::initializer_list<Para
 
     // Any hook may lead to other calls, from a finalizer that happens to run there for one, which
     // leave their own bookkeeping behind, and to the end of this script: false.
-    const Watch watch(Watched::OBJECT, this);
+    const Watch watch(*this);
     std::uint64_t known = begunCalls;
     const auto resume = [&] {
         if (!watch.isIntact()) {

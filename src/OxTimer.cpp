@@ -6,7 +6,7 @@
 
 #include "OxLog.h"
 #include "OxStatus.h"
-#include "internal/OxCallOut.h"
+#include "internal/OxRunningFunction.h"
 
 namespace oxil {
 namespace {
@@ -27,11 +27,10 @@ Timer* fromMark(gpointer mark)
 
 }  // namespace
 
-Timer::Timer() : __repeating(false), __source(nullptr, __removeSource) {}
+Timer::Timer() : __source(nullptr, __removeSource) {}
 
 Timer::~Timer()
 {
-    internal::giveUp(__callback);
     if (strays > 0) {
         while (g_source_remove_by_user_data(toMark(this)) != FALSE) {
         }
@@ -56,7 +55,7 @@ void Timer::cancel()
 
 int Timer::__start(int interval, const std::function<void()>& callback)
 {
-    internal::replace(__callback, callback);
+    __callback = callback;
 
     const SourceId id = g_timeout_add(static_cast<guint>(interval), __timerExpired, this);
     if (id == 0) {
@@ -114,8 +113,8 @@ bool Timer::__onTimerExpired()
         // to remove a source that is on its way out.
         static_cast<void>(__source.release());
     }
-    if (internal::isSet(__callback)) {
-        internal::callFrom(__callback);
+    if (__callback) {
+        __callback();
     }
     // The callback may have destroyed this timer.
     return repeating;

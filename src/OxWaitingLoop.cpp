@@ -7,20 +7,19 @@
 #include "OxLog.h"
 #include "OxStatus.h"
 #include "OxTimer.h"
-#include "internal/OxCallOut.h"
+#include "internal/OxRunningFunction.h"
+#include "internal/OxWatch.h"
 
 namespace oxil {
 
 using internal::Watch;
-using internal::Watched;
 
 namespace {
 
 /** Asks the predicate every so often, or expires once if there is none. */
-void start(Timer& timer, int interval, const std::function<bool()>& predicate,
-           const std::function<void()>& onExpired)
+void start(Timer& timer, int interval, bool hasPredicate, const std::function<void()>& onExpired)
 {
-    if (predicate) {
+    if (hasPredicate) {
         timer.start(interval, onExpired, REPEATABLE);
     } else {
         timer.start(interval, onExpired);
@@ -47,19 +46,12 @@ WaitingLoop::WaitingLoop()
     : __runTimer(new (std::nothrow) Timer()),
       __waitTimer(new (std::nothrow) Timer()),
       __mainLoop(g_main_loop_new(g_main_context_default(), TRUE),
-                 [](GMainLoop* loop) { g_main_loop_unref(loop); }),
-      __running(false),
-      __waiting(false),
-      __noTimeout(-1)
+                 [](GMainLoop* loop) { g_main_loop_unref(loop); })
 {
 }
 
 WaitingLoop::~WaitingLoop()
 {
-    Watch::giveUp(Watched::OBJECT, this);
-    internal::giveUp(__runPredicate);
-    internal::giveUp(__waitPredicate);
-
     __mainLoop.reset();
     delete __waitTimer;
     delete __runTimer;
@@ -97,7 +89,7 @@ int WaitingLoop::wait(int interval, const std::function<bool()>& predicate)
 {
     enter(__waiting, [&] { __startWaitTimer(interval, predicate); });
 
-    const Watch watch(Watched::OBJECT, this);
+    const Watch watch(*this);
     while (watch.isIntact() && isWaiting()) {
         g_main_context_iteration(g_main_context_default(), FALSE);
     }
@@ -131,7 +123,7 @@ bool WaitingLoop::isWaiting() const
 
 int WaitingLoop::__startRunTimer(int interval, const std::function<bool()>& predicate)
 {
-    internal::replace(__runPredicate, predicate);
+    __runPredicate = predicate;
     if (interval == __noTimeout) {
         return STATUS_SUCCESS;
     }
@@ -139,13 +131,13 @@ int WaitingLoop::__startRunTimer(int interval, const std::function<bool()>& pred
         OX_ERROR("Invalid state.");
         return STATUS_INVALID_STATE;
     }
-    start(*__runTimer, interval, __runPredicate, [this] { __runTimerExpired(); });
+    start(*__runTimer, interval, bool(__runPredicate), [this] { __runTimerExpired(); });
     return STATUS_SUCCESS;
 }
 
 int WaitingLoop::__startWaitTimer(int interval, const std::function<bool()>& predicate)
 {
-    internal::replace(__waitPredicate, predicate);
+    __waitPredicate = predicate;
     if (interval == __noTimeout) {
         return STATUS_SUCCESS;
     }
@@ -153,7 +145,7 @@ int WaitingLoop::__startWaitTimer(int interval, const std::function<bool()>& pre
         OX_ERROR("Invalid state.");
         return STATUS_INVALID_STATE;
     }
-    start(*__waitTimer, interval, __waitPredicate, [this] { __waitTimerExpired(); });
+    start(*__waitTimer, interval, bool(__waitPredicate), [this] { __waitTimerExpired(); });
     return STATUS_SUCCESS;
 }
 
@@ -178,10 +170,10 @@ void WaitingLoop::__waitTimerExpired() noexcept
 }
 
 /** Whichever timer has come to its end, both modes end. */
-void WaitingLoop::__expire(std::function<bool()>& predicate)
+void WaitingLoop::__expire(Predicate& predicate)
 {
-    const Watch watch(Watched::OBJECT, this);
-    if (internal::isSet(predicate) && !internal::callFrom(predicate)) {
+    const Watch watch(*this);
+    if (predicate && !predicate()) {
         return;
     }
     if (!watch.isIntact()) {

@@ -15,7 +15,7 @@
 #include "OxLog.h"
 #include "OxStatus.h"
 #include "OxXmlDocument.h"
-#include "internal/OxCallOut.h"
+#include "internal/OxRunningFunction.h"
 #include "internal/OxXmlEngine.h"
 #include "internal/OxXmlFile.h"
 #include "internal/OxXmlText.h"
@@ -80,24 +80,24 @@ public:
         xmlStopParser(innermost->__context.get());
     }
 
-    /** What the innermost run keeps from one event to the next; null outside of runs. */
-    static Texts* getTexts() noexcept
-    {
-        return innermost != nullptr ? &innermost->__texts : nullptr;
-    }
+    /** Null outside of runs. */
+    static Parse* getInnermost() noexcept { return innermost; }
+
+    /** What is kept from one event to the next. */
+    Texts& getTexts() noexcept { return __texts; }
 
     /** Before an event: the application may use the engine, and change its last error. */
-    static void keepMemoryError() noexcept
+    void keepMemoryError() noexcept
     {
-        if (innermost != nullptr && innermost->hasRunOut()) {
-            innermost->__outOfMemory = true;
+        if (hasRunOut()) {
+            __outOfMemory = true;
         }
     }
 
     /** After an event: what the application had no memory for doesn't concern the run. */
-    static void forgetMemoryError() noexcept
+    void forgetMemoryError() noexcept
     {
-        if (innermost != nullptr && innermost->hasRunOut()) {
+        if (hasRunOut()) {
             xmlResetLastError();
         }
     }
@@ -111,7 +111,7 @@ private:
         xmlFreeParserCtxt(context);
     }
 
-    [[gnu::tls_model("initial-exec")]] static thread_local Parse* innermost;
+    static thread_local Parse* innermost;
 
     std::unique_ptr<xmlParserCtxt, void (*)(xmlParserCtxtPtr)> __context;
     std::exception_ptr __exception;
@@ -121,7 +121,7 @@ private:
     Parse* __outer;
 };
 
-[[gnu::tls_model("initial-exec")]] thread_local Parse* Parse::innermost = nullptr;
+thread_local Parse* Parse::innermost = nullptr;
 
 /**
  * The texts of the current event, in the storage of the one before: most are like it.
@@ -130,17 +130,21 @@ private:
  */
 class EventTexts {
 public:
-    EventTexts() noexcept
+    EventTexts() noexcept : __parse(Parse::getInnermost())
     {
-        Parse::keepMemoryError();
-        Texts* kept = Parse::getTexts();
-        __texts = kept != nullptr && !kept->inUse ? kept : &__own.emplace();
+        if (__parse != nullptr) {
+            __parse->keepMemoryError();
+        }
+        const bool isKeptFree = __parse != nullptr && !__parse->getTexts().inUse;
+        __texts = isKeptFree ? &__parse->getTexts() : &__own.emplace();
         __texts->inUse = true;
     }
 
     ~EventTexts()
     {
-        Parse::forgetMemoryError();
+        if (__parse != nullptr) {
+            __parse->forgetMemoryError();
+        }
         __texts->inUse = false;
     }
 
@@ -150,6 +154,7 @@ public:
     Texts* operator->() const noexcept { return __texts; }
 
 private:
+    Parse* __parse;
     std::optional<Texts> __own;
     Texts* __texts;
 };
@@ -195,7 +200,7 @@ void assignAttributes(std::vector<std::string>& list, const char** attributes)
 template <typename Callback>
 bool isHeard(const IXmlEventListener* listener, const Callback& callback)
 {
-    return listener != nullptr || internal::isSet(callback);
+    return listener != nullptr || bool(callback);
 }
 
 /** Tells the listener of an event, and then the function that is set for it. */
@@ -207,8 +212,8 @@ void deliver(IXmlEventListener* listener, Event event, Callback& callback,
         (listener->*event)(texts...);
     }
     // The listener may have set or removed it.
-    if (internal::isSet(callback)) {
-        internal::callFrom(callback, texts...);
+    if (callback) {
+        callback(texts...);
     }
 }
 
@@ -493,17 +498,17 @@ void Xml::setXmlEventListener(IXmlEventListener* listener)
 
 void Xml::setOnStartElement(const StartElementCallback& callback)
 {
-    internal::replace(__startElementCallback, callback);
+    __startElementCallback = callback;
 }
 
 void Xml::setOnEndElement(const EndElementCallback& callback)
 {
-    internal::replace(__endElementCallback, callback);
+    __endElementCallback = callback;
 }
 
 void Xml::setOnCharacters(const CharactersCallback& callback)
 {
-    internal::replace(__charactersCallback, callback);
+    __charactersCallback = callback;
 }
 
 void Xml::__onStartElement(const char* name, const char** attributes)

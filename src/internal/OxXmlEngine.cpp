@@ -16,7 +16,7 @@ std::mutex useMutex;
 int threads = 0;       // in the engine
 bool cleanUp = false;  // once nobody is there any more
 
-[[gnu::tls_model("initial-exec")]] thread_local int depth = 0;
+thread_local int depth = 0;
 
 // Later versions deprecate these two; the first does nothing there.
 #pragma GCC diagnostic push
