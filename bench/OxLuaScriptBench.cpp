@@ -158,34 +158,95 @@ constexpr float RATIO = 0.5f;
 const std::string TEXT = "what a caption is like";
 
 using Three = std::tuple<int, float, std::string>;
+const Three THREE(COUNT, RATIO, TEXT);
 
-/** Calls with the four parameters, and leaves the results on the stack. */
-bool callPlainly(lua_State* state, const std::string& name, int resultCount)
+void pushCall(lua_State* state, const std::string& name)
 {
     lua_getglobal(state, name.c_str());
     lua_pushboolean(state, FLAG);
     lua_pushinteger(state, COUNT);
     lua_pushnumber(state, static_cast<lua_Number>(RATIO));
     lua_pushstring(state, TEXT.c_str());
+}
+
+/** Calls with the four parameters, and leaves the results on the stack. A failure of Lua before the
+ *  call, of its memory say, ends the process. */
+bool callBarely(lua_State* state, const std::string& name, int resultCount)
+{
+    pushCall(state, name);
     return lua_pcall(state, 4, resultCount, 0) == 0;
 }
 
-void addCallsIntoLua()
-{
-    const State state = makeState();
-    const std::shared_ptr<LuaScript> script = makeScript();
+struct Call {
+    const std::string& name;
+    int resultCount;
+};
 
+int callInside(lua_State* state)
+{
+    const Call* call = static_cast<const Call*>(lua_touserdata(state, 1));
+    pushCall(state, call->name);
+    lua_call(state, 4, call->resultCount);
+    return call->resultCount;
+}
+
+int onError(lua_State*)
+{
+    return 1;
+}
+
+// Where the plain state has them, so that getting them can't fail.
+constexpr int ERROR_HANDLER = 1;
+constexpr int CALL_INSIDE = 2;
+
+/** The same when whatever may fail does so inside one protected call, with a message handler. */
+bool callSafely(lua_State* state, const std::string& name, int resultCount)
+{
+    Call call = {name, resultCount};
+    lua_pushvalue(state, CALL_INSIDE);
+    lua_pushlightuserdata(state, &call);
+    return lua_pcall(state, 1, resultCount, ERROR_HANDLER) == 0;
+}
+
+/** Registers the two calls done with the plain interface. */
+template <typename Function>
+void addPlainCalls(const std::string& contender, const State& state, const Function& function)
+{
     compete(
-        "call into Lua: 1 result", "floor",
+        "call into Lua: 1 result", contender,
         [=] {
             int count = 0;
-            if (callPlainly(state.get(), ANSWER_ONE, 1)) {
+            if (function(state.get(), ANSWER_ONE, 1)) {
                 count = static_cast<int>(lua_tointeger(state.get(), -1));
             }
             lua_pop(state.get(), 1);
             return count;
         },
         COUNT);
+    compete(
+        "call into Lua: 3 results", contender,
+        [=] {
+            Three three;
+            if (function(state.get(), ANSWER_THREE, 3)) {
+                std::get<0>(three) = static_cast<int>(lua_tointeger(state.get(), -3));
+                std::get<1>(three) = static_cast<float>(lua_tonumber(state.get(), -2));
+                std::get<2>(three) = lua_tostring(state.get(), -1);
+            }
+            lua_pop(state.get(), 3);
+            return three;
+        },
+        THREE);
+}
+
+void addCallsIntoLua()
+{
+    const State state = makeState();
+    lua_pushcfunction(state.get(), onError);
+    lua_pushcfunction(state.get(), callInside);
+    addPlainCalls("floor", state, callSafely);
+    addPlainCalls("Lua, unprotected", state, callBarely);
+
+    const std::shared_ptr<LuaScript> script = makeScript();
     compete(
         "call into Lua: 1 result", "oxil",
         [=] {
@@ -195,20 +256,6 @@ void addCallsIntoLua()
         },
         COUNT);
 
-    const Three expected(COUNT, RATIO, TEXT);
-    compete(
-        "call into Lua: 3 results", "floor",
-        [=] {
-            Three three;
-            if (callPlainly(state.get(), ANSWER_THREE, 3)) {
-                std::get<0>(three) = static_cast<int>(lua_tointeger(state.get(), -3));
-                std::get<1>(three) = static_cast<float>(lua_tonumber(state.get(), -2));
-                std::get<2>(three) = lua_tostring(state.get(), -1);
-            }
-            lua_pop(state.get(), 3);
-            return three;
-        },
-        expected);
     compete(
         "call into Lua: 3 results", "oxil",
         [=] {
@@ -218,7 +265,7 @@ void addCallsIntoLua()
                                FLAG, COUNT, RATIO, TEXT);
             return three;
         },
-        expected);
+        THREE);
 }
 
 // ---- From Lua into C++

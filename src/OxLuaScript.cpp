@@ -108,6 +108,21 @@ int addParameter(const LuaScript& script, const Push& push)
     return call.isAbandoned() ? STATUS_INVALID_STATE : STATUS_SUCCESS;
 }
 
+/** The same for one that needs nothing but its place on the stack. */
+template <typename Push>
+int addValue(const LuaScript& script, const Push& push)
+{
+    lua_State* state = script.getLuaState();
+    if (state != nullptr && internal::hasLuaStack(state, 4)) {
+        push(state);
+        return STATUS_SUCCESS;
+    }
+    return addParameter(script, [&](ProtectedCall& call) {
+        push(call.getState());
+        return true;
+    });
+}
+
 /** The message of the error on top; of a number, its text is pushed. */
 const char* getMessage(ProtectedCall& call)
 {
@@ -303,6 +318,10 @@ int LuaScript::onMethodCalling(const std::string& methodName)
     if (state == nullptr) {
         return STATUS_INVALID_STATE;
     }
+    if (internal::hasLuaStack(state, 4) &&
+        internal::pushKnownLuaGlobal(state, methodName.c_str())) {
+        return STATUS_SUCCESS;
+    }
     ProtectedCall call(state);
     if (!internal::reserveLuaStack(call, 4)) {
         return STATUS_INVALID_STATE;
@@ -362,26 +381,18 @@ int LuaScript::onMethodParameterAdded(const std::string& value)
 
 int LuaScript::onMethodParameterAdded(bool value)
 {
-    return addParameter(*this, [=](ProtectedCall& call) {
-        lua_pushboolean(call.getState(), value);
-        return true;
-    });
+    return addValue(*this, [=](lua_State* state) { lua_pushboolean(state, value); });
 }
 
 int LuaScript::onMethodParameterAdded(int value)
 {
-    return addParameter(*this, [=](ProtectedCall& call) {
-        lua_pushinteger(call.getState(), value);
-        return true;
-    });
+    return addValue(*this, [=](lua_State* state) { lua_pushinteger(state, value); });
 }
 
 int LuaScript::onMethodParameterAdded(float value)
 {
-    return addParameter(*this, [=](ProtectedCall& call) {
-        lua_pushnumber(call.getState(), static_cast<lua_Number>(value));
-        return true;
-    });
+    return addValue(
+        *this, [=](lua_State* state) { lua_pushnumber(state, static_cast<lua_Number>(value)); });
 }
 
 int LuaScript::onGetReturnValue(bool& value) const

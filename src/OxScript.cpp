@@ -10,13 +10,6 @@ namespace oxil {
 
 using internal::Watch;
 
-namespace {
-
-/** How many calls this thread has begun, of all scripts: tells whether a hook led to another one. */
-thread_local std::uint64_t begunCalls = 0;
-
-}  // namespace
-
 Script::Script() = default;
 
 Script::Script(const std::string& filePath) : __filePath(filePath) {}
@@ -134,14 +127,14 @@ int Script::callMethod(const std::string& methodName, std::initializer_list<Para
     // Any hook may lead to other calls, from a finalizer that happens to run there for one, which
     // leave their own bookkeeping behind, and to the end of this script: false.
     const Watch watch(*this);
-    std::uint64_t known = begunCalls;
+    std::uint64_t known = watch.countBegun();
     const auto resume = [&] {
         if (!watch.isIntact()) {
             return false;
         }
-        if (begunCalls != known) {
+        if (watch.countBegun() != known) {
             __setCall(methodName, returnCount, parameterCount);
-            known = begunCalls;
+            known = watch.countBegun();
         }
         __parameterCount = parameterCount;
         return true;
@@ -211,7 +204,6 @@ int Script::getParameterCount() const
 
 void Script::__setCall(const std::string& methodName, int returnCount, int parameterCount)
 {
-    ++begunCalls;
     __parameterCount = parameterCount;
     if (__methodName != methodName) {
         __methodName = methodName;

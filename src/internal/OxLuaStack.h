@@ -18,10 +18,16 @@ bool prepareLuaState(lua_State* state);
 /** What reserveLuaStack() does beyond the values that every function may push. */
 bool growLuaStack(ProtectedCall& call, int count);
 
+/** Whether there is room for values without asking for it: what every function may push. */
+inline bool hasLuaStack(lua_State* state, int count)
+{
+    return count <= LUA_MINSTACK - lua_gettop(state);
+}
+
 /** Makes room for values on the Lua stack; false if there can't be any. */
 inline bool reserveLuaStack(ProtectedCall& call, int count)
 {
-    return count <= LUA_MINSTACK - lua_gettop(call.getState()) || growLuaStack(call, count);
+    return hasLuaStack(call.getState(), count) || growLuaStack(call, count);
 }
 
 // The following need 4 free places on the Lua stack.
@@ -32,7 +38,12 @@ bool pushLuaText(ProtectedCall& call, const char* text);
 /** Pushes the text of a number; false, with nothing pushed, if Lua fails. */
 bool pushLuaTextOf(ProtectedCall& call, lua_Number number);
 
-/** Pushes a global, or the error that kept it from being found; the status of `lua_pcall`. */
+/** Pushes a global whose name is known from before; false, with nothing pushed, if it is not, or there
+ *  is no such global. Runs nothing and needs no memory. */
+bool pushKnownLuaGlobal(lua_State* state, const char* name);
+
+/** Pushes a global, or the error that kept it from being found; the status of `lua_pcall`. Its name
+ *  is known from then on. */
 int pushLuaGlobal(ProtectedCall& call, const char* name);
 
 /** Pushes the function that is in a file, or the error that kept it from being loaded: false. */

@@ -1,21 +1,19 @@
 #include "internal/OxWatch.h"
 
 namespace oxil::internal {
-namespace {
 
-thread_local Watch* innermost = nullptr;
-
-}  // namespace
+thread_local Watch::All Watch::all = {};
 
 Watch::Watch(const WatchedObject& object) noexcept
-    : __object(&object), __innermost(innermost), __outer(__innermost)
+    : __object(&object), __all(all), __outer(__all.innermost)
 {
-    __innermost = this;
+    __all.innermost = this;
+    ++__all.begun;
 }
 
 WatchedObject::~WatchedObject()
 {
-    for (Watch* watch = innermost; watch != nullptr; watch = watch->__outer) {
+    for (Watch* watch = Watch::all.innermost; watch != nullptr; watch = watch->__outer) {
         if (watch->__object == this) {
             watch->__object = nullptr;
         }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+
 #include "OxWatchedObject.h"
 
 namespace oxil::internal {
@@ -13,18 +15,29 @@ namespace oxil::internal {
 class Watch {
 public:
     explicit Watch(const WatchedObject& object) noexcept;
-    ~Watch() { __innermost = __outer; }
+    ~Watch() { __all.innermost = __outer; }
 
     Watch(const Watch&) = delete;
     Watch& operator=(const Watch&) = delete;
 
     bool isIntact() const noexcept { return __object != nullptr; }
 
+    /** How many watches this thread has begun, of all objects: tells whether foreign code led to
+     *  another one. */
+    std::uint64_t countBegun() const noexcept { return __all.begun; }
+
 private:
     friend WatchedObject;
 
+    struct All {
+        Watch* innermost;
+        std::uint64_t begun;
+    };
+
+    static thread_local All all;
+
     const WatchedObject* __object;
-    Watch*& __innermost;  // of this thread, which takes long to ask for
+    All& __all;  // of this thread, which take long to ask for
     Watch* __outer;
 };
 
