@@ -37,6 +37,7 @@ using Registry = std::unordered_map<lua_State*, Entry>;
 Registry* registry = nullptr;  // lives until the process ends
 pthread_once_t registryOnce = PTHREAD_ONCE_INIT;
 
+/** Named as the log shows it. */
 void __initInstance()
 {
     constexpr std::size_t BUCKETS = 10;

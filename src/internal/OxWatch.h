@@ -22,19 +22,20 @@ public:
 
     bool isIntact() const noexcept { return __object != nullptr; }
 
+    /** Ends all watches of an object, which is about to be gone. */
+    static void endAll(const WatchedObject* object) noexcept;
+
     /** How many watches this thread has begun, of all objects: tells whether foreign code led to
      *  another one. */
     std::uint64_t countBegun() const noexcept { return __all.begun; }
 
 private:
-    friend WatchedObject;
-
     struct All {
         Watch* innermost;
         std::uint64_t begun;
     };
 
-    static thread_local All all;
+    static thread_local All __ofThread;
 
     const WatchedObject* __object;
     All& __all;  // of this thread, which take long to ask for
