@@ -1,10 +1,12 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <memory>
 
 #include "OxExport.h"
+#include "OxMilliseconds.h"
 #include "OxPayload.h"
 #include "OxSerializedData.h"
 #include "OxWireDecoder.h"
@@ -144,6 +146,15 @@ public:
      *         bad time-out. After a failure the function is not called: do not wait for it.
      */
     int request(const Payload& payload, int timeout, const OnAnswer& onAnswer);
+
+    /** The same with a duration: `channel.request(payload, 2s, onAnswer)`. It is rounded up to
+     *  milliseconds. */
+    template <typename Rep, typename Period>
+    int request(const Payload& payload, std::chrono::duration<Rep, Period> timeout,
+                const OnAnswer& onAnswer)
+    {
+        return request(payload, internal::toMilliseconds(timeout), onAnswer);
+    }
 
     /**
      * Answers a request, at once or later.

@@ -1,10 +1,12 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <memory>
 
 #include "OxCallback.h"
 #include "OxExport.h"
+#include "OxMilliseconds.h"
 #include "OxSerializedData.h"  // Repeatable
 
 namespace oxil {
@@ -68,6 +70,22 @@ public:
      * @note Repetition sticks: a later start() without Repeatable repeats as well.
      */
     int start(int interval, const std::function<void()>& callback, Repeatable);
+
+    /** The same as the first form with a duration: `timer.start(2s, callback)`. It is rounded up to
+     *  milliseconds; a negative one is 0, and the longest one INT_MAX milliseconds. */
+    template <typename Rep, typename Period>
+    int start(std::chrono::duration<Rep, Period> interval, const std::function<void()>& callback)
+    {
+        return start(internal::toMilliseconds(interval), callback);
+    }
+
+    /** The same, calling again and again until cancel(). */
+    template <typename Rep, typename Period>
+    int start(std::chrono::duration<Rep, Period> interval, const std::function<void()>& callback,
+              Repeatable repeatable)
+    {
+        return start(internal::toMilliseconds(interval), callback, repeatable);
+    }
 
     /** Disarms the timer. Does nothing if it is not armed. */
     void cancel();

@@ -1,10 +1,12 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <memory>
 
 #include "OxCallback.h"
 #include "OxExport.h"
+#include "OxMilliseconds.h"
 #include "OxWatchedObject.h"
 
 struct _GMainLoop;
@@ -85,6 +87,21 @@ public:
      */
     int run(int interval, const std::function<bool()>& predicate);
 
+    /** The same as run(int) with a duration: `loop.run(2s)`. It is rounded up to milliseconds; a
+     *  negative one is 0, and the longest one INT_MAX milliseconds. */
+    template <typename Rep, typename Period>
+    int run(std::chrono::duration<Rep, Period> interval)
+    {
+        return run(internal::toMilliseconds(interval));
+    }
+
+    /** The same as run(int, const std::function<bool()>&) with a duration. */
+    template <typename Rep, typename Period>
+    int run(std::chrono::duration<Rep, Period> interval, const std::function<bool()>& predicate)
+    {
+        return run(internal::toMilliseconds(interval), predicate);
+    }
+
     /** Keeps iterating until go(). Returns 0. */
     int wait();
 
@@ -100,6 +117,20 @@ public:
     /** Keeps iterating until go() or until the predicate, asked every @p interval milliseconds, is
      *  true; interval, predicate and what is thrown are as for run(). Returns 0. */
     int wait(int interval, const std::function<bool()>& predicate);
+
+    /** The same as wait(int) with a duration, taken as by run(). */
+    template <typename Rep, typename Period>
+    int wait(std::chrono::duration<Rep, Period> interval)
+    {
+        return wait(internal::toMilliseconds(interval));
+    }
+
+    /** The same as wait(int, const std::function<bool()>&) with a duration. */
+    template <typename Rep, typename Period>
+    int wait(std::chrono::duration<Rep, Period> interval, const std::function<bool()>& predicate)
+    {
+        return wait(internal::toMilliseconds(interval), predicate);
+    }
 
     /**
      * Ends run mode.
