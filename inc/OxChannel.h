@@ -15,9 +15,9 @@ namespace oxil {
 
 /** What a Channel accepts and keeps. */
 struct ChannelLimits {
-    WireLimits message;               ///< what one received message may take
-    std::size_t queue = 1024 * 1024;  ///< bytes that wait to be sent, with those of the message
-                                      ///< that is being sent and the five in front of it
+    WireLimits message;                   ///< what one received message may take
+    std::size_t queue = 2 * 1024 * 1024;  ///< bytes that wait to be sent, with those of the message
+                                          ///< that is being sent and the five in front of it
 };
 
 /**

@@ -255,9 +255,7 @@ TEST_F(ChannelSizeTest, TheLargestMessageAllowedArrives)
     const Records records = listOf(1024 * 1024);
     ASSERT_EQ(frameOf({records, REPEATABLE}).size(), 1024 * 1024u + 5);
     Sockets sockets = makeSockets();
-    ChannelLimits limits;
-    limits.queue = 2 * 1024 * 1024;
-    near.open(std::move(sockets.near), limits);
+    near.open(std::move(sockets.near));
     Records received;
     ASSERT_EQ(channel.open(
                   sockets.far.release(),
