@@ -1,8 +1,10 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "OxCallback.h"
@@ -159,7 +161,22 @@ public:
     int read(const std::string& xmlFilePath, PlainFile file);
 
     /**
+     * As read(const std::string&, PlainFile), for a document that is in memory. The path remembered
+     * stays as it is.
+     *
+     * @param text  need not end with a NUL, and has to stay until this returns
+     * @param limit  how many bytes the text may have
+     * @return STATUS_SUCCESS; STATUS_INVALID_PARAMETER after logging "Text is too long (%zu)." with
+     *         its bytes, also for more than `INT_MAX`, or "Xml parsing failed", for malformed XML,
+     *         which an empty text is too, and if the parser had no memory
+     * @throws  as read(const std::string&)
+     */
+    int readText(std::string_view text, std::size_t limit = PLAIN_FILE.limit);
+
+    /**
      * Parses a file into a tree.
+     *
+     * XmlDocument::loadFile() and loadText() do it without a reader, for whatever may be untrusted.
      *
      * It fails if no file was remembered before, whatever the argument is: the remembered path is
      * what is checked, and only then replaced, by an empty one too.

@@ -1,10 +1,13 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "OxExport.h"
 #include "OxPlainFile.h"
+#include "OxXmlElement.h"
 
 struct _xmlDoc;
 
@@ -14,8 +17,8 @@ class XmlNode;
 class XmlStyleSheet;
 
 /**
- * An XML document: the owner of a libxml2 tree, made by Xml::load(), XmlStyleSheet::apply(), or
- * here from nodes.
+ * An XML document: the owner of a libxml2 tree, made by loadText() and loadFile(), by Xml::load()
+ * or XmlStyleSheet::apply(), or here from nodes.
  *
  * @par Ownership
  * A document owns its native tree, the node that getRootNode() made for it, and a root that was
@@ -36,6 +39,35 @@ public:
 
     /** Takes over a native document. */
     explicit XmlDocument(_xmlDoc* document);
+
+    /**
+     * Parses a document that is in memory.
+     *
+     * It may be one from outside: no file and no network is accessed, whatever libxml2 was told for
+     * the whole process (`xmlSubstituteEntitiesDefault`, `xmlLoadExtDtdDefaultValue`). Entities that
+     * it declares are not known, as for Xml::read(): a reference to one makes it malformed or, if it
+     * names an external subset too, vanishes. So no text is longer than it is here. The limits of
+     * libxml2 hold, see Xml.
+     *
+     * @param text  in the encoding that it says, UTF-8 by default; need not end with a NUL
+     * @param limit  how many bytes the text may have
+     * @return null after logging "Text is too long (%zu)." with its bytes, also for more than
+     *         `INT_MAX`, "Xml parsing failed" for malformed XML, which an empty text is too, or
+     *         "Memory allocation failed."
+     */
+    [[nodiscard]] static std::unique_ptr<XmlDocument> loadText(
+        std::string_view text, std::size_t limit = PLAIN_FILE.limit);
+
+    /**
+     * The same for a regular file of no more than `file.limit` bytes. The path is the name of a file
+     * and nothing else.
+     *
+     * @return null after logging "Invalid state. (%s)(%s)" with path and reason ("Success" for what
+     *         is not well-formed; EISDIR for a folder, EINVAL for a pipe or device, EFBIG for what
+     *         is too large, ENOMEM)
+     */
+    [[nodiscard]] static std::unique_ptr<XmlDocument> loadFile(const std::string& path,
+                                                               PlainFile file = PLAIN_FILE);
 
     XmlDocument(const XmlDocument&) = delete;
     XmlDocument& operator=(const XmlDocument&) = delete;
@@ -75,12 +107,16 @@ public:
      * The node given to setRootNode(), or else a node for the root element of the tree, which is
      * made once and stays the document's.
      *
-     * The children of a node made here have no wrappers: they are reached through libxml2. Without
+     * The children of a node made here have no wrappers: getRootElement() leads to them. Without
      * root element it is a node without native node.
      *
      * @return null after logging "Invalid state." without native document or without memory
      */
     XmlNode* getRootNode() const;
+
+    /** The root element of the tree, to be looked at as long as this document has it; none, which is
+     *  not logged, if there is no root. */
+    XmlElement getRootElement() const;
 
     /** The stylesheet whose output settings write() uses, null if there is none. */
     XmlStyleSheet* getXmlStyleSheet() const;
@@ -119,6 +155,16 @@ public:
      *         - "Invalid state." if not all could be written: the file is incomplete then
      */
     int write(PlainFile);
+
+    /**
+     * Writes the same bytes to a text, in place of what it was. The output file is not looked at.
+     *
+     * @return STATUS_SUCCESS; STATUS_INVALID_STATE after logging "Invalid state." without native
+     *         document, if the stylesheet was never loaded, or if libxml2 had no memory: the text is
+     *         what it was then
+     * @throws std::bad_alloc  if there is no memory for the text, which is what it was
+     */
+    int write(std::string& text) const;
 
     /** The native document, null if there is none; it stays the document's. */
     _xmlDoc* __getNativeDocument() const;

@@ -149,6 +149,15 @@ public:
      */
     int removeChild(XmlNode* child);
 
+    /**
+     * Unlinks a child and hands it back, with an owner that is plain to see: as removeChild() of a
+     * node that was made with `new`.
+     *
+     * @return null after logging "Invalid parameter." for what is no child of this node: nothing is
+     *         unlinked then
+     */
+    [[nodiscard]] std::unique_ptr<XmlNode> takeChild(XmlNode* child);
+
     /** The first node added. There must be one. */
     XmlNode* getFirstChild() const;
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "OxExport.h"
@@ -84,6 +85,9 @@ public:
      *         memory." (the result is lost then)
      */
     [[nodiscard]] XmlDocument* apply(XmlDocument* document);
+
+    /** The same, with a result whose owner is plain to see, and with the same log lines. */
+    [[nodiscard]] std::unique_ptr<XmlDocument> transform(XmlDocument& document);
 
     /** The native stylesheet, null before load(); it stays this object's. */
     _xsltStylesheet* __getNativeStyleSheet() const;

@@ -35,5 +35,6 @@
 #include "OxWireEncoder.h"
 #include "OxXml.h"
 #include "OxXmlDocument.h"
+#include "OxXmlElement.h"
 #include "OxXmlNode.h"
 #include "OxXmlStyleSheet.h"

@@ -290,6 +290,18 @@ constexpr xmlSAXHandler EXACT_HANDLERS = makeHandlers(characters<&Xml::__onExact
  *  because no handler makes them known. */
 constexpr int EXACT_OPTIONS = XML_PARSE_NOENT;
 
+/** Delivers the events of a document in memory; false as Parse::run(). */
+bool deliverExactly(Xml& xml, std::string_view text)
+{
+    internal::EngineUse use;
+    if (!Parse(EXACT_HANDLERS, xml, text.data(), static_cast<int>(text.size()), EXACT_OPTIONS)
+             .run()) {
+        return false;
+    }
+    use.cleanUpMemory();
+    return true;
+}
+
 /** Line ends are what may stand behind any document: a NUL is not, to newer parsers. */
 void fillWithLineEnds(char* text, std::size_t begin, std::size_t end)
 {
@@ -433,14 +445,23 @@ int Xml::read(const std::string& xmlFilePath, PlainFile file)
         OX_ERROR("Please check the file size.");
         return STATUS_INVALID_STATE;
     }
-    internal::EngineUse use;
-    if (!Parse(EXACT_HANDLERS, *this, content.bytes.get(), static_cast<int>(content.size),
-               EXACT_OPTIONS)
-             .run()) {
+    if (!deliverExactly(*this, {content.bytes.get(), content.size})) {
         OX_ERROR("Xml parsing failed");
         return STATUS_INVALID_PARAMETER;
     }
-    use.cleanUpMemory();
+    return STATUS_SUCCESS;
+}
+
+int Xml::readText(std::string_view text, std::size_t limit)
+{
+    if (text.size() > internal::mostBytes(limit)) {
+        OX_ERROR("Text is too long (%zu).", text.size());
+        return STATUS_INVALID_PARAMETER;
+    }
+    if (!deliverExactly(*this, text)) {
+        OX_ERROR("Xml parsing failed");
+        return STATUS_INVALID_PARAMETER;
+    }
     return STATUS_SUCCESS;
 }
 
@@ -479,7 +500,8 @@ XmlDocument* Xml::load(const std::string& xmlFilePath, PlainFile file)
     __xmlFilePath = xmlFilePath;
 
     int error = 0;
-    xmlDocPtr native = internal::parsePlainFile(__xmlFilePath, file, 0, error);
+    xmlDocPtr native =
+        internal::parsePlainFile(__xmlFilePath, file, internal::Entities::Kept, error);
     if (native == nullptr) {
         OX_ERROR("Invalid state. (%s)(%s)", __xmlFilePath.c_str(), std::strerror(error));
         return nullptr;

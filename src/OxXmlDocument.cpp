@@ -3,6 +3,7 @@
 #include <libxml/tree.h>
 #include <libxslt/xsltutils.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <new>
@@ -14,6 +15,7 @@
 #include "OxXmlStyleSheet.h"
 #include "internal/OxXmlEngine.h"
 #include "internal/OxXmlFile.h"
+#include "internal/OxXmlText.h"
 
 namespace oxil {
 namespace {
@@ -31,6 +33,20 @@ struct CloseFile {
 };
 
 using File = std::unique_ptr<std::FILE, CloseFile>;
+
+/** Takes over what was parsed, null too. @param error  set to ENOMEM without memory */
+std::unique_ptr<XmlDocument> adopt(xmlDocPtr native, int& error)
+{
+    if (native == nullptr) {
+        return nullptr;
+    }
+    std::unique_ptr<XmlDocument> document(new (std::nothrow) XmlDocument(native));
+    if (document == nullptr) {
+        xmlFreeDoc(native);
+        error = ENOMEM;
+    }
+    return document;
+}
 
 /** False if something of what was written may not be in the file. */
 bool close(File file)
@@ -54,6 +70,34 @@ int save(std::FILE* file, xmlDocPtr document)
 XmlDocument::XmlDocument() : XmlDocument(newDocument()) {}
 
 XmlDocument::XmlDocument(_xmlDoc* document) : __document(document, xmlFreeDoc) {}
+
+std::unique_ptr<XmlDocument> XmlDocument::loadText(std::string_view text, std::size_t limit)
+{
+    if (text.size() > internal::mostBytes(limit)) {
+        OX_ERROR("Text is too long (%zu).", text.size());
+        return nullptr;
+    }
+    int error = 0;
+    std::unique_ptr<XmlDocument> document =
+        adopt(internal::parseText(text, nullptr, internal::Entities::Unknown, error), error);
+    if (error == ENOMEM) {
+        OX_ERROR("Memory allocation failed.");
+    } else if (document == nullptr) {
+        OX_ERROR("Xml parsing failed");
+    }
+    return document;
+}
+
+std::unique_ptr<XmlDocument> XmlDocument::loadFile(const std::string& path, PlainFile file)
+{
+    int error = 0;
+    std::unique_ptr<XmlDocument> document =
+        adopt(internal::parsePlainFile(path, file, internal::Entities::Unknown, error), error);
+    if (document == nullptr) {
+        OX_ERROR("Invalid state. (%s)(%s)", path.c_str(), std::strerror(error));
+    }
+    return document;
+}
 
 // The members go in reverse order: a node for the root unlinks it before the tree is freed.
 XmlDocument::~XmlDocument() = default;
@@ -103,6 +147,11 @@ XmlNode* XmlDocument::getRootNode() const
         }
     }
     return __ownRoot.get();
+}
+
+XmlElement XmlDocument::getRootElement() const
+{
+    return XmlElement(xmlDocGetRootElement(__document.get()));
 }
 
 XmlStyleSheet* XmlDocument::getXmlStyleSheet() const
@@ -173,6 +222,35 @@ int XmlDocument::write(PlainFile)
         OX_ERROR("Invalid state.");
         return STATUS_INVALID_STATE;
     }
+    return STATUS_SUCCESS;
+}
+
+int XmlDocument::write(std::string& text) const
+{
+    xsltStylesheetPtr styleSheet =
+        __styleSheet != nullptr ? __styleSheet->__getNativeStyleSheet() : nullptr;
+    if (__document == nullptr || (__styleSheet != nullptr && styleSheet == nullptr)) {
+        OX_ERROR("Invalid state.");
+        return STATUS_INVALID_STATE;
+    }
+    internal::MemoryWatch watch;
+    xmlChar* bytes = nullptr;
+    int size = 0;
+    int r = 0;
+    if (styleSheet != nullptr) {
+        r = xsltSaveResultToString(&bytes, &size, __document.get(), styleSheet);
+    } else {
+        xmlDocDumpFormatMemoryEnc(__document.get(), &bytes, &size, "UTF-8", 1);
+        r = bytes != nullptr ? 0 : -1;
+    }
+    const auto free = [](xmlChar* memory) { xmlFree(memory); };
+    const std::unique_ptr<xmlChar, decltype(free)> owner(bytes, free);
+    if (r < 0 || watch.hasRunOut()) {
+        OX_ERROR("Invalid state.");
+        return STATUS_INVALID_STATE;
+    }
+    // No bytes at all are what a stylesheet may make of a document.
+    text.assign(size > 0 ? internal::toText(bytes) : "", static_cast<std::size_t>(size));
     return STATUS_SUCCESS;
 }
 

@@ -225,6 +225,16 @@ int XmlNode::removeChild(XmlNode* child)
     return STATUS_SUCCESS;
 }
 
+std::unique_ptr<XmlNode> XmlNode::takeChild(XmlNode* child)
+{
+    if (std::find(__children.begin(), __children.end(), child) == __children.end()) {
+        OX_ERROR("Invalid parameter.");
+        return nullptr;
+    }
+    removeChild(child);
+    return std::unique_ptr<XmlNode>(child);
+}
+
 XmlNode* XmlNode::getFirstChild() const
 {
     return __children.front();

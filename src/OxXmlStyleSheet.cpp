@@ -84,8 +84,7 @@ int XmlStyleSheet::load(PlainFile file)
     internal::MemoryWatch watch;
     int error = 0;
     std::unique_ptr<xmlDoc, void (*)(xmlDocPtr)> document(
-        internal::parsePlainFile(__path, file, XML_PARSE_NOENT | XML_PARSE_NOCDATA, error),
-        xmlFreeDoc);
+        internal::parsePlainFile(__path, file, internal::Entities::Replaced, error), xmlFreeDoc);
     if (document != nullptr && needsOthers(document.get())) {
         error = ENOTSUP;
     } else if (document != nullptr) {
@@ -125,6 +124,11 @@ XmlDocument* XmlStyleSheet::apply(XmlDocument* document)
         OX_ERROR("Out of memory.");
     }
     return result;
+}
+
+std::unique_ptr<XmlDocument> XmlStyleSheet::transform(XmlDocument& document)
+{
+    return std::unique_ptr<XmlDocument>(apply(&document));
 }
 
 _xsltStylesheet* XmlStyleSheet::__getNativeStyleSheet() const

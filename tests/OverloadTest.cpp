@@ -399,5 +399,27 @@ TEST_F(PayloadOverloadTest, ASerializerIsAnObjectWhereOneIsWanted)
     EXPECT_EQ(unpacked, record);
 }
 
+// ---- XML ----------------------------------------------------------------------------------------
+
+TEST(OverloadTest, ADocumentIsWrittenToItsFileUnlessATextIsGiven)
+{
+    static_assert(std::is_same_v<decltype(static_cast<int (XmlDocument::*)()>(&XmlDocument::write)),
+                                 int (XmlDocument::*)()>);
+    XmlDocument document;
+    std::string text = "unchanged";
+    LogCapture log;
+
+    // There is no file to write to.
+    EXPECT_EQ(document.write(), STATUS_INVALID_STATE);
+    EXPECT_EQ(document.write({}), STATUS_INVALID_STATE);
+    EXPECT_EQ(document.write(PLAIN_FILE), STATUS_INVALID_STATE);
+    EXPECT_EQ(text, "unchanged");
+    EXPECT_EQ(log.count(), 3);
+
+    EXPECT_EQ(document.write(text), STATUS_SUCCESS);
+    EXPECT_NE(text, "unchanged");
+    EXPECT_EQ(log.count(), 3);
+}
+
 }  // namespace
 }  // namespace oxil::test

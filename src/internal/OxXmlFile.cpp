@@ -6,9 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <new>
 #include <utility>
 
@@ -84,7 +82,7 @@ int readPlainFile(const std::string& path, const PlainFile& file, FileContent& c
         return descriptor.getError();
     }
     const auto size = static_cast<unsigned long long>(descriptor.getStatus().st_size);
-    if (size > std::min<unsigned long long>(file.limit, INT_MAX)) {  // the parser counts in int
+    if (size > mostBytes(file.limit)) {
         return EFBIG;
     }
     content.size = 0;
@@ -125,13 +123,8 @@ std::FILE* createPlainFile(const std::string& path, int& error)
     return file;
 }
 
-xmlDocPtr parsePlainFile(const std::string& path, const PlainFile& file, int options, int& error)
+xmlDocPtr parseText(std::string_view text, const char* uri, Entities entities, int& error)
 {
-    FileContent content;
-    error = readPlainFile(path, file, content);
-    if (error != 0) {
-        return nullptr;
-    }
     const EngineUse use;
     MemoryWatch watch;
     const std::unique_ptr<xmlParserCtxt, void (*)(xmlParserCtxtPtr)> context(xmlNewParserCtxt(),
@@ -143,18 +136,33 @@ xmlDocPtr parsePlainFile(const std::string& path, const PlainFile& file, int opt
 #if LIBXML_VERSION < 21300
     context->options = 0;  // later versions drop those of the whole process themselves
 #endif
-    if ((options & XML_PARSE_NOENT) != 0) {
+    int options = XML_PARSE_NONET;
+    if (entities == Entities::Replaced) {
+        options |= XML_PARSE_NOENT | XML_PARSE_NOCDATA;
         context->sax->entityDecl = declareEntity;
+    } else if (entities == Entities::Unknown) {
+        context->sax->entityDecl = nullptr;
     }
-    xmlDocPtr document =
-        xmlCtxtReadMemory(context.get(), content.bytes.get(), static_cast<int>(content.size),
-                          toUri(path).c_str(), nullptr, options | XML_PARSE_NONET);
+    error = 0;
+    xmlDocPtr document = xmlCtxtReadMemory(context.get(), text.data(),
+                                           static_cast<int>(text.size()), uri, nullptr, options);
     if (watch.hasRunOut()) {
         error = ENOMEM;
         xmlFreeDoc(document);  // nobody knows what it lacks
         return nullptr;
     }
     return document;
+}
+
+xmlDocPtr parsePlainFile(const std::string& path, const PlainFile& file, Entities entities,
+                         int& error)
+{
+    FileContent content;
+    error = readPlainFile(path, file, content);
+    if (error != 0) {
+        return nullptr;
+    }
+    return parseText({content.bytes.get(), content.size}, toUri(path).c_str(), entities, error);
 }
 
 std::string toUri(const std::string& path)
