@@ -27,9 +27,9 @@ namespace oxil {
  *
  * @par Lifetime
  * An element can be used as long as its node is in the tree, and the tree is there: not after its
- * document or its XmlNode is destroyed, not even to compare it with false. A root from
- * `XmlDocument::loadText(text)->getRootElement()` is gone at the end of that line. What comes out
- * of it, names and texts, are copies.
+ * document or its XmlNode is destroyed. So `XmlDocument::loadText(text)->getRootElement()` gives a
+ * root that is gone at the end of the line, also in the head of a range-for. Names and texts are
+ * copies.
  *
  * @par Threads
  * As for the document: one thread at a time.

@@ -179,6 +179,7 @@ TEST(XmlElementTest, PrefixesBelongToNamesAndNeedNotBeAskedFor)
     EXPECT_FALSE(root.first("x:a"));
     EXPECT_FALSE(root.first("p:b"));
     EXPECT_FALSE(root.first("pa"));
+    EXPECT_FALSE(root.first("p:ab"));
     EXPECT_EQ(root.getAttribute("x"), "1");
     EXPECT_EQ(root.getAttribute("p:x"), "1");
     EXPECT_EQ(root.getAttribute("y"), "2");
@@ -353,6 +354,20 @@ TEST(XmlElementTest, ATextThatCannotBeCopiedLeavesNothingBehind)
     }
     EXPECT_TRUE(thrown);
     EXPECT_EQ(memory.getBlockCount(), 0);
+}
+
+TEST(XmlElementTest, MostTextsAreCopiedOnceAndNotByTheEngine)
+{
+    const auto document = load("<r a='value'><t>text</t><c><![CDATA[data]]></c><e/></r>");
+    const XmlElement root = document->getRootElement();
+    const EngineMemory engine(1);
+
+    EXPECT_EQ(root.getAttribute("a"), "value");
+    EXPECT_EQ(root.first("t").getText(), "text");
+    EXPECT_EQ(root.first("c").getText(), "data");
+    EXPECT_EQ(root.first("e").getText(), "");
+
+    EXPECT_FALSE(engine.hasFailed());
 }
 
 TEST(XmlElementTest, WalkingAllocatesNothing)

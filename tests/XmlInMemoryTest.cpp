@@ -26,6 +26,7 @@
 #include "LogCapture.h"
 #include "OutputFile.h"
 #include "ScriptFile.h"
+#include "TreeCalls.h"
 
 namespace oxil::test {
 namespace {
@@ -430,6 +431,27 @@ TEST(XmlInMemoryTest, WhatCannotBeWrittenLeavesTheTextAsItWas)
 
     EXPECT_EQ(document->write(text), STATUS_INVALID_STATE);
     EXPECT_EQ(XmlDocument(nullptr).write(text), STATUS_INVALID_STATE);
+
+    EXPECT_EQ(text, "what was there");
+    EXPECT_THAT(log.lines(),
+                ElementsAre(logged("write", "Invalid state."), logged("write", "Invalid state.")));
+}
+
+TEST(XmlInMemoryTest, WhatTheEnginesRefuseIsReported)
+{
+    const auto document = XmlDocument::loadText("<r/>");
+    const ScriptFile file(std::string(BEGIN) + END);
+    XmlStyleSheet styleSheet(file.path());
+    ASSERT_EQ(styleSheet.load(), STATUS_SUCCESS);
+    std::string text = "what was there";
+    TreeCalls calls;
+    const LogCapture log;
+
+    calls.refuse(TreeCall::SaveDocument);
+    EXPECT_EQ(document->write(text), STATUS_INVALID_STATE);
+    document->__setXmlStyleSheet(&styleSheet);
+    calls.refuse(TreeCall::SaveResult);
+    EXPECT_EQ(document->write(text), STATUS_INVALID_STATE);
 
     EXPECT_EQ(text, "what was there");
     EXPECT_THAT(log.lines(),

@@ -295,6 +295,29 @@ OXIL_INTERPOSED int xsltSaveResultToFile(FILE* file, xmlDocPtr result, xsltStyle
     return forward(save, file, result, styleSheet);
 }
 
+OXIL_INTERPOSED int xsltSaveResultToString(xmlChar** text, int* size, xmlDocPtr result,
+                                           xsltStylesheetPtr styleSheet)
+{
+    static auto* const save = real<decltype(xsltSaveResultToString)>("xsltSaveResultToString");
+    if (TreeRecorder::refuses(TreeCall::SaveResult, "save result")) {
+        return -1;
+    }
+    return forward(save, text, size, result, styleSheet);
+}
+
+OXIL_INTERPOSED void xmlDocDumpFormatMemoryEnc(xmlDocPtr document, xmlChar** text, int* size,
+                                               const char* encoding, int format)
+{
+    static auto* const save =
+        real<decltype(xmlDocDumpFormatMemoryEnc)>("xmlDocDumpFormatMemoryEnc");
+    if (TreeRecorder::refuses(TreeCall::SaveDocument, "save document")) {
+        *text = nullptr;
+        *size = 0;
+        return;
+    }
+    forward(save, document, text, size, encoding, format);
+}
+
 OXIL_INTERPOSED void xsltFreeStylesheet(xsltStylesheetPtr styleSheet)
 {
     static auto* const free = real<decltype(xsltFreeStylesheet)>("xsltFreeStylesheet");
