@@ -83,7 +83,7 @@ int writeReport(const std::vector<Layout>& layouts, const std::string& styleShee
     if (r != oxil::STATUS_SUCCESS) {
         return r;
     }
-    const std::unique_ptr<oxil::XmlDocument> text(styleSheet.apply(&document));
+    const auto text = styleSheet.transform(document);
     if (text == nullptr) {
         return oxil::STATUS_INVALID_STATE;
     }

@@ -102,7 +102,7 @@ int Page::write(const std::string& styleSheetPath, const std::string& path) cons
     if (r != oxil::STATUS_SUCCESS) {
         return r;
     }
-    const std::unique_ptr<oxil::XmlDocument> html(styleSheet.apply(&document));
+    const auto html = styleSheet.transform(document);
     if (html == nullptr) {
         return oxil::STATUS_INVALID_STATE;
     }

@@ -10,7 +10,6 @@
 //   writer.xsl: refused
 
 #include <cstdio>
-#include <memory>
 #include <string>
 
 #include <libxslt/security.h>
@@ -39,8 +38,7 @@ bool transforms(const std::string& path, oxil::XmlDocument& document)
     if (styleSheet.load(oxil::PLAIN_FILE) != oxil::STATUS_SUCCESS) {
         return false;
     }
-    const std::unique_ptr<oxil::XmlDocument> result(styleSheet.apply(&document));
-    return result != nullptr;
+    return styleSheet.transform(document) != nullptr;
 }
 //! [distrust]
 
@@ -54,8 +52,7 @@ int main(int argc, char** argv)
     }
     distrustStyleSheets();
 
-    oxil::Xml reader;
-    const std::unique_ptr<oxil::XmlDocument> document(reader.load(argv[1], oxil::PLAIN_FILE));
+    const auto document = oxil::XmlDocument::loadFile(argv[1]);
     if (document == nullptr) {
         return 1;
     }
