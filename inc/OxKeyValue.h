@@ -248,6 +248,7 @@ private:
 
 }  // namespace oxil
 
+/// @cond  what structured bindings ask for
 template <>
 struct std::tuple_size<oxil::KeyValue> : std::integral_constant<std::size_t, 2> {
 };
@@ -261,3 +262,4 @@ template <>
 struct std::tuple_element<1, oxil::KeyValue> {
     using type = const oxil::Variant;
 };
+/// @endcond

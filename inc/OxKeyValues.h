@@ -50,10 +50,11 @@ class OXIL_API KeyValues {
 public:
     /** An entry as it is written in a list: `{"name", "hall"}`, and nothing else. */
     struct Pair {
+        /** Copies both. */
         Pair(const std::string& newKey, const Variant& newValue) : key(newKey), value(newValue) {}
 
-        std::string key;
-        Variant value;
+        std::string key;  ///< of the entry
+        Variant value;    ///< of the entry
     };
 
     /** Makes an empty record. */

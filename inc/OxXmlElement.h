@@ -90,6 +90,8 @@ public:
 
     /** The child elements, for a range-for. Their order is the document's. */
     Iterator begin() const;
+
+    /** Behind the last child element. */
     Iterator end() const;
 
     /** The native node, null if there is none; it stays whose it is. */
@@ -112,6 +114,7 @@ inline bool operator!=(XmlElement one, XmlElement other) noexcept
 
 /** Goes over the child elements of an element, as often as one likes. */
 class XmlElement::Iterator {
+    /// @cond  what is there is what every input iterator has
 public:
     using iterator_category = std::input_iterator_tag;  // what it gives lives in itself
     using value_type = XmlElement;
@@ -150,6 +153,7 @@ public:
 
 private:
     XmlElement __element;
+    /// @endcond
 };
 
 inline XmlElement::Iterator XmlElement::begin() const
