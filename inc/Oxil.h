@@ -30,6 +30,7 @@
 #include "OxStringUtil.h"
 #include "OxTimer.h"
 #include "OxVariant.h"
+#include "OxVersion.h"
 #include "OxWaitingLoop.h"
 #include "OxWireDecoder.h"
 #include "OxWireEncoder.h"

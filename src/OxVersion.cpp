@@ -1,0 +1,10 @@
+#include "OxVersion.h"
+
+namespace oxil {
+
+const char* getVersion() noexcept
+{
+    return OXIL_VERSION_TEXT;
+}
+
+}  // namespace oxil
