@@ -40,7 +40,7 @@ function(get_quoted result file region)
   set(${result} "${code}" PARENT_SCOPE)
 endfunction()
 
-file(GLOB documents ${SOURCE}/README.md ${SOURCE}/doc/*.md)
+file(GLOB documents ${SOURCE}/README.md ${SOURCE}/SECURITY.md ${SOURCE}/doc/*.md)
 set(count 0)
 foreach(document IN LISTS documents)
   file(READ ${document} text)
