@@ -26,7 +26,7 @@ class XmlStyleSheet;
  * the document, or never: its native node is a part of the tree that the document frees.
  *
  * @par Threads
- * One thread at a time.
+ * One thread at a time; different documents may be on different threads.
  *
  * @par Example
  * @snippet layouts/main.cpp write
@@ -132,6 +132,10 @@ public:
      * escapes are resolved ("%20" is a blank), `http:` sends a request, `-` is the standard output.
      * With one it is written under the stylesheet's output settings, to a plain path; what libxslt
      * answers is ignored, so that success does not tell that it had something to save.
+     *
+     * A pipe makes it wait for a reader. With a stylesheet it doesn't: what fits into the pipe then
+     * counts as written, and is lost if nobody has opened it to read before this returns; for what
+     * doesn't fit, it waits for ever.
      *
      * Text that XML can't hold (XmlNode::isText()) and names that are none are written as they are,
      * and nobody can read the file then.

@@ -42,7 +42,7 @@ namespace oxil {
  * Wrap elements, and give text to setContent().
  *
  * @par Threads
- * One thread at a time.
+ * One thread at a time for all nodes of a tree; different trees may be on different threads.
  */
 class OXIL_API XmlNode {
 public:

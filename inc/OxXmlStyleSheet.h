@@ -23,17 +23,18 @@ class XmlDocument;
  * @par Untrusted input
  * A stylesheet is a program: load() and apply() can be led to read any file and the network, and
  * apply() to write files. Load only those that you trust, or with PLAIN_FILE, which reads one file
- * only, and forbid what apply() may do through libxslt's own settings, which hold for the whole
- * process and which the library does not touch: `xsltSetDefaultSecurityPrefs` (libxslt's manual).
- * Neither limits time or memory. The engines' messages go to the standard error output unless the
- * application sets another handler.
+ * only and doesn't wait for the writer of a pipe, as load() does otherwise, and forbid what apply()
+ * may do through libxslt's own settings, which hold for the whole process and which the library does
+ * not touch: `xsltSetDefaultSecurityPrefs` (libxslt's manual). Neither limits time or memory. The
+ * engines' messages go to the standard error output unless the application sets another handler.
  * @snippet untrusted/main.cpp distrust
  *
  * @par Memory
  * libxslt does not survive every lack of memory: the process may end in load() or apply().
  *
  * @par Threads
- * One thread at a time.
+ * One thread at a time. Different stylesheets may be loaded and applied on different threads at once,
+ * and a result may go to another thread than its stylesheet.
  *
  * @par Example
  * @snippet layouts/main.cpp write

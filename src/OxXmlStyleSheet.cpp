@@ -1,6 +1,8 @@
 #include "OxXmlStyleSheet.h"
 
+#include <libxslt/extensions.h>
 #include <libxslt/transform.h>
+#include <libxslt/xslt.h>
 #include <libxslt/xsltInternals.h>
 #include <libxslt/xsltutils.h>
 
@@ -20,6 +22,14 @@
 namespace oxil {
 
 namespace {
+
+/** Initialises libxslt before its first use: it does so itself, but a thread that comes a moment
+ *  later doesn't wait, and finds half of what there is. */
+void initEngine()
+{
+    static const bool initialised = (xsltInitGlobals(), xsltInit(), true);
+    static_cast<void>(initialised);
+}
 
 /** Whether a stylesheet includes or imports others. */
 bool needsOthers(xmlDocPtr document)
@@ -61,6 +71,7 @@ int XmlStyleSheet::load()
         return STATUS_INVALID_STATE;
     }
     const internal::EngineUse use;
+    initEngine();
     internal::MemoryWatch watch;
     errno = 0;  // so that no earlier failure is blamed for a malformed stylesheet
     __native = xsltParseStylesheetFile(internal::toXml(__path));
@@ -81,6 +92,7 @@ int XmlStyleSheet::load(PlainFile file)
         return STATUS_INVALID_STATE;
     }
     const internal::EngineUse use;
+    initEngine();
     internal::MemoryWatch watch;
     int error = 0;
     std::unique_ptr<xmlDoc, void (*)(xmlDocPtr)> document(

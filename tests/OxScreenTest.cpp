@@ -6,10 +6,7 @@
 #include <atomic>
 #include <chrono>
 #include <climits>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <functional>
 #include <memory>
 #include <new>
 #include <string>
@@ -19,6 +16,7 @@
 #include <vector>
 
 #include "AllocationFailure.h"
+#include "FreshProcess.h"
 #include "LogCapture.h"
 #include "PlatformCalls.h"
 #include "WaitUntil.h"
@@ -56,28 +54,6 @@ void expectSize(const Screen& screen, int width, int height)
     EXPECT_EQ(screen.getHeight(), height);
     EXPECT_EQ(screen.getSize().width, width);
     EXPECT_EQ(screen.getSize().height, height);
-}
-
-/** Ends the process; the failures so far go to where the parent shows them. */
-[[noreturn]] void exitWithResult()
-{
-    const testing::TestResult& result =
-        *testing::UnitTest::GetInstance()->current_test_info()->result();
-    for (int i = 0; i < result.total_part_count(); ++i) {
-        const testing::TestPartResult& part = result.GetTestPartResult(i);
-        std::fprintf(stderr, "%s:%d: %s\n", part.file_name(), part.line_number(), part.message());
-    }
-    std::exit(result.Passed() ? 0 : 1);
-}
-
-/**
- * Runs the body in a process in which nobody asked for the instance yet; its expectations are
- * this test's. Nothing before the call may ask either, because it is run there, too.
- */
-void inFreshProcess(const std::function<void()>& body)
-{
-    GTEST_FLAG_SET(death_test_style, "threadsafe");  // for the rest of this test
-    EXPECT_EXIT((body(), exitWithResult()), testing::ExitedWithCode(0), "");
 }
 
 // ---- One screen read directly -------------------------------------------------------------------

@@ -13,10 +13,12 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
-#include <thread>
+#include <utility>
 #include <vector>
 
+#include "FreshProcess.h"
 #include "LogCapture.h"
+#include "ManyThreads.h"
 #include "ScriptFile.h"
 #include "XmlCalls.h"
 
@@ -157,35 +159,75 @@ TEST_F(XmlThreadsTest, NothingIsCleanedUpUnderAnotherThreadThatLoads)
     }
 }
 
-TEST_F(XmlThreadsTest, ManyThreadsReadAndLoadAtOnce)
+TEST_F(XmlThreadsTest, TreesOfDifferentThreadsHaveNothingInCommon)
 {
-    const ScriptFile document("<a xmlns:p='http://u' x='1&amp;'>text<p:b/><![CDATA[data]]></a>");
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 8; ++i) {
-        threads.emplace_back([&document] {
-            for (int j = 0; j < 200; ++j) {
-                int events = 0;
-                Xml xml(document.path());
-                xml.setOnEndElement([&events](const std::string&) { ++events; });
-                EXPECT_EQ(xml.read(EXACT_TEXT), STATUS_SUCCESS);
-                EXPECT_EQ(events, 2);
-                EXPECT_NE(std::unique_ptr<XmlDocument>(xml.load()), nullptr);
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
+    onManyThreads([](int number) {
+        for (int i = 0; i < 50; ++i) {
+            const std::string text = std::to_string(number) + " & " + std::to_string(i);
+            XmlDocument document;
+            auto root = std::make_unique<XmlNode>("root");
+            root->setAttribute("text", text);
+            root->addChild(std::make_unique<XmlNode>("child"));
+            root->getFirstChild()->setContent(text);
+            document.setRootNode(std::move(root));
+            std::string written;
+            EXPECT_EQ(document.write(written), STATUS_SUCCESS);
+
+            const auto read = XmlDocument::loadText(written);
+            ASSERT_NE(read, nullptr);
+            EXPECT_EQ(read->getRootElement().getAttribute("text"), text);
+            EXPECT_EQ(read->getRootElement().first("child").getText(), text);
+        }
+    });
+}
+
+TEST_F(XmlThreadsTest, ResultsMayGoToOtherThreadsThanTheirStyleSheet)
+{
+    const ScriptFile sheet(
+        "<s:stylesheet version='1.0' xmlns:s='http://www.w3.org/1999/XSL/Transform'>"
+        "<s:template match='/'><names><name><s:value-of select='a/@x'/></name></names>"
+        "</s:template></s:stylesheet>");
+    XmlStyleSheet styleSheet(sheet.path());
+    ASSERT_EQ(styleSheet.load(), STATUS_SUCCESS);
+    const auto source = XmlDocument::loadText("<a x='1'/>");
+    std::vector<std::future<void>> others;
+    for (int i = 0; i < 50; ++i) {
+        auto result = styleSheet.transform(*source);
+        ASSERT_NE(result, nullptr);
+        others.push_back(std::async(std::launch::async, [tree = std::move(result)] {
+            EXPECT_EQ(tree->getRootElement().first("name").getText(), "1");
+            std::string text;
+            EXPECT_EQ(tree->write(text), STATUS_SUCCESS);
+        }));
     }
 }
 
-// ---- The first use of the engine, which needs a process of its own ----
+TEST_F(XmlThreadsTest, ManyThreadsReadAndLoadAtOnce)
+{
+    const ScriptFile document("<a xmlns:p='http://u' x='1&amp;'>text<p:b/><![CDATA[data]]></a>");
+    onManyThreads([&document](int) {
+        for (int i = 0; i < 200; ++i) {
+            int events = 0;
+            Xml xml(document.path());
+            xml.setOnEndElement([&events](const std::string&) { ++events; });
+            EXPECT_EQ(xml.read(EXACT_TEXT), STATUS_SUCCESS);
+            EXPECT_EQ(events, 2);
+            EXPECT_NE(std::unique_ptr<XmlDocument>(xml.load()), nullptr);
+        }
+    });
+}
 
-/** Ends the process: successfully if this initialised the parser. */
+// ---- The first use of the engines, which needs a process of its own ----
+
+/** Ends the process: successfully if this initialised the parser, and the catalogs once. */
 void firstUse(const std::function<void()>& use)
 {
     const int before = parserInitialisations();
     use();
-    std::_Exit(before == 0 && parserInitialisations() > 0 ? EXIT_SUCCESS : EXIT_FAILURE);
+    use();
+    std::_Exit(before == 0 && parserInitialisations() > 0 && catalogInitialisations() == 1
+                   ? EXIT_SUCCESS
+                   : EXIT_FAILURE);
 }
 
 TEST(XmlThreadsDeathTest, WhateverComesFirstInitialisesTheParser)
@@ -199,6 +241,50 @@ TEST(XmlThreadsDeathTest, WhateverComesFirstInitialisesTheParser)
     EXPECT_EXIT(
         firstUse([] { const std::unique_ptr<XmlDocument> document(Xml("/dev/null").load()); }),
         succeeds, "");
+}
+
+TEST(XmlThreadsDeathTest, ManyThreadsMayBeTheFirstToReadAndToBuild)
+{
+    const ScriptFile file("<a x='1'>text</a>");
+    inFreshProcess([&file] {
+        onManyThreads([&file](int number) {
+            if (number % 2 == 0) {
+                const std::unique_ptr<XmlDocument> tree(Xml(file.path()).load());
+                EXPECT_NE(tree, nullptr);
+            } else {
+                XmlDocument tree;
+                EXPECT_EQ(tree.setRootNode(std::make_unique<XmlNode>("a")), STATUS_SUCCESS);
+            }
+        });
+    });
+}
+
+/** A stylesheet that works only with what libxslt adds to XPath when it is initialised. */
+constexpr const char* NODE_SET =
+    "<s:stylesheet version='1.0' xmlns:s='http://www.w3.org/1999/XSL/Transform'"
+    " xmlns:x='http://xmlsoft.org/XSLT/namespace'><s:output method='text'/>"
+    "<s:template match='/'><s:variable name='tree'><b>found</b></s:variable>"
+    "<s:value-of select='x:node-set($tree)/b'/></s:template></s:stylesheet>";
+
+TEST(XmlThreadsDeathTest, NoStyleSheetIsUsedBeforeTheFirstOneHasInitialisedLibxslt)
+{
+    const ScriptFile file("<a/>");
+    const ScriptFile sheet(NODE_SET);
+    inFreshProcess([&file, &sheet] {
+        slowDownXsltInitialisation(300ms);
+        onManyThreads([&file, &sheet](int) {
+            XmlStyleSheet styleSheet(sheet.path());
+            EXPECT_EQ(styleSheet.load(), STATUS_SUCCESS);
+            const auto source = XmlDocument::loadFile(file.path());
+            ASSERT_NE(source, nullptr);
+            const auto result = styleSheet.transform(*source);
+            ASSERT_NE(result, nullptr);
+            result->__setXmlStyleSheet(&styleSheet);
+            std::string text;
+            EXPECT_EQ(result->write(text), STATUS_SUCCESS);
+            EXPECT_EQ(text, "found");
+        });
+    });
 }
 
 }  // namespace

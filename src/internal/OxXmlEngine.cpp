@@ -1,5 +1,6 @@
 #include "internal/OxXmlEngine.h"
 
+#include <libxml/catalog.h>
 #include <libxml/parser.h>
 #include <libxml/xmlmemory.h>
 
@@ -44,7 +45,13 @@ bool hasEngineRunOut()
 
 void initEngine()
 {
-    static const bool initialised = (xmlInitParser(), true);
+    static const bool initialised = [] {
+        xmlInitParser();
+#ifdef LIBXML_CATALOG_ENABLED
+        xmlInitializeCatalog();  // which the parser leaves to the first who looks something up
+#endif
+        return true;
+    }();
     static_cast<void>(initialised);
 }
 

@@ -1,8 +1,12 @@
 #include "XmlCalls.h"
 
+#include <libxml/catalog.h>
+#include <libxslt/extra.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
+#include <thread>
 
 #include "NextDefinition.h"
 
@@ -12,6 +16,8 @@ namespace {
 thread_local XmlCalls* current = nullptr;
 std::atomic<MemoryCleanups*> cleanups{nullptr};
 std::atomic<int> initialisations{0};
+std::atomic<int> catalogs{0};
+std::atomic<std::chrono::milliseconds> xsltTime{std::chrono::milliseconds(0)};
 
 }  // namespace
 
@@ -121,13 +127,25 @@ int parserInitialisations()
     return initialisations;
 }
 
+int catalogInitialisations()
+{
+    return catalogs;
+}
+
+void slowDownXsltInitialisation(std::chrono::milliseconds time)
+{
+    xsltTime = time;
+}
+
 }  // namespace oxil::test
 
+using oxil::test::catalogs;
 using oxil::test::cleanups;
 using oxil::test::initialisations;
 using oxil::test::MemoryCleanups;
 using oxil::test::real;
 using oxil::test::XmlCallRecorder;
+using oxil::test::xsltTime;
 
 // Stand before those of libxml2, because a definition in the executable wins.
 #pragma GCC visibility push(default)
@@ -169,6 +187,20 @@ void xmlInitParser(void)
     static auto* const init = real<decltype(xmlInitParser)>("xmlInitParser");
     ++initialisations;
     init();
+}
+
+void xmlInitializeCatalog(void)
+{
+    static auto* const init = real<decltype(xmlInitializeCatalog)>("xmlInitializeCatalog");
+    ++catalogs;
+    init();
+}
+
+void xsltRegisterAllExtras(void)
+{
+    static auto* const add = real<decltype(xsltRegisterAllExtras)>("xsltRegisterAllExtras");
+    std::this_thread::sleep_for(xsltTime.load());
+    add();
 }
 
 void xmlCleanupParser(void)

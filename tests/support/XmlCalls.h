@@ -89,4 +89,10 @@ private:
 /** How often xmlInitParser() was called since the process began. */
 int parserInitialisations();
 
+/** The same for xmlInitializeCatalog(), by others than libxml2 itself. */
+int catalogInitialisations();
+
+/** Lets libxslt's next initialisation take this time. */
+void slowDownXsltInitialisation(std::chrono::milliseconds time);
+
 }  // namespace oxil::test
