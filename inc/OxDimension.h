@@ -5,7 +5,7 @@
 namespace oxil {
 
 /** A size in pixels. Any values are stored as given, negative ones too. There is no comparison,
- *  deliberately. */
+ *  deliberately. One object belongs to one thread at a time. */
 class OXIL_API Dimension {
 public:
     /** (0, 0). */

@@ -21,6 +21,9 @@ namespace oxil {
  * @endcode
  *
  * For payloads of other layouts pack a SerializedData and send that.
+ *
+ * @par Threads
+ * The thread of what it is made of: encode() reads that.
  */
 class OXIL_API Payload {
 public:

@@ -7,7 +7,7 @@
 namespace oxil {
 
 /** A position and a size in pixels. Any values are stored as given, negative sizes too.
- *  There is no operator!=, deliberately. */
+ *  There is no operator!=, deliberately. One object belongs to one thread at a time. */
 class OXIL_API Rectangle {
 public:
     /** All 0. */

@@ -25,7 +25,7 @@ namespace oxil {
  * Messages are appended to what a text already holds. After a failure it holds what it held before.
  *
  * @par Threads
- * No shared state, no locks.
+ * No shared state, no locks: any number of threads at once, with objects of their own.
  *
  * @par Exceptions
  * `std::bad_alloc` when there is no memory for the text; it is then as it was.
