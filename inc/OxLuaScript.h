@@ -47,6 +47,10 @@ class LuaApi;
  * script handled the error. After load() has thrown, this or what an LuaApi::onLoading() threw, there
  * is no state. A failed typed call leaves the message on the Lua stack then too.
  *
+ * @par Files
+ * The path is what Lua's own `loadfile` takes: a pipe makes load() wait for a writer, for ever if
+ * there is none.
+ *
  * @par Threads
  * Scripts are made, loaded, called and destroyed on the main-loop thread.
  *

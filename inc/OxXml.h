@@ -61,7 +61,7 @@ public:
  *
  * @par Untrusted input
  * A path from outside goes to the members that take a PlainFile: to load(), it is a URL, and a pipe
- * makes read() wait for a writer, for ever if there is none.
+ * makes both read() and load() wait for a writer, for ever if there is none.
  *
  * libxml2's own limits hold: 257 levels of nesting pass, and so do 10,000,000 bytes for one
  * attribute value, one CDATA section or, in load(), one text (less near the end of the document,

@@ -1,11 +1,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -16,6 +14,7 @@
 
 #include "EngineMessages.h"
 #include "FileCalls.h"
+#include "FileSizeLimit.h"
 #include "LogCapture.h"
 #include "OutputFile.h"
 #include "OxPlainFile.h"
@@ -192,31 +191,6 @@ TEST_F(XmlPlainWriteTest, WithoutPathDocumentOrStyleSheetNoFileIsTouched)
     const auto refused = logged("write", "Invalid state.");
     EXPECT_THAT(log.lines(), ElementsAre(refused, refused, refused));
 }
-
-/** No file may have more bytes, while it lives. */
-class FileSizeLimit {
-public:
-    explicit FileSizeLimit(rlim_t size) : __handler(std::signal(SIGXFSZ, SIG_IGN))
-    {
-        EXPECT_EQ(getrlimit(RLIMIT_FSIZE, &__before), 0);
-        rlimit limit = __before;
-        limit.rlim_cur = size;
-        EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
-    }
-
-    ~FileSizeLimit()
-    {
-        setrlimit(RLIMIT_FSIZE, &__before);
-        std::signal(SIGXFSZ, __handler);
-    }
-
-    FileSizeLimit(const FileSizeLimit&) = delete;
-    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-
-private:
-    rlimit __before{};
-    void (*__handler)(int);
-};
 
 TEST_F(XmlPlainWriteTest, AFileThatIsCutShortIsReported)
 {
