@@ -42,6 +42,14 @@ function callNative(times)
     return sum
 end
 
+function callBound(times)
+    local sum = 0
+    for i = 1, times do
+        sum = Native.addBound(sum, i)
+    end
+    return sum
+end
+
 function callGuarded(times)
     local sum = 0
     for i = 1, times do
@@ -88,7 +96,7 @@ public:
         const luaL_Reg functions[] = {
             {"add", addNumbers}, {"addGuarded", addNumbersGuarded}, {nullptr, nullptr}};
         registerApiTable("Native", functions);
-        return STATUS_SUCCESS;
+        return bind("Native.addBound", sumOf);
     }
 };
 
@@ -210,10 +218,11 @@ bool callSafely(lua_State* state, const std::string& name, int resultCount)
 
 /** Registers the two calls done with the plain interface. */
 template <typename Function>
-void addPlainCalls(const std::string& contender, const State& state, const Function& function)
+void addPlainCalls(const std::string& operation, const std::string& contender, const State& state,
+                   const Function& function)
 {
     compete(
-        "call into Lua: 1 result", contender,
+        operation + ": 1 result", contender,
         [=] {
             int count = 0;
             if (function(state.get(), ANSWER_ONE, 1)) {
@@ -224,7 +233,7 @@ void addPlainCalls(const std::string& contender, const State& state, const Funct
         },
         COUNT);
     compete(
-        "call into Lua: 3 results", contender,
+        operation + ": 3 results", contender,
         [=] {
             Three three;
             if (function(state.get(), ANSWER_THREE, 3)) {
@@ -243,8 +252,9 @@ void addCallsIntoLua()
     const State state = makeState();
     lua_pushcfunction(state.get(), onError);
     lua_pushcfunction(state.get(), callInside);
-    addPlainCalls("floor", state, callSafely);
-    addPlainCalls("Lua, unprotected", state, callBarely);
+    addPlainCalls("call into Lua", "floor", state, callSafely);
+    addPlainCalls("call into Lua", "Lua, unprotected", state, callBarely);
+    addPlainCalls("call for an answer", "floor", state, callSafely);
 
     const std::shared_ptr<LuaScript> script = makeScript();
     compete(
@@ -264,6 +274,16 @@ void addCallsIntoLua()
                                std::tie(std::get<0>(three), std::get<1>(three), std::get<2>(three)),
                                FLAG, COUNT, RATIO, TEXT);
             return three;
+        },
+        THREE);
+
+    compete(
+        "call for an answer: 1 result", "oxil",
+        [=] { return *script->call<int>(ANSWER_ONE, FLAG, COUNT, RATIO, TEXT); }, COUNT);
+    compete(
+        "call for an answer: 3 results", "oxil",
+        [=] {
+            return *script->call<int, float, std::string>(ANSWER_THREE, FLAG, COUNT, RATIO, TEXT);
         },
         THREE);
 }
@@ -308,6 +328,11 @@ void addCallsFromLua()
         "call from Lua: native function", "tolua++",
         [=] { return callBack(bound.get(), "callNative"); }, expected, TIMES);
 #endif
+
+    compete("call from Lua: bound function", "floor", floor, expected, TIMES);
+    compete(
+        "call from Lua: bound function", "oxil",
+        [=] { return callBack(script->getLuaState(), "callBound"); }, expected, TIMES);
 
     compete("call from Lua: guarded function", "floor", floor, expected, TIMES);
     compete(

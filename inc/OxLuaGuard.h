@@ -15,8 +15,8 @@ namespace oxil {
  * Lua is C: an exception must not pass through its frames (on the device that ends the process),
  * and a Lua error leaves a function by `longjmp`, past all destructors. So a native function that
  * calls C++ does it inside run(), and turns a failure into a Lua error with raise() when nothing
- * with a destructor is alive any more:
- * @snippet inventory/main.cpp functions
+ * with a destructor is alive any more. LuaApi::bind() does that for a C++ function; by hand it is:
+ * @snippet inventory/main.cpp native
  *
  * The script sees an ordinary Lua error and may handle it. Its text is the position in the script
  * and the first 255 bytes of the exception's own text ("unknown exception" if it is no

@@ -3,9 +3,13 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "OxExport.h"
+#include "OxLuaAnswer.h"
+#include "OxLuaBinding.h"
 #include "OxScript.h"
 
 struct lua_State;
@@ -129,6 +133,40 @@ public:
     bool isBusy() const;
 
     /**
+     * Calls a global function, and says what has come of it:
+     * `auto answer = script.call<int>("count", "apples", 3);`
+     *
+     * Beside callMethod(), which is silent: whatever keeps the function from returning what is asked
+     * for is in the answer, and nowhere else. Nothing is logged, the error handler is not told,
+     * nothing is left on the Lua stack, and getMethodName() and its like stay as they are. Results
+     * that are too many are dropped, and others are `nil`.
+     *
+     * @tparam Results      what the function is to return, of the types that LuaValue lists
+     * @param functionName  has to live until the call returns
+     * @param params        of the types that LuaValue lists; texts go with all their bytes, a
+     *                      `double` as it is
+     * @throws  what a native function threw, as callMethod() does
+     */
+    template <typename... Results, typename... Params>
+    LuaAnswer<Results...> call(const std::string& functionName, const Params&... params)
+    {
+        using Parameters = std::tuple<const Params&...>;
+        using Values = std::tuple<Results...>;
+        static_assert((!internal::IS_LUA_TEXT<Results> && ...), "a text is kept as a std::string");
+        static_assert(sizeof...(Params) <= 10 && sizeof...(Results) <= 10,
+                      "a function has up to 10 parameters and results");
+        static constexpr internal::LuaShape SHAPES[] = {internal::LuaShapeOf<Results>::SHAPE...,
+                                                        internal::LuaShape()};
+        const Parameters parameters(params...);
+        Values results;
+        internal::LuaOutcome outcome;
+        __call({functionName, internal::LuaTuple<Parameters>::push, &parameters, sizeof...(Params),
+                SHAPES, sizeof...(Results), internal::LuaTuple<Values>::read, &results},
+               outcome);
+        return {std::move(outcome), std::move(results)};
+    }
+
+    /**
      * The script that a Lua state belongs to.
      *
      * @return null after logging "Invalid state" if there is none. The state of a coroutine is not
@@ -186,6 +224,7 @@ public:
     void onReturnValueEvaluateEnd() override;
 
 private:
+    void __call(const internal::LuaCall& call, internal::LuaOutcome& outcome);
     int __loadLuaApi();
     OXIL_LOCAL int __nextReturnIndex() const;
 

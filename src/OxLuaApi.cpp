@@ -1,8 +1,11 @@
 #include "OxLuaApi.h"
 
+#include <memory>
+
 #include "OxLog.h"
 #include "OxLuaScript.h"
 #include "OxStatus.h"
+#include "internal/OxLuaFunction.h"
 #include "internal/OxLuaStack.h"
 
 namespace oxil {
@@ -79,6 +82,32 @@ void LuaApi::registerApiTable(const std::string& name, const luaL_Reg* functions
         !internal::pushLuaTable(call, name.c_str(), functions)) {
         OX_ERROR("Invalid state");
     }
+}
+
+int LuaApi::__bind(const std::string& name, const internal::LuaFunction& function, void* object)
+{
+    std::unique_ptr<void, void (*)(void*)> owned(object, function.destroy);
+
+    const std::size_t dot = name.rfind('.');  // npos, which is one before the beginning, if none
+    if (dot == 0 || dot + 1 == name.length()) {
+        OX_ERROR_AS("bind", "Invalid parameter");
+        return STATUS_INVALID_PARAMETER;
+    }
+    lua_State* state = __luaScript != nullptr ? __luaScript->getLuaState() : nullptr;
+    if (state == nullptr) {
+        OX_ERROR_AS("bind", "Invalid state");
+        return STATUS_INVALID_STATE;
+    }
+
+    const std::string table = dot != std::string::npos ? name.substr(0, dot) : std::string();
+    const internal::NewLuaFunction wanted = {function, owned, table.c_str(),
+                                             name.c_str() + dot + 1};
+    internal::ProtectedCall call(state);
+    if (!internal::reserveLuaStack(call, 4) || !internal::bindLuaFunction(call, wanted)) {
+        OX_ERROR_AS("bind", "Invalid state");
+        return STATUS_INVALID_STATE;
+    }
+    return STATUS_SUCCESS;
 }
 
 }  // namespace oxil

@@ -14,6 +14,7 @@
 #include "OxLuaApi.h"
 #include "OxStatus.h"
 #include "internal/OxLua.h"
+#include "internal/OxLuaCall.h"
 #include "internal/OxLuaStack.h"
 #include "internal/OxSaturate.h"
 #include "internal/OxScriptIdentity.h"
@@ -122,16 +123,6 @@ int addValue(const LuaScript& script, const Push& push)
         push(call.getState());
         return true;
     });
-}
-
-/** The message of the error on top; of a number, its text is pushed. */
-const char* getMessage(ProtectedCall& call)
-{
-    lua_State* state = call.getState();
-    if (lua_type(state, -1) == LUA_TNUMBER && internal::reserveLuaStack(call, 4)) {
-        internal::pushLuaTextOf(call, lua_tonumber(state, -1));
-    }
-    return lua_type(state, -1) == LUA_TSTRING ? lua_tostring(state, -1) : "(null)";
 }
 
 }  // namespace
@@ -303,7 +294,7 @@ int LuaScript::onLoading()
     }
 
     const std::exception_ptr exception = call.getException();
-    OX_ERROR("filePath(%s) (%d) (%s).", filePath.c_str(), 1, getMessage(call));
+    OX_ERROR("filePath(%s) (%d) (%s).", filePath.c_str(), 1, internal::getLuaMessage(call));
     if (!call.isAbandoned()) {
         __luaState.reset();
     }
@@ -365,7 +356,7 @@ int LuaScript::onMethodCalled(const std::string& methodName)
         // The message stays where the results would be, and nobody else is told.
         if (handler != nullptr) {
             const int top = lua_gettop(state);
-            const std::string message = getMessage(call);
+            const std::string message = internal::getLuaMessage(call);
             handler(name, message, traceback);
             lua_settop(state, top);  // calls of the handler leave messages of their own
         }
@@ -469,6 +460,11 @@ void LuaScript::onReturnValueEvaluateEnd()
         const int count = std::min(getReturnCount(), lua_gettop(__luaState.get()));
         lua_settop(__luaState.get(), -count - 1);
     }
+}
+
+void LuaScript::__call(const internal::LuaCall& wanted, internal::LuaOutcome& outcome)
+{
+    internal::callLua(__luaState.get(), wanted, outcome);
 }
 
 int LuaScript::__loadLuaApi()

@@ -1,15 +1,18 @@
-// Offers native functions of the application to a Lua script.
+// Offers native functions of the application to a Lua script, and calls the script's.
 //
 // Prints:
-//   stock: bolt 12, nut 40
+//   bolt 12, nut 40
 //   total 52
+//   label: nut (40)
 //   no washer: unknown article washer
 //   and out of the script: unknown article gasket
 
 #include <cstdio>
 #include <map>
+#include <optional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include <Oxil.h>
 
@@ -35,92 +38,104 @@ public:
         return place->second;
     }
 
+    std::vector<oxil::KeyValues> list(int minimum) const
+    {
+        std::vector<oxil::KeyValues> articles;
+        for (const auto& [name, count] : counts_) {
+            if (count >= minimum) {
+                articles.push_back({{"name", name}, {"count", count}});
+            }
+        }
+        return articles;
+    }
+
 private:
     std::map<std::string, int> counts_;
 };
-
-Shelf shelf;
 //! [shelf]
 
-//! [functions]
-// Between the two: what may raise a Lua error stands outside the guard and holds plain values only,
-// what may throw stands inside.
-
-int put(lua_State* state)
+//! [native]
+// By hand, where bind() is not enough: what may raise a Lua error stands outside the guard and holds
+// plain values only, what may throw stands inside.
+int label(lua_State* state)
 {
-    const char* article = luaL_checkstring(state, 1);
-    const int count = static_cast<int>(luaL_checkinteger(state, 2));
+    oxil::LuaValue::check<oxil::KeyValues>(state, 1);
+    int r = oxil::STATUS_FAILURE;
 
     oxil::LuaGuard guard(state);
-    return guard.run([&] { shelf.put(article, count); }) ? 0 : guard.raise();
-}
-
-int count(lua_State* state)
-{
-    const char* article = luaL_checkstring(state, 1);
-    int found = 0;
-
-    oxil::LuaGuard guard(state);
-    if (!guard.run([&] { found = shelf.count(article); })) {
+    const bool done = guard.run([&] {
+        oxil::KeyValues article;
+        oxil::LuaValue::get(state, 1, article);
+        const std::string text =
+            article.get("name", "?") + " (" + std::to_string(article.get("count", 0)) + ")";
+        r = oxil::LuaValue::push(state, text);
+    });
+    if (!done) {
         return guard.raise();
     }
-    lua_pushinteger(state, found);
-    return 1;
+    return r == oxil::STATUS_SUCCESS ? 1 : luaL_error(state, "no memory");
 }
-//! [functions]
+//! [native]
 
 //! [api]
 class ShelfApi : public oxil::LuaApi {
 public:
+    explicit ShelfApi(Shelf& shelf) : shelf_(shelf) {}
+
     int onLoading() override
     {
-        static const luaL_Reg functions[] = {{"put", put}, {"count", count}, {nullptr, nullptr}};
+        bind("Shelf.put", &shelf_, &Shelf::put);
+        bind("Shelf.count", &shelf_, &Shelf::count);
+        bind("Shelf.list", [this](std::optional<int> minimum) {  // which may be left out
+            return shelf_.list(minimum.value_or(0));
+        });
+        static const luaL_Reg functions[] = {{"label", label}, {nullptr, nullptr}};
         registerApiTable("Shelf", functions);
         return oxil::STATUS_SUCCESS;
     }
+
+private:
+    Shelf& shelf_;
 };
 //! [api]
-
-void printError(const std::string& function, const std::string& message,
-                const std::string& traceback)
-{
-    std::fprintf(stderr, "%s: %s\n%s\n", function.c_str(), message.c_str(), traceback.c_str());
-}
 
 }  // namespace
 
 int main(int argc, char** argv)
 {
     //! [load]
-    ShelfApi api;
+    Shelf shelf;
+    ShelfApi api(shelf);
     oxil::LuaScript script(argc > 1 ? argv[1] : "inventory.lua");
-    script.setErrorHandler(printError);
     script.addLuaApi(&api);  // before load(): the file itself may use it
     if (script.load() != oxil::STATUS_SUCCESS) {
         return 1;
     }
-
-    std::string stock;
-    script.callMethod("stock", std::tie(stock));
-    std::printf("stock: %s\n", stock.c_str());
-
-    int total = 0;
-    script.callMethod("total", std::tie(total), "bolt", "nut");
-    std::printf("total %d\n", total);
+    std::printf("%s\n", script.call<std::string>("stock")->c_str());
     //! [load]
 
+    //! [call]
+    const auto total = script.call<int>("total", "bolt", "nut");
+    if (!total) {
+        std::fprintf(stderr, "%s\n%s\n", total.getMessage().c_str(), total.getTraceback().c_str());
+        return 1;
+    }
+    std::printf("total %d\n", *total);
+    //! [call]
+
+    const oxil::KeyValues nut = {{"name", "nut"}, {"count", shelf.count("nut")}};
+    std::printf("label: %s\n", script.call<std::string>("describe", nut)->c_str());
+
     // The script handles the error ...
-    std::string reason;
-    script.callMethod("explain", std::tie(reason), "washer");
-    std::printf("no washer: %s\n", reason.c_str());
+    std::printf("no washer: %s\n", script.call<std::string>("explain", "washer")->c_str());
 
     //! [exception]
     // ... or does not, and what was thrown behind it comes out here.
     try {
-        script.callMethod("total", std::tie(total), "gasket", "nut");
+        script.call<int>("total", "gasket", "nut");
     } catch (const std::invalid_argument& exception) {
         std::printf("and out of the script: %s\n", exception.what());
     }
     //! [exception]
-    return total == 52 ? 0 : 1;
+    return *total == 52 ? 0 : 1;
 }

@@ -33,6 +33,7 @@ enum Kept {
     RAISE,
     TABLE,
     OVERFLOW,
+    REQUEST,
     TRACEBACK
 };
 
@@ -76,13 +77,7 @@ int makeTextOf(lua_State* state)
 
 int getGlobal(lua_State* state)
 {
-    const char* name = toText(state, 1);
-    lua_pushstring(state, name);
-    pushKept(state, NAMES);
-    lua_pushvalue(state, -2);
-    lua_rawseti(state, -2, getNameSlot(name));  // which is there, and needs no memory
-    lua_pop(state, 1);
-    lua_gettable(state, LUA_GLOBALSINDEX);
+    getLuaGlobal(state, toText(state, 1));
     return 1;
 }
 
@@ -114,6 +109,13 @@ int registerTable(lua_State* state)
 int overflow(lua_State* state)
 {
     return luaL_error(state, "C stack overflow");
+}
+
+int runRequest(lua_State* state)
+{
+    luaL_checkstack(state, 40, "no room for values");
+    const auto* request = static_cast<const LuaRequest*>(lua_touserdata(state, 1));
+    return request->run(state, request->data);
 }
 
 /** Pushes the key with this name, if the table at an index has it. Asks for no memory. */
@@ -176,6 +178,7 @@ int prepare(lua_State* state)
     keepFunction(state, RAISE, makeRaise);
     keepFunction(state, TABLE, registerTable);
     keepFunction(state, OVERFLOW, overflow);
+    keepFunction(state, REQUEST, runRequest);
     luaL_openlibs(state);
     // The script may replace its own, or have none.
     lua_getglobal(state, "debug");
@@ -325,6 +328,22 @@ bool pushLuaTable(ProtectedCall& call, const char* name, const luaL_Reg* functio
         return false;
     }
     return true;
+}
+
+void pushLuaRequest(lua_State* state, const LuaRequest* request)
+{
+    pushKept(state, REQUEST);
+    pushPointer(state, request);
+}
+
+void getLuaGlobal(lua_State* state, const char* name)
+{
+    lua_pushstring(state, name);
+    pushKept(state, NAMES);
+    lua_pushvalue(state, -2);
+    lua_rawseti(state, -2, getNameSlot(name));  // which is there, and needs no memory
+    lua_pop(state, 1);
+    lua_gettable(state, LUA_GLOBALSINDEX);
 }
 
 void pushLuaErrorHandler(lua_State* state)

@@ -18,6 +18,20 @@ bool prepareLuaState(lua_State* state);
 /** What reserveLuaStack() does beyond the values that every function may push. */
 bool growLuaStack(ProtectedCall& call, int count);
 
+/** Puts the stack back to where it was, whatever happens. */
+class LuaStackTop {
+public:
+    explicit LuaStackTop(lua_State* state) noexcept : __state(state), __top(lua_gettop(state)) {}
+    ~LuaStackTop() { lua_settop(__state, __top); }
+
+    LuaStackTop(const LuaStackTop&) = delete;
+    LuaStackTop& operator=(const LuaStackTop&) = delete;
+
+private:
+    lua_State* __state;
+    int __top;
+};
+
 /** Whether there is room for values without asking for it: what every function may push. */
 inline bool hasLuaStack(lua_State* state, int count)
 {
@@ -56,6 +70,20 @@ bool makeLuaRaise(ProtectedCall& call);
 /** Registers functions in a global table and pushes that; false, with nothing pushed, if Lua
  *  fails: the name may be taken by something that is no table. */
 bool pushLuaTable(ProtectedCall& call, const char* name, const luaL_Reg* functions);
+
+/** What is to be done inside a protected call: it may raise a Lua error, and returns how many results
+ *  it has pushed, with room for 40. */
+struct LuaRequest {
+    int (*run)(lua_State* state, const void* data);
+    const void* data;
+};
+
+/** Pushes a function that does it, and its one argument, which has to be there for the call. Needs two
+ *  free places. */
+void pushLuaRequest(lua_State* state, const LuaRequest* request);
+
+/** Pushes a global, for a request: what fails there is raised. Its name is known from then on. */
+void getLuaGlobal(lua_State* state, const char* name);
 
 /** Pushes the message handler of ProtectedCall. Needs one free place, as the next one. */
 void pushLuaErrorHandler(lua_State* state);

@@ -123,15 +123,14 @@ bool pushGlobalTable(lua_State* state, const char* name, Changes& changes)
     return isMissing;
 }
 
-}  // namespace
-
-void registerLuaTable(lua_State* state, const char* name, const luaL_Reg* functions)
+/** Pushes the table that luaL_register() has for a name, and returns its place. What is missing is made,
+ *  and linked by the changes. */
+int pushRegisteredTable(lua_State* state, const char* name, Changes& changes, bool& isNew)
 {
-    Changes changes(state);
     lua_getfield(state, LUA_REGISTRYINDEX, "_LOADED");
     const int loaded = lua_gettop(state);
     lua_getfield(state, loaded, name);
-    bool isNew = false;
+    isNew = false;
     if (!lua_istable(state, -1)) {
         lua_pop(state, 1);
         isNew = pushGlobalTable(state, name, changes);
@@ -139,17 +138,51 @@ void registerLuaTable(lua_State* state, const char* name, const luaL_Reg* functi
         lua_pushvalue(state, -2);
         changes.add(loaded);
     }
-    const int table = lua_gettop(state);
+    return lua_gettop(state);
+}
+
+/** Sets the field of a table, by the changes unless it is new, and pops the key and the value. */
+void set(lua_State* state, int table, bool isNew, Changes& changes)
+{
+    if (isNew) {
+        lua_rawset(state, table);
+    } else {
+        changes.add(table);
+    }
+}
+
+}  // namespace
+
+void registerLuaTable(lua_State* state, const char* name, const luaL_Reg* functions)
+{
+    Changes changes(state);
+    bool isNew = false;
+    const int table = pushRegisteredTable(state, name, changes, isNew);
     for (; functions->name != nullptr; ++functions) {
         lua_pushstring(state, functions->name);
         lua_pushcfunction(state, functions->func);
-        if (isNew) {
-            lua_rawset(state, table);
-        } else {
-            changes.add(table);
-        }
+        set(state, table, isNew, changes);
     }
     changes.make();
+}
+
+void registerLuaFunction(lua_State* state, const char* table, const char* name)
+{
+    const int function = lua_gettop(state);
+    Changes changes(state);
+    bool isNew = false;
+    int place = 0;
+    if (table != nullptr) {
+        place = pushRegisteredTable(state, table, changes, isNew);
+    } else {
+        lua_pushvalue(state, LUA_GLOBALSINDEX);
+        place = lua_gettop(state);
+    }
+    lua_pushstring(state, name);
+    lua_pushvalue(state, function);
+    set(state, place, isNew, changes);
+    changes.make();
+    lua_settop(state, function - 1);
 }
 
 }  // namespace oxil::internal

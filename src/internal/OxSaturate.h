@@ -1,6 +1,6 @@
 #pragma once
 
-#include <cstdint>
+#include <limits>
 
 namespace oxil::internal {
 
@@ -9,15 +9,20 @@ namespace oxil::internal {
  *
  * ARM's instruction does so, where C++ leaves it undefined and other processors differ.
  */
-inline int saturate(double value)
+template <typename Integer = int>
+Integer saturate(double value)
 {
-    if (value >= INT32_MAX) {
-        return INT32_MAX;
+    using Limits = std::numeric_limits<Integer>;
+    constexpr double END =
+        2.0 * static_cast<double>(Limits::max() / 2 + 1);  // exact, max() may not be
+
+    if (value >= END) {
+        return Limits::max();
     }
-    if (value <= INT32_MIN) {
-        return INT32_MIN;
+    if (value <= static_cast<double>(Limits::min())) {
+        return Limits::min();
     }
-    return value == value ? static_cast<int>(value) : 0;
+    return value == value ? static_cast<Integer>(value) : 0;
 }
 
 }  // namespace oxil::internal

@@ -96,6 +96,49 @@ int count(Script& script, short few, unsigned int many)
            script.callMethod("f", std::tie());
 }
 
+#if BOUND_PARAMETERS_HAVE_LUA_TYPES
+int bind(LuaApi& api)
+{
+    return api.bind("f", [](long) {});
+}
+#endif
+
+#if BOUND_RESULTS_HAVE_LUA_TYPES
+int bind(LuaApi& api)
+{
+    return api.bind("f", [] { return 'c'; });
+}
+#endif
+
+#if BOUND_PARAMETERS_ARE_NOT_WRITTEN_TO
+int bind(LuaApi& api)
+{
+    return api.bind("f", [](std::string& text) { text.clear(); });
+}
+#endif
+
+#if TEXTS_OF_LUA_ARE_NOT_KEPT
+bool call(LuaScript& script)
+{
+    return bool(script.call<std::string_view>("f"));
+}
+#endif
+
+#if LISTS_HAVE_NO_GAPS
+bool call(LuaScript& script)
+{
+    return bool(script.call("f", std::vector<std::optional<int>>()));
+}
+#endif
+
+#if LISTS_HAVE_A_LIMIT_OF_DEPTH
+bool call(LuaScript& script)
+{
+    using Deep = std::vector<std::vector<std::vector<std::vector<int>>>>;
+    return script.call<Deep>("f") && script.call<std::vector<Deep>>("f");
+}
+#endif
+
 #if LOADED_DOCUMENT_IS_NOT_IGNORED
 void load(Xml& xml)
 {
