@@ -34,7 +34,6 @@ using namespace std::chrono_literals;
 using testing::AllOf;
 using testing::Each;
 using testing::ElementsAre;
-using testing::Field;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
@@ -43,16 +42,6 @@ using testing::StartsWith;
 static_assert(std::is_base_of_v<LuaApi, BaseLuaApi>);
 
 class BaseLuaApiTest : public BaseLuaApiFixture {};
-
-auto information(const std::string& message)
-{
-    return AllOf(Field("logId", &LogLine::logId, 0), Field("priority", &LogLine::priority, 4),
-                 Field("tag", &LogLine::tag, "OX"), Field("framed", &LogLine::framed, true),
-                 Field("file", &LogLine::file, "OxBaseLuaApi.cpp"),
-                 Field("function", &LogLine::function, "print"),
-                 Field("line", &LogLine::line, testing::Gt(0)),
-                 Field("message", &LogLine::message, message));
-}
 
 auto invalidHandle()
 {
@@ -195,7 +184,7 @@ TEST_F(BaseLuaApiTest, TopLevelCodeMayUseTheTables)
 {
     LogCapture log;
     const LoadedScript host("Log.print('loading')");
-    EXPECT_THAT(log.lines(), ElementsAre(information("loading")));
+    EXPECT_THAT(log.lines(), ElementsAre(Printed("loading")));
 }
 
 // ---- The definitions for editors ----------------------------------------------------------------
@@ -314,7 +303,7 @@ TEST_F(BaseLuaApiTest, PrintJoinsTextsAndNumbersWithSingleBlanks)
     for (const auto& [arguments, message] : cases) {
         LogCapture log;
         EXPECT_EQ(host.run("return Log.print(" + arguments + ")"), "") << arguments;
-        EXPECT_THAT(log.lines(), ElementsAre(information(message))) << arguments;
+        EXPECT_THAT(log.lines(), ElementsAre(Printed(message))) << arguments;
     }
 }
 
@@ -324,8 +313,7 @@ TEST_F(BaseLuaApiTest, PrintHasNoResultsAlsoForAnotherPrint)
     LogCapture log;
     EXPECT_EQ(host.run("return select('#', Log.print(1, 2, 3))"), "0");
     EXPECT_EQ(host.run("Log.print('outer', Log.print('inner'))"), "");
-    EXPECT_THAT(log.lines(),
-                ElementsAre(information("1 2 3"), information("inner"), information("outer")));
+    EXPECT_THAT(log.lines(), ElementsAre(Printed("1 2 3"), Printed("inner"), Printed("outer")));
 }
 
 TEST_F(BaseLuaApiTest, PrintLeavesItsArgumentsToTheScript)
@@ -337,7 +325,7 @@ TEST_F(BaseLuaApiTest, PrintLeavesItsArgumentsToTheScript)
         return type(number), number, type(text), text
     )"),
               "number, 7, string, 8");
-    EXPECT_THAT(log.lines(), ElementsAre(information("7 8")));
+    EXPECT_THAT(log.lines(), ElementsAre(Printed("7 8")));
 }
 
 TEST_F(BaseLuaApiTest, PrintTakesLongTexts)
@@ -346,7 +334,7 @@ TEST_F(BaseLuaApiTest, PrintTakesLongTexts)
     LogCapture log;
     EXPECT_EQ(host.run("local text = string.rep('x', 100000) Log.print(text, 'and', text)"), "");
     const std::string text(100000, 'x');
-    EXPECT_THAT(log.lines(), ElementsAre(information(text + " and " + text)));
+    EXPECT_THAT(log.lines(), ElementsAre(Printed(text + " and " + text)));
 }
 
 TEST_F(BaseLuaApiTest, PrintTakesAsManyArgumentsAsLuaDoes)
@@ -361,7 +349,7 @@ TEST_F(BaseLuaApiTest, PrintTakesAsManyArgumentsAsLuaDoes)
     for (int i = 2; i <= COUNT; ++i) {
         message += ' ' + std::to_string(i);
     }
-    EXPECT_THAT(log.lines(), ElementsAre(information(message)));
+    EXPECT_THAT(log.lines(), ElementsAre(Printed(message)));
 }
 
 TEST_F(BaseLuaApiTest, PrintWorksInACoroutine)
@@ -369,7 +357,7 @@ TEST_F(BaseLuaApiTest, PrintWorksInACoroutine)
     const Host host;
     LogCapture log;
     EXPECT_EQ(host.run("coroutine.wrap(function(...) Log.print('in', ...) end)('a', 1)"), "");
-    EXPECT_THAT(log.lines(), ElementsAre(information("in a 1")));
+    EXPECT_THAT(log.lines(), ElementsAre(Printed("in a 1")));
 }
 
 // ---- Handles ------------------------------------------------------------------------------------

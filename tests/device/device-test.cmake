@@ -6,26 +6,7 @@
 
 cmake_minimum_required(VERSION 3.25)
 
-function(run)
-  execute_process(COMMAND ${ARGV} COMMAND_ERROR_IS_FATAL ANY)
-endfunction()
-
-# lines(VARIABLE COMMAND...): the lines that a command prints
-function(lines variable)
-  execute_process(COMMAND ${ARGN} OUTPUT_VARIABLE output OUTPUT_STRIP_TRAILING_WHITESPACE
-    COMMAND_ERROR_IS_FATAL ANY)
-  string(REPLACE ";" "," output "${output}")
-  string(REPLACE "\n" ";" output "${output}")
-  set(${variable} "${output}" PARENT_SCOPE)
-endfunction()
-
-# dynamic_entries(VARIABLE LIBRARY TAG): values of the dynamic section's entries of this kind
-function(dynamic_entries variable library tag)
-  lines(entries ${CMAKE_COMMAND} -E env LC_ALL=C ${READELF} -d -W ${library})
-  list(FILTER entries INCLUDE REGEX "\\((${tag})\\).*\\[.*\\]$")
-  list(TRANSFORM entries REPLACE ".*\\[(.*)\\]$" "\\1")
-  set(${variable} "${entries}" PARENT_SCOPE)
-endfunction()
+include(${SOURCE}/tests/support/Commands.cmake)
 
 # symbols(VARIABLE LIBRARY TYPES OPTION): the dynamic symbols of these types, as name@version where
 # they have one
@@ -165,9 +146,9 @@ execute_process(COMMAND ${CMAKE_COMMAND} -G Ninja -S ${SOURCE}/tests/device/prog
   COMMAND_ERROR_IS_FATAL ANY)
 run(${CMAKE_COMMAND} --build ${WORK}/program)
 
-execute_process(COMMAND ${CMAKE_COMMAND} -E env
-    LD_LIBRARY_PATH=${WORK}/prefix/lib:${WORK}/platform/lib
-    ${EMULATOR} ${WORK}/program/device-program
+set(on_device ${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${WORK}/prefix/lib:${WORK}/platform/lib
+  ${EMULATOR})
+execute_process(COMMAND ${on_device} ${WORK}/program/device-program
   OUTPUT_VARIABLE output COMMAND_ERROR_IS_FATAL ANY)
 string(CONCAT expected
   "^dlog: 0 6 OX OxKeyValues[.]cpp: getKeyValue[(][0-9]+[)] > Invalid key [(]question[)]\n"
@@ -176,4 +157,11 @@ string(CONCAT expected
   "screen: 321 x 654\n$")
 if(NOT output MATCHES "${expected}")
   message(SEND_ERROR "the program printed:\n${output}")
+endif()
+
+# A test's capture stands before the platform's logger.
+execute_process(COMMAND ${on_device} ${WORK}/program/device-capture
+  OUTPUT_VARIABLE output COMMAND_ERROR_IS_FATAL ANY)
+if(NOT output STREQUAL "captured: Invalid key (question)\n")
+  message(SEND_ERROR "the capture printed:\n${output}")
 endif()

@@ -4,16 +4,28 @@
 # cmake -DBUILD=... -DSOURCE=... -DWORK=... -DCXX=... [-DFLAGS=...]
 #   [-DTOOLCHAIN=... -DSYSROOT=... -DEMULATOR=...] -P install-test.cmake
 
-function(run)
-  execute_process(COMMAND ${ARGV} COMMAND_ERROR_IS_FATAL ANY)
-endfunction()
+include(${SOURCE}/tests/support/Commands.cmake)
+
+set(installed ${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${WORK}/prefix/lib ${EMULATOR})
 
 function(run_consumer program)
-  execute_process(COMMAND ${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${WORK}/prefix/lib
-    ${EMULATOR} ${program}
+  execute_process(COMMAND ${installed} ${program}
     OUTPUT_VARIABLE output COMMAND_ERROR_IS_FATAL ANY)
   if(NOT output MATCHES "^answer = 42\ncaptured: OxKeyValues.cpp: getKeyValue.* > Invalid key .question.\n$")
     message(FATAL_ERROR "${program} printed:\n${output}")
+  endif()
+endfunction()
+
+function(run_capture program)
+  execute_process(COMMAND ${installed} ${program}
+    OUTPUT_VARIABLE output COMMAND_ERROR_IS_FATAL ANY)
+  if(NOT output STREQUAL "OxKeyValues.cpp: getKeyValue > Invalid key (question)\n")
+    message(FATAL_ERROR "${program} printed:\n${output}")
+  endif()
+  execute_process(COMMAND ${installed} ${program} unexpected
+    RESULT_VARIABLE r OUTPUT_VARIABLE output ERROR_VARIABLE errors)
+  if(r EQUAL 0 OR output OR NOT errors MATCHES "unexpected log line: .*Invalid key .question.")
+    message(FATAL_ERROR "${program} ended with ${r} and printed:\n${output}${errors}")
   endif()
 endfunction()
 
@@ -33,18 +45,25 @@ run(${CMAKE_COMMAND} -G Ninja -S ${consumer} -B ${WORK}/package
   -DCMAKE_PREFIX_PATH=${WORK}/prefix ${same_build})
 run(${CMAKE_COMMAND} --build ${WORK}/package)
 run_consumer(${WORK}/package/consumer)
+run_capture(${WORK}/package/capture)
 
 run(${CMAKE_COMMAND} -G Ninja -S ${consumer} -B ${WORK}/subdirectory
   -DOXIL_SOURCE_DIR=${SOURCE} ${same_build})
 run(${CMAKE_COMMAND} --build ${WORK}/subdirectory)
 run_consumer(${WORK}/subdirectory/consumer)
+run_capture(${WORK}/subdirectory/capture)
 
-# The package file has come to another place than the one that the tree was configured for.
-execute_process(
-  COMMAND ${CMAKE_COMMAND} -E env PKG_CONFIG_PATH=${WORK}/prefix/lib/pkgconfig
-    pkg-config --cflags --libs oxil
-  OUTPUT_VARIABLE flags OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
-separate_arguments(flags UNIX_COMMAND "${flags}")  # as a shell would
+# The package files have come to another place than the one that the tree was configured for.
 separate_arguments(own_flags UNIX_COMMAND "${FLAGS}")
-run(${CXX} -std=c++17 ${own_flags} ${consumer}/main.cpp ${flags} -o ${WORK}/plain)
+foreach(package IN ITEMS oxil oxil-testing)
+  execute_process(
+    COMMAND ${CMAKE_COMMAND} -E env PKG_CONFIG_PATH=${WORK}/prefix/lib/pkgconfig
+      pkg-config --cflags --libs ${package}
+    OUTPUT_VARIABLE flags OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+  separate_arguments(${package}_flags UNIX_COMMAND "${flags}")  # as a shell would
+endforeach()
+run(${CXX} -std=c++17 ${own_flags} ${consumer}/main.cpp ${oxil_flags} -o ${WORK}/plain)
 run_consumer(${WORK}/plain)
+run(${CXX} -std=c++17 ${own_flags} ${consumer}/capture.cpp ${oxil-testing_flags}
+  -o ${WORK}/plain-capture)
+run_capture(${WORK}/plain-capture)

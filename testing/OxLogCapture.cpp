@@ -1,12 +1,13 @@
-#include "LogCapture.h"
-
-#include <gtest/gtest.h>
+#include "OxLogCapture.h"
 
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
+#include <iostream>
 #include <mutex>
 #include <string_view>
+#include <utility>
 
 #include "OxPlatform.h"
 
@@ -17,6 +18,7 @@ constexpr std::string_view FRAME = "%s: %s(%d) > ";
 
 std::mutex mutex;
 LogCapture* innermost = nullptr;
+LogCapture::UnexpectedLine told = nullptr;
 
 [[gnu::format(printf, 1, 0)]] std::string formatted(const char* format, va_list arguments)
 {
@@ -33,11 +35,11 @@ LogCapture* innermost = nullptr;
 
 }  // namespace
 
-void PrintTo(const LogLine& line, std::ostream* stream)
+std::ostream& operator<<(std::ostream& stream, const LogLine& line)
 {
-    *stream << "[log " << line.logId << ", priority " << line.priority << ", tag " << line.tag
-            << (line.framed ? "" : ", without frame") << "] " << line.file << ": " << line.function
-            << "(" << line.line << ") > " << line.message;
+    return stream << "[log " << line.logId << ", priority " << line.priority << ", tag " << line.tag
+                  << (line.framed ? "" : ", without frame") << "] " << line.file << ": "
+                  << line.function << "(" << line.line << ") > " << line.message;
 }
 
 LogCapture::LogCapture() : LogCapture(SIZE_MAX) {}
@@ -55,31 +57,29 @@ LogCapture::~LogCapture()
     innermost = __outer;
 }
 
-void LogCapture::add(const LogLine& line)
+LogCapture::UnexpectedLine LogCapture::onUnexpected(UnexpectedLine function)
 {
-    ++__count;
-    if (__lines.size() < __most) {
-        __lines.push_back(line);
+    const std::lock_guard<std::mutex> lock(mutex);
+    return std::exchange(told, function);
+}
+
+void LogCapture::__add(const LogLine& line)
+{
+    std::unique_lock<std::mutex> lock(mutex);
+    if (innermost != nullptr) {
+        ++innermost->__count;
+        if (innermost->__lines.size() < innermost->__most) {
+            innermost->__lines.push_back(line);
+        }
+        return;
     }
-}
-
-testing::Matcher<const LogLine&> Logged(const std::string& function, const std::string& message)
-{
-    return testing::AllOf(
-        testing::Field("logId", &LogLine::logId, 0),
-        testing::Field("priority", &LogLine::priority, 6),
-        testing::Field("tag", &LogLine::tag, "OX"),
-        testing::Field("framed", &LogLine::framed, true),
-        testing::Field("file", &LogLine::file, testing::MatchesRegex("Ox[A-Za-z]+[.](cpp|h)")),
-        testing::Field("line", &LogLine::line, testing::Gt(0)),
-        testing::Field("function", &LogLine::function, function),
-        testing::Field("message", &LogLine::message, message));
-}
-
-testing::Matcher<const LogLine&> LoggedIn(const std::string& file, const std::string& function,
-                                          const std::string& message)
-{
-    return testing::AllOf(Logged(function, message), testing::Field("file", &LogLine::file, file));
+    const UnexpectedLine function = told;
+    lock.unlock();  // the function may log, too
+    if (function == nullptr) {
+        std::cerr << "unexpected log line: " << line << std::endl;
+        std::abort();
+    }
+    function(line);
 }
 
 }  // namespace oxil::test
@@ -93,7 +93,7 @@ testing::Matcher<const LogLine&> LoggedIn(const std::string& file, const std::st
     LogLine line;
     line.logId = logId;
     line.priority = priority;
-    line.tag = tag;
+    line.tag = tag == nullptr ? "(null)" : tag;
     line.framed = std::string_view(format).substr(0, FRAME.size()) == FRAME;
 
     va_list arguments;
@@ -107,11 +107,6 @@ testing::Matcher<const LogLine&> LoggedIn(const std::string& file, const std::st
     line.message = formatted(format, arguments);
     va_end(arguments);
 
-    const std::lock_guard<std::mutex> lock(mutex);
-    if (innermost != nullptr) {
-        innermost->add(line);
-    } else {
-        ADD_FAILURE() << "unexpected log line: " << testing::PrintToString(line);
-    }
+    LogCapture::__add(line);
     return 0;
 }
