@@ -41,6 +41,9 @@ std::ostream& operator<<(std::ostream& stream, const LogLine& line);
  * @par Threads
  * Lines may come from any thread. A capture is made and destroyed on one thread, and read when no
  * other thread logs.
+ *
+ * @par Example
+ * @snippet application/nightlight_test.cpp capture
  */
 class LogCapture {
 public:

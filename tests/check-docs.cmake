@@ -45,7 +45,9 @@ set(count 0)
 foreach(document IN LISTS documents)
   file(READ ${document} text)
   while(TRUE)
-    string(REGEX MATCH "\n(<!-- quotes ([^ \n]+)( ([^ \n]+))? -->\n)?```(cpp|lua|text|xml)\n" opening "${text}")
+    string(REGEX MATCH
+      "\n(<!-- quotes ([^ \n]+)( ([^ \n]+))? -->\n)?```(cpp|lua|text|xml|cmake|meson|ini)\n"
+      opening "${text}")
     if(opening STREQUAL "")
       break()
     endif()
