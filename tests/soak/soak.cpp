@@ -405,7 +405,7 @@ Work leakBytes()
     return [](int rounds) {
         static void* volatile lost = nullptr;
         for (int i = 0; i < rounds; ++i) {
-            lost = std::malloc(sizeof(int));
+            lost = std::malloc(16);
         }
         static_cast<void>(lost);
     };
