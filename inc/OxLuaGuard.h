@@ -29,7 +29,7 @@ namespace oxil {
 class OXIL_API LuaGuard {
 public:
     /** @param state  the state that the native function was called with */
-    explicit LuaGuard(lua_State* state) noexcept : __state(state), __reason() {}
+    explicit LuaGuard(lua_State* state) noexcept : __state(state) {}
 
     /**
      * Calls a function that may throw.
@@ -59,7 +59,7 @@ private:
     void __keep(const char* reason) noexcept;
 
     lua_State* __state;
-    char __reason[256];
+    char __reason[256];  // if the function threw
 };
 
 static_assert(std::is_trivially_destructible_v<LuaGuard>, "a Lua error may leave it behind");

@@ -142,6 +142,9 @@ inline constexpr bool IS_PLAIN_IN_LUA = LuaShapeOf<T>::SHAPE.lists == 0 &&
  * | `std::vector` of any of them, or of lists      | table with the items at 1, 2, 3 ...            |
  * | `std::optional` of any of them                 | what it holds, or nil                          |
  *
+ * No `long`, which differs from machine to machine; so does `std::int64_t`, which is one on many hosts
+ * and a `long long` on the device.
+ *
  * Where a number is wanted, a string that reads as one will do, and a number where a string is, as
  * everywhere in Lua. Nothing else becomes something else: a boolean is neither nil nor a number.
  *

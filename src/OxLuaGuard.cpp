@@ -20,6 +20,7 @@ int LuaGuard::raise()
 void LuaGuard::__keep(const char* reason) noexcept
 {
     std::strncpy(__reason, reason, sizeof __reason - 1);
+    __reason[sizeof __reason - 1] = '\0';
     internal::ProtectedCall::keep();
 }
 

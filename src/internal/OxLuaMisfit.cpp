@@ -37,14 +37,13 @@ bool isList(lua_State* state, int table, std::size_t size)
 bool LuaMisfit::check(lua_State* state, int index, LuaShape shape) noexcept
 {
     const int type = lua_type(state, index);
-    const char* got = lua_typename(state, type);
     const bool isTable = shape.lists > 0 || shape.type == LuaType::RECORD;
     if (type <= LUA_TNIL && (shape.isOptional || (shape.type == LuaType::VALUE && !isTable))) {
         return true;
     }
     if (isTable) {
         if (type != LUA_TTABLE) {
-            return __refuse("table", got);
+            return __refuse("table", lua_typename(state, type));
         }
         const int table = index > 0 ? index : lua_gettop(state) + index + 1;
         if (shape.lists == 0) {
@@ -55,15 +54,17 @@ bool LuaMisfit::check(lua_State* state, int index, LuaShape shape) noexcept
     }
     switch (shape.type) {
         case LuaType::BOOL:
-            return type == LUA_TBOOLEAN || __refuse("boolean", got);
+            return type == LUA_TBOOLEAN || __refuse("boolean", lua_typename(state, type));
         case LuaType::TEXT:
         case LuaType::VIEW:
         case LuaType::C_TEXT:
-            return type == LUA_TSTRING || type == LUA_TNUMBER || __refuse("string", got);
+            return type == LUA_TSTRING || type == LUA_TNUMBER ||
+                   __refuse("string", lua_typename(state, type));
         case LuaType::VALUE:
-            return isValue(type) || __refuse(VALUE, got);
+            return isValue(type) || __refuse(VALUE, lua_typename(state, type));
         default:
-            return lua_isnumber(state, index) != 0 || __refuse("number", got);
+            return type == LUA_TNUMBER || lua_isnumber(state, index) != 0 ||
+                   __refuse("number", lua_typename(state, type));
     }
 }
 
