@@ -47,7 +47,7 @@ class OXIL_API LuaLimits : public LuaApi {
 public:
     /**
      * @param instructions  how many instructions of Lua's virtual machine load() and each
-     *                      callMethod(), also by a timer, may take, counted in thousands. 64 bytes
+     *                      call of a function, also by a timer, may take, counted in thousands. 64 bytes
      *                      of memory asked for count as one. Beyond them every instruction raises
      *                      "instruction limit reached", so that no script handles the error for
      *                      long. The next call has all of them again.

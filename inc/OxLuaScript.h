@@ -30,7 +30,8 @@ class LuaApi;
  * message on the Lua stack in place of the results. A typed call reads that message, or what it
  * converts to, as its last result. Without results nothing ever removes it. Results asked for with
  * callMethod(name, count) stay on the stack as well: take them from getLuaState(), or use the typed
- * call. An application that wants to know sets an error handler:
+ * call. An application that wants to know uses call(), which gives an answer, and for what timers call
+ * sets an error handler:
  * @snippet countdown/main.cpp errors
  *
  * Before load(), and after a failed one, every call returns STATUS_INVALID_STATE after logging
@@ -148,7 +149,8 @@ public:
      * @throws  what a native function threw, as callMethod() does
      */
     template <typename... Results, typename... Params>
-    LuaAnswer<Results...> call(const std::string& functionName, const Params&... params)
+    [[nodiscard]] LuaAnswer<Results...> call(const std::string& functionName,
+                                             const Params&... params)
     {
         using Parameters = std::tuple<const Params&...>;
         using Values = std::tuple<Results...>;

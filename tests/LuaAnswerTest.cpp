@@ -183,6 +183,7 @@ TEST_F(LuaAnswerTest, AMissingFunctionIsNotFound)
 
     EXPECT_EQ(answer.getStatus(), STATUS_NOT_FOUND);
     EXPECT_EQ(answer.getMessage(), "attempt to call global 'missing' (a nil value)");
+    EXPECT_EQ(answer.getTraceback(), "");
     EXPECT_EQ(*answer, "");
     EXPECT_EQ(script.call("").getStatus(), STATUS_NOT_FOUND);
     EXPECT_EQ(script.call("stock").getStatus(), STATUS_FAILURE);
@@ -235,7 +236,7 @@ TEST_F(LuaAnswerTest, WhatANativeFunctionThrewComesOut)
 {
     api.body = [](lua_State*, const std::string& text) { throw std::out_of_range(text); };
 
-    EXPECT_THROW(script.call<int>("run", "too far"), std::out_of_range);
+    EXPECT_THROW(static_cast<void>(script.call<int>("run", "too far")), std::out_of_range);
     EXPECT_FALSE(script.call("fail", "too far")) << "but only for its own error";
 }
 
@@ -354,7 +355,7 @@ TEST_F(LuaAnswerTest, CallsThrowWhereverTheProcesssMemoryEnds)
         {
             const AllocationFailure failure(Allocation::ThrowingNew, nth);
             try {
-                turn(other.script);
+                static_cast<void>(turn(other.script));
             } catch (const std::bad_alloc&) {
                 thrown = true;
             }

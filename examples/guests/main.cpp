@@ -30,10 +30,9 @@ std::string ask(const std::string& path)
     if (script.load() != oxil::STATUS_SUCCESS) {
         return "refused";
     }
-    std::string answer;
-    script.callMethod("answer", std::tie(answer));
+    const auto answer = script.call<std::string>("answer");
+    return answer ? *answer : answer.getMessage();
     //! [limits]
-    return answer;
 }
 
 }  // namespace

@@ -7,11 +7,14 @@
 //   refresh: no such handle
 //   all is stopped
 
+#include <chrono>
 #include <cstdio>
 #include <stdexcept>
 #include <string>
 
 #include <Oxil.h>
+
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -23,16 +26,7 @@ void printError(const std::string& function, const std::string& message,
 
 bool ticks(oxil::LuaScript& script)
 {
-    int count = 0;
-    script.callMethod("getTicks", std::tie(count));
-    return count > 0;
-}
-
-bool stop(oxil::LuaScript& script)
-{
-    bool stopped = false;
-    script.callMethod("stop", std::tie(stopped));
-    return stopped;
+    return *script.call<int>("getTicks") > 0;
 }
 
 }  // namespace
@@ -48,16 +42,16 @@ int main(int argc, char** argv)
         return 1;
     }
     oxil::WaitingLoop loop;
-    loop.run(1, [&] { return ticks(left) && ticks(right); });
+    loop.run(1ms, [&] { return ticks(left) && ticks(right); });
     std::printf("both tick\n");
 
     //! [timer]
     // A callback must not throw, but a call of a script may: a handle past the end comes out of it
     // as an exception. Out of the callback it would end the process.
     oxil::Timer timer;
-    timer.start(1, [&] {
+    timer.start(1ms, [&] {
         try {
-            left.callMethod("refresh", std::tie());
+            left.callMethod("refresh");
         } catch (const std::out_of_range&) {
             std::printf("refresh: no such handle\n");
         }
@@ -67,7 +61,7 @@ int main(int argc, char** argv)
     //! [timer]
 
     // The script that was loaded last stops first.
-    if (stop(right) && stop(left)) {
+    if (*right.call<bool>("stop") && *left.call<bool>("stop")) {
         std::printf("all is stopped\n");
     }
 }

@@ -132,7 +132,7 @@ int main(int argc, char** argv)
     //! [exception]
     // ... or does not, and what was thrown behind it comes out here.
     try {
-        script.call<int>("total", "gasket", "nut");
+        std::printf("total %d\n", *script.call<int>("total", "gasket", "nut"));
     } catch (const std::invalid_argument& exception) {
         std::printf("and out of the script: %s\n", exception.what());
     }

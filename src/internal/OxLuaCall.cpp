@@ -62,8 +62,12 @@ void callLua(lua_State* state, const LuaCall& wanted, LuaOutcome& outcome)
     }
     if (status != 0) {
         call.rethrowIfKept();
-        outcome.status = isFound ? STATUS_FAILURE : STATUS_NOT_FOUND;
+        outcome.status = STATUS_FAILURE;
         outcome.message = getLuaMessage(call);
+        if (!isFound) {
+            outcome.status = STATUS_NOT_FOUND;
+            outcome.traceback.clear();  // which is not of the script
+        }
         return;
     }
     if (call.isAbandoned()) {
