@@ -7,10 +7,13 @@
 //   lift-off
 //   3 ticks, then lift-off
 
+#include <chrono>
 #include <cstdio>
 #include <string>
 
 #include <Oxil.h>
+
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -32,7 +35,7 @@ int main(int argc, char** argv)
     oxil::Timer timer;
     int left = 3;
     timer.start(
-        10,
+        10ms,
         [&] {
             std::printf("%d\n", left);
             if (--left == 0) {
@@ -47,7 +50,7 @@ int main(int argc, char** argv)
     //! [wait]
     // Asks every 10 milliseconds; the third answer ends the run.
     int questions = 0;
-    loop.run(10, [&] { return ++questions == 3; });
+    loop.run(10ms, [&] { return ++questions == 3; });
     //! [wait]
     std::printf("lift-off\n");
 

@@ -59,10 +59,10 @@ bool send(int pipe, const oxil::SerializedData& message)
 
 int runWriter(int pipe)
 {
-    oxil::KeyValues lamp;
-    lamp.add("brightness", 80);
-    lamp.add("on", true);
-    lamp.add("name", oxil::Serializer::cutText("hall lamp"));  // no more than what arrives
+    const oxil::KeyValues lamp = {
+        {"brightness", 80},
+        {"on", true},
+        {"name", oxil::Serializer::cutText("hall lamp")}};  // no more than what arrives
 
     // A text that is too long would spoil what follows it: better to see it here.
     std::string culprit;
@@ -126,9 +126,9 @@ int runReader(int pipe)
         return 1;
     }
     std::printf("reader: record with %d entries\n", lamp.getCount());
-    for (const oxil::KeyValue& entry : lamp.getKeyValues()) {
-        std::printf("reader:   %s = %s (%s)\n", entry.getKey().c_str(),
-                    entry.getValue().toString().c_str(), entry.getValue().getTypeName().c_str());
+    for (const auto& [key, value] : lamp) {
+        std::printf("reader:   %s = %s (%s)\n", key.c_str(), value.toString().c_str(),
+                    value.getTypeName().c_str());
     }
 
     Message next;

@@ -3,15 +3,12 @@
 
 int main()
 {
-    oxil::KeyValues lamp;
-    lamp.add("name", "hall lamp");
-    lamp.add("brightness", 80);
+    const oxil::KeyValues lamp = {{"name", "hall lamp"}, {"brightness", 80}};
 
     oxil::SerializedData message;  // a description and a data area, ready to be sent
     oxil::Serializer::serialize(lamp, message);
 
     oxil::KeyValues received;  // what the other side makes of it
     oxil::Serializer::deserialize(message, received);
-    std::printf("%s: %d\n", received.getValue("name").toString().c_str(),
-                received.getValue("brightness").toInt());
+    std::printf("%s: %d\n", received.get("name", "?").c_str(), received.get("brightness", 0));
 }

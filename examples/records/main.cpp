@@ -11,11 +11,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
 #include <string>
 #include <vector>
 
 #include <Oxil.h>
+
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -23,10 +26,7 @@ namespace {
 // Answers calls until the other end is closed.
 int runLamp(int socket)
 {
-    oxil::KeyValues lamp;
-    lamp.add("name", "hall lamp");
-    lamp.add("brightness", 80);
-    lamp.add("on", true);
+    oxil::KeyValues lamp = {{"name", "hall lamp"}, {"brightness", 80}, {"on", true}};
 
     oxil::WaitingLoop loop;
     oxil::Channel channel;
@@ -38,7 +38,7 @@ int runLamp(int socket)
             loop.quit();
         } else if (method == "setBrightness" && params.size() == 1) {
             std::printf("lamp: setBrightness(%d)\n", params[0].toInt());
-            lamp.update("brightness", params[0]);
+            lamp.set("brightness", params[0]);
             channel.send({"onBrightness", params});  // whoever listens
         } else if (method == "get") {
             channel.answer(call.getContextId(), lamp);
@@ -73,14 +73,13 @@ int runPanel(int socket)
 
     // The answer comes within a second, or the function learns that it didn't.
     int result = 1;
-    channel.request({"get", {}}, 1000, [&](int status, const oxil::SerializedData& answer) {
+    channel.request({"get", {}}, 1s, [&](int status, const oxil::SerializedData& answer) {
         oxil::KeyValues lamp;
         if (status == oxil::STATUS_SUCCESS &&
             oxil::Serializer::deserialize(answer, lamp) == oxil::STATUS_SUCCESS) {
-            for (const oxil::KeyValue& entry : lamp.getKeyValues()) {
-                std::printf("panel: %s = %s (%s)\n", entry.getKey().c_str(),
-                            entry.getValue().toString().c_str(),
-                            entry.getValue().getTypeName().c_str());
+            for (const auto& [key, value] : lamp) {
+                std::printf("panel: %s = %s (%s)\n", key.c_str(), value.toString().c_str(),
+                            value.getTypeName().c_str());
             }
             result = 0;
         }
