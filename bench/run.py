@@ -237,8 +237,11 @@ def read_goals():
 # ---- The page ------------------------------------------------------------------------------------
 
 
+TEXT_COLUMNS = ("goal", "peers' ratios")  # beside the first
+
+
 def table(header, rows):
-    align = ["---"] + ["---:"] * (len(header) - 1)
+    align = ["---"] + ["---" if title in TEXT_COLUMNS else "---:" for title in header[1:]]
     return ["| " + " | ".join(row) + " |" for row in [header, align, *rows]] + [""]
 
 
