@@ -1,5 +1,5 @@
-# No code in the manual that is not compiled and run: README.md and the pages of doc/ quote the
-# examples, each quotation after a comment that names the file and, if it is not all of it, the region:
+# No code in the manual that is not compiled and run: its pages quote the examples, each quotation after
+# a comment that names the file and, if it is not all of it, the region:
 #
 #     <!-- quotes examples/countdown/main.cpp wait -->
 #
@@ -40,7 +40,7 @@ function(get_quoted result file region)
   set(${result} "${code}" PARENT_SCOPE)
 endfunction()
 
-file(GLOB documents ${SOURCE}/README.md ${SOURCE}/SECURITY.md ${SOURCE}/doc/*.md)
+file(GLOB documents ${SOURCE}/*.md ${SOURCE}/bench/*.md ${SOURCE}/doc/*.md ${SOURCE}/tests/data/*.md)
 set(count 0)
 foreach(document IN LISTS documents)
   file(READ ${document} text)
