@@ -581,9 +581,9 @@ inline bool operator==(const Variant& left, const Variant& right) noexcept
         case VARIANT_TYPE_BOOL:
             return left.__number.asBool == right.__number.asBool;
         case VARIANT_TYPE_STRING:
-            return left.__text == right.__text;
+            break;
     }
-    return false;
+    return left.__text == right.__text;
 }
 
 /** The negation of `operator==`. */

@@ -35,12 +35,11 @@ int Payload::encode(std::string& message) const
             return WireEncoder::encode(*static_cast<const Records*>(__subject), message,
                                        REPEATABLE);
         case Kind::CALL:
-            return encodePacked(message, [&](SerializedData& data) {
-                return Serializer::serialize(*static_cast<const std::string*>(__subject), *__params,
-                                             data);
-            });
+            break;
     }
-    return STATUS_INVALID_PARAMETER;
+    return encodePacked(message, [&](SerializedData& data) {
+        return Serializer::serialize(*static_cast<const std::string*>(__subject), *__params, data);
+    });
 }
 
 }  // namespace oxil

@@ -217,8 +217,8 @@ int decode(WireReader& input, SerializedData& data, const WireLimits& limits)
     }
 
     long long needed = 0;
-    const int r = internal::validate(info, INT_MAX, {limits.values, limits.memory},
-                                     limits.unknownKinds, needed);
+    const DecodingLimits bounds = {limits.values, limits.memory};
+    const int r = internal::validate(info, INT_MAX, bounds, limits.unknownKinds, needed);
     if (r != STATUS_SUCCESS) {
         return r;
     }
