@@ -37,16 +37,15 @@ public:
 
     void close()
     {
-        std::deque<Function> left;
         {
             const std::lock_guard<std::mutex> lock(__mutex);
             __isOpen = false;
-            left.swap(__functions);
         }
         g_source_destroy(__source);
-        // Each may own whatever there is, so nothing is locked.
-        while (!left.empty()) {
-            left.pop_front();
+        // Nobody adds to them any more. Each may own whatever there is, so nothing is locked.
+        while (!__functions.empty()) {
+            const Function first = std::move(__functions.front());
+            __functions.pop_front();
         }
     }
 

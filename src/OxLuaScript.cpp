@@ -345,13 +345,21 @@ int LuaScript::onMethodCalled(const std::string& methodName)
     if (!internal::reserveLuaStack(call, std::max(returnCount, 1))) {
         return abandon(state, parameterCount);
     }
-    const ErrorHandler handler = getErrorHandler(this);
+    ErrorHandler handler;
+    std::string name;  // calls inside use the member that the argument may be
+    try {
+        handler = getErrorHandler(this);
+        if (handler != nullptr) {
+            name = methodName;
+        }
+    } catch (...) {
+        abandon(state, parameterCount);
+        throw;
+    }
     std::string traceback;
     if (handler != nullptr) {
         call.traceErrors(traceback);
     }
-    // Calls inside use the member that this may be.
-    const std::string name = handler != nullptr ? methodName : std::string();
     if (call.run(parameterCount, returnCount) != 0) {
         // The message stays where the results would be, and nobody else is told.
         if (handler != nullptr) {
@@ -474,10 +482,12 @@ int LuaScript::__loadLuaApi()
         return STATUS_INVALID_STATE;
     }
     int r = __baseApi->load(this);
+    // GCOVR_EXCL_START: the tables of a BaseLuaApi count as loaded whatever happens.
     if (r != STATUS_SUCCESS) {
         OX_ERROR("Invalid state. (%d)", r);
         return r;
     }
+    // GCOVR_EXCL_STOP
     const Watch watch(*this);
     for (std::size_t i = 0; watch.isIntact() && i < __luaApis.size(); ++i) {  // which may add more
         LuaApi* api = __luaApis[i];

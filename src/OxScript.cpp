@@ -166,11 +166,19 @@ int Script::callMethod(const std::string& methodName, std::initializer_list<Para
 
     int read = 0;
     onReturnValueEvaluateBegin();
-    for (const Result& result : results) {
-        read = resume() ? result.getFrom(*this) : STATUS_INVALID_STATE;
-        if (read != 0) {
-            break;
+    try {
+        for (const Result& result : results) {
+            read = resume() ? result.getFrom(*this) : STATUS_INVALID_STATE;
+            if (read != 0) {
+                break;
+            }
         }
+    } catch (...) {
+        // A text that there is no memory for: the results are taken back all the same.
+        if (watch.isIntact()) {
+            onReturnValueEvaluateEnd();
+        }
+        throw;
     }
     if (resume()) {
         onReturnValueEvaluateEnd();

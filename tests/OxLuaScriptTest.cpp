@@ -620,7 +620,7 @@ bool useRegistryWithoutMemory(Allocation missing)
 
     // It is not tried again: scripts run, and are not found.
     log.clear();
-    const ScriptFile file("answer = 42");
+    const ScriptFile file("timer = Timer.start(3600000, 'tick', false)");
     LuaScript script(file.path());
     return script.load() == STATUS_SUCCESS &&
            LuaScript::getLuaScript(script.getLuaState()) == nullptr &&
@@ -634,7 +634,7 @@ TEST(LuaScriptDeathTest, NoMemoryForTheRegistryLeavesNoneForTheWholeProcess)
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     // The registry itself, and the buckets in it.
     for (const Allocation missing : {Allocation::NothrowNew, Allocation::ThrowingNew}) {
-        EXPECT_EXIT(std::_Exit(useRegistryWithoutMemory(missing) ? 0 : 1),
+        EXPECT_EXIT(std::exit(useRegistryWithoutMemory(missing) ? 0 : 1),
                     testing::ExitedWithCode(0), "");
     }
     GTEST_FLAG_SET(death_test_style, style);

@@ -1,17 +1,23 @@
 #include "AllocationFailure.h"
 
+#include <dlfcn.h>
 #include <malloc.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <new>
 
 extern "C" void* __libc_malloc(std::size_t size);
+extern "C" void* __libc_calloc(std::size_t count, std::size_t size);
+extern "C" void* __libc_realloc(void* memory, std::size_t size);
 
 // Present under the address sanitizer, whose free() takes only what its own malloc() gave.
 extern "C" __attribute__((weak)) void* __interceptor_malloc(std::size_t size);
+extern "C" __attribute__((weak)) void* __interceptor_calloc(std::size_t count, std::size_t size);
+extern "C" __attribute__((weak)) void* __interceptor_realloc(void* memory, std::size_t size);
 
 namespace oxil::test {
 namespace {
@@ -24,6 +30,8 @@ thread_local bool dirty = false;
 thread_local bool metering = false;
 thread_local long long heldBytes = 0;
 thread_local long long peakBytes = 0;
+thread_local BlockCount* blocks = nullptr;
+thread_local int pauses = 0;
 
 /** What a block really takes. */
 long long sizeOf(void* memory)
@@ -31,13 +39,50 @@ long long sizeOf(void* memory)
     return static_cast<long long>(malloc_usable_size(memory) + sizeof(std::size_t));
 }
 
-// Not instrumented: the address sanitizer's own start calls malloc() and free(), before there is
-// shadow memory.
-__attribute__((no_sanitize("address"))) void* allocate(Allocation kind, std::size_t size) noexcept
+/** Whether this is in GLib. */
+bool isInGlib(const void* place)
+{
+    Dl_info info;
+    return dladdr(place, &info) != 0 && std::strstr(info.dli_fname, "/libglib-2.0") != nullptr;
+}
+
+// What follows is not instrumented: the address sanitizer's own start calls malloc() and free(),
+// before there is shadow memory.
+#define NOT_INSTRUMENTED __attribute__((no_sanitize("address")))
+
+/** Counts a request; whether it is the one to fail. */
+NOT_INSTRUMENTED bool isRefused(Allocation kind, const void* caller) noexcept
 {
     ++count;
-    if (remaining > 0 && kind == failing && --remaining == 0) {
-        failed = true;
+    const bool counts = remaining > 0 && pauses == 0 &&
+                        (kind == failing || (failing == Allocation::Any && !isInGlib(caller)));
+    if (!counts || --remaining > 0) {
+        return false;
+    }
+    failed = true;
+    errno = ENOMEM;
+    return true;
+}
+
+/** Counts what was granted; null, too. */
+NOT_INSTRUMENTED void* granted(void* memory, const void* caller) noexcept
+{
+    if (memory != nullptr) {
+        if (metering) {
+            heldBytes += sizeOf(memory);
+            peakBytes = std::max(peakBytes, heldBytes);
+        }
+        if (blocks != nullptr && pauses == 0 && !isInGlib(caller)) {
+            const AllocationPause pause;
+            blocks->add(memory, caller);
+        }
+    }
+    return memory;
+}
+
+NOT_INSTRUMENTED void* allocate(Allocation kind, std::size_t size, const void* caller) noexcept
+{
+    if (isRefused(kind, caller)) {
         return nullptr;
     }
     void* memory =
@@ -45,11 +90,49 @@ __attribute__((no_sanitize("address"))) void* allocate(Allocation kind, std::siz
     if (dirty && memory != nullptr) {
         std::memset(memory, 0xA5, size);
     }
-    if (metering && memory != nullptr) {
-        heldBytes += sizeOf(memory);
+    return granted(memory, caller);
+}
+
+NOT_INSTRUMENTED void* allocateZeros(std::size_t number, std::size_t size,
+                                     const void* caller) noexcept
+{
+    if (isRefused(Allocation::Calloc, caller)) {
+        return nullptr;
+    }
+    return granted(__interceptor_calloc != nullptr ? __interceptor_calloc(number, size)
+                                                   : __libc_calloc(number, size),
+                   caller);
+}
+
+NOT_INSTRUMENTED void* reallocate(void* memory, std::size_t size, const void* caller) noexcept
+{
+    const bool grows = memory == nullptr || size > malloc_usable_size(memory);
+    if (grows && isRefused(Allocation::Realloc, caller)) {
+        return nullptr;
+    }
+    const long long sizeBefore = memory != nullptr ? sizeOf(memory) : 0;
+    const void* owner = nullptr;
+    if (memory != nullptr && blocks != nullptr && pauses == 0) {
+        const AllocationPause pause;
+        owner = blocks->getCaller(memory);
+    }
+    void* place = __interceptor_realloc != nullptr ? __interceptor_realloc(memory, size)
+                                                   : __libc_realloc(memory, size);
+    if (memory == nullptr) {
+        return granted(place, caller);
+    }
+    if (metering && (place != nullptr || size == 0)) {
+        heldBytes += (place != nullptr ? sizeOf(place) : 0) - sizeBefore;
         peakBytes = std::max(peakBytes, heldBytes);
     }
-    return memory;
+    if (owner != nullptr && (place != nullptr || size == 0)) {
+        const AllocationPause pause;
+        blocks->remove(memory);
+        if (place != nullptr) {
+            blocks->add(place, owner);
+        }
+    }
+    return place;
 }
 
 }  // namespace
@@ -103,11 +186,58 @@ long long AllocationMeter::peak() const
     return peakBytes;
 }
 
-// Not instrumented either.
-__attribute__((no_sanitize("address"))) void countRelease(void* memory)
+BlockCount::BlockCount()
 {
-    if (metering && memory != nullptr) {
+    blocks = this;
+}
+
+BlockCount::~BlockCount()
+{
+    blocks = nullptr;
+}
+
+std::string BlockCount::describe() const
+{
+    const AllocationPause pause;
+    std::string text;
+    for (const auto& [block, caller] : __blocks) {
+        Dl_info info = {};
+        dladdr(caller, &info);
+        text += info.dli_fname != nullptr ? info.dli_fname : "?";
+        text += ": ";
+        text += info.dli_sname != nullptr ? info.dli_sname : "?";
+        text += '\n';
+    }
+    return text;
+}
+
+const void* BlockCount::getCaller(const void* block) const
+{
+    const auto place = __blocks.find(block);
+    return place != __blocks.end() ? place->second : nullptr;
+}
+
+AllocationPause::AllocationPause()
+{
+    ++pauses;
+}
+
+AllocationPause::~AllocationPause()
+{
+    --pauses;
+}
+
+NOT_INSTRUMENTED void countRelease(void* memory)
+{
+    if (memory == nullptr) {
+        return;
+    }
+    if (metering) {
         heldBytes -= sizeOf(memory);
+    }
+    if (blocks != nullptr && pauses == 0) {
+        const AllocationPause pause;
+        blocks->remove(memory);
     }
 }
 
@@ -121,14 +251,26 @@ long allocationCount()
 using oxil::test::allocate;
 using oxil::test::Allocation;
 
+#define CALLER __builtin_return_address(0)
+
 extern "C" __attribute__((visibility("default"))) void* malloc(std::size_t size)
 {
-    return allocate(Allocation::Malloc, size);
+    return allocate(Allocation::Malloc, size, CALLER);
+}
+
+extern "C" __attribute__((visibility("default"))) void* calloc(std::size_t count, std::size_t size)
+{
+    return oxil::test::allocateZeros(count, size, CALLER);
+}
+
+extern "C" __attribute__((visibility("default"))) void* realloc(void* memory, std::size_t size)
+{
+    return oxil::test::reallocate(memory, size, CALLER);
 }
 
 void* operator new(std::size_t size)
 {
-    void* memory = allocate(Allocation::ThrowingNew, size > 0 ? size : 1);
+    void* memory = allocate(Allocation::ThrowingNew, size > 0 ? size : 1, CALLER);
     if (memory == nullptr) {
         throw std::bad_alloc();
     }
@@ -142,12 +284,12 @@ void* operator new[](std::size_t size)
 
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept
 {
-    return allocate(Allocation::NothrowNew, size > 0 ? size : 1);
+    return allocate(Allocation::NothrowNew, size > 0 ? size : 1, CALLER);
 }
 
 void* operator new[](std::size_t size, const std::nothrow_t&) noexcept
 {
-    return allocate(Allocation::NothrowNew, size > 0 ? size : 1);
+    return allocate(Allocation::NothrowNew, size > 0 ? size : 1, CALLER);
 }
 
 void operator delete(void* memory) noexcept

@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <string>
 
+#include "AllocationFailure.h"
+
 namespace oxil::test {
 
 /** Takes what libxml2 and libxslt would write to the standard error output while it lives. */
@@ -32,6 +34,7 @@ public:
 private:
     [[gnu::format(printf, 2, 3)]] static void add(void* text, const char* format, ...)
     {
+        const AllocationPause pause;  // what is kept is the test's
         char message[1024];
         va_list arguments;
         va_start(arguments, format);

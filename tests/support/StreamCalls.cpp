@@ -42,6 +42,7 @@ struct StreamRecorder {
         if (calls == nullptr) {
             return true;
         }
+        calls->__whenRead();
         return passes(*calls, ++calls->__reads, calls->__readError, size);
     }
 

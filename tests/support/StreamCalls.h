@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <set>
 
 namespace oxil::test {
@@ -29,6 +30,9 @@ public:
     void failReading(int error) { __readError = error; }
     void failWriting(int error) { __writeError = error; }
 
+    /** Calls this before each read(). */
+    void whenRead(const std::function<void()>& function) { __whenRead = function; }
+
     int readCount() const { return __reads; }
     int writeCount() const { return __writes; }
     int closeCount() const { return __closes; }
@@ -39,6 +43,7 @@ private:
     std::set<int> __descriptors;
     std::size_t __most;
     int __disturbance = 0;
+    std::function<void()> __whenRead = [] {};
     int __readError = 0;
     int __writeError = 0;
     int __reads = 0;

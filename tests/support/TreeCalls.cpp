@@ -107,6 +107,16 @@ struct TreeRecorder {
     }
 };
 
+namespace {
+
+/** What is noted of a call with a name. Without a recorder nothing is, and no memory asked for. */
+std::string lineOf(const char* call, const xmlChar* name)
+{
+    return recorder() != nullptr ? call + fromNative(name) : std::string();
+}
+
+}  // namespace
+
 TreeCalls::TreeCalls()
 {
     if (current != nullptr) {
@@ -180,7 +190,7 @@ void TreeCalls::__collect()
 // These stand before the engines' own functions, because a definition in the executable wins.
 
 using oxil::test::forward;
-using oxil::test::fromNative;
+using oxil::test::lineOf;
 using oxil::test::real;
 using oxil::test::TreeCall;
 using oxil::test::TreeRecorder;
@@ -190,8 +200,11 @@ using oxil::test::TreeRecorder;
 OXIL_INTERPOSED xmlNodePtr xmlNewNode(xmlNsPtr space, const xmlChar* name)
 {
     static auto* const make = real<decltype(xmlNewNode)>("xmlNewNode");
-    if (TreeRecorder::refuses(TreeCall::NewNode, "new element " + fromNative(name) +
-                                                     (space != nullptr ? " of a namespace" : ""))) {
+    std::string line = lineOf("new element ", name);
+    if (!line.empty() && space != nullptr) {
+        line += " of a namespace";
+    }
+    if (TreeRecorder::refuses(TreeCall::NewNode, line)) {
         return nullptr;
     }
     return forward(make, space, name);
@@ -200,7 +213,7 @@ OXIL_INTERPOSED xmlNodePtr xmlNewNode(xmlNsPtr space, const xmlChar* name)
 OXIL_INTERPOSED xmlDocPtr xmlNewDoc(const xmlChar* version)
 {
     static auto* const make = real<decltype(xmlNewDoc)>("xmlNewDoc");
-    if (TreeRecorder::refuses(TreeCall::NewDocument, "new document " + fromNative(version))) {
+    if (TreeRecorder::refuses(TreeCall::NewDocument, lineOf("new document ", version))) {
         return nullptr;
     }
     return forward(make, version);
@@ -233,7 +246,7 @@ OXIL_INTERPOSED void xmlUnlinkNode(xmlNodePtr node)
 {
     static auto* const unlink = real<decltype(xmlUnlinkNode)>("xmlUnlinkNode");
     if (node != nullptr) {
-        TreeRecorder::note("unlink " + fromNative(node->name));
+        TreeRecorder::note(lineOf("unlink ", node->name));
     }
     forward(unlink, node);
 }
@@ -242,7 +255,7 @@ OXIL_INTERPOSED void xmlFreeNode(xmlNodePtr node)
 {
     static auto* const free = real<decltype(xmlFreeNode)>("xmlFreeNode");
     if (node != nullptr) {
-        TreeRecorder::note("free " + fromNative(node->name));
+        TreeRecorder::note(lineOf("free ", node->name));
     }
     forward(free, node);
 }
