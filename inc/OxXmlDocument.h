@@ -138,7 +138,8 @@ public:
      * doesn't fit, it waits for ever.
      *
      * Text that XML can't hold (XmlNode::isText()) and names that are none are written as they are,
-     * and nobody can read the file then.
+     * and nobody can read the file then. So are the names of namespaces: one with `<` in it is written
+     * without an escape (libxml2 2.9).
      *
      * @return STATUS_SUCCESS; STATUS_INVALID_STATE after logging "Invalid state." without output
      *         file, if the stylesheet was never loaded (the file is empty then), or if not all could
