@@ -35,7 +35,7 @@ namespace oxil {
  * As for the document: one thread at a time.
  *
  * @par Example
- * @snippet picker/registry.cpp read
+ * @snippet panel/registry.cpp read
  */
 class OXIL_API XmlElement {
 public:

@@ -6,15 +6,13 @@
 
 #include <Oxil.h>
 
-namespace picker {
+namespace panel {
 
 // One record for each layout, and one for each of its variants right behind it, with the entries
 //   layout       name of the layout, "de"
-//   variant      name of the variant, empty for the layout itself
-//   description  "German (dead acute)"
-//   countries    codes of the countries that the layout is for, "DE AT"; empty for a variant
-//   languages    codes of its languages, "deu"
+//   value        name of the variant, empty for the layout itself
+//   title        "German (dead acute)"
 // in this order. No records: the file could not be read, and the log tells why.
 std::vector<oxil::KeyValues> readRegistry(const std::string& path);
 
-}  // namespace picker
+}  // namespace panel

@@ -1,27 +1,13 @@
 #include "registry.h"
 
-namespace picker {
+namespace panel {
 namespace {
-
-// The codes in a list of elements, "DE AT".
-std::string readCodes(oxil::XmlElement list)
-{
-    std::string codes;
-    for (const oxil::XmlElement code : list) {
-        codes += (codes.empty() ? "" : " ") + code.getText();
-    }
-    return codes;
-}
 
 // Layouts and variants describe themselves in a <configItem>.
 oxil::KeyValues makeRecord(const std::string& layout, const std::string& variant,
                            oxil::XmlElement item)
 {
-    return {{"layout", layout},
-            {"variant", variant},
-            {"description", item.first("description").getText()},
-            {"countries", readCodes(item.first("countryList"))},
-            {"languages", readCodes(item.first("languageList"))}};
+    return {{"layout", layout}, {"value", variant}, {"title", item.first("description").getText()}};
 }
 
 }  // namespace
@@ -47,4 +33,4 @@ std::vector<oxil::KeyValues> readRegistry(const std::string& path)
 }
 //! [read]
 
-}  // namespace picker
+}  // namespace panel

@@ -1,0 +1,30 @@
+// Says on the standard output what is to be seen, whenever that has changed and the window has come
+// to rest, and goes on when the standard input has a line: so a picture can be taken in between.
+#pragma once
+
+#include <string>
+
+#include "settings.h"
+#include "window.h"
+
+namespace panel {
+
+class Observer {
+public:
+    Observer(const Window& window, const Settings& settings);
+    ~Observer();
+
+    Observer(const Observer&) = delete;
+    Observer& operator=(const Observer&) = delete;
+
+private:
+    void rest();
+    void tell();
+
+    const Window& window_;
+    const Settings& settings_;
+    std::string told_;
+    unsigned int source_ = 0;
+};
+
+}  // namespace panel
