@@ -158,11 +158,9 @@ void pushRecord(lua_State* state, const KeyValues& record)
 {
     lua_createtable(state, 0, record.getCount());
     for (const auto& [key, value] : record) {
-        if (!value.empty()) {
-            pushText(state, key);
-            pushValue(state, value);
-            lua_rawset(state, -3);
-        }
+        pushText(state, key);
+        pushValue(state, value);
+        lua_rawset(state, -3);  // nil, and there is no such field
     }
 }
 

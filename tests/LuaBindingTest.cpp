@@ -319,6 +319,8 @@ TEST_F(LuaBindingTest, WrongArgumentsHaveLuasOwnErrors)
            "bad argument #1 to 'list' (list expected, got table with other keys at [2])");
     expect("list({{1.5, [1.5] = 2}})",
            "bad argument #1 to 'list' (list expected, got table with other keys at [1])");
+    expect("list({{nil, 2, [1.5] = 1}})",
+           "bad argument #1 to 'list' (list expected, got table with other keys at [1])");
     expect("value({})",
            "bad argument #1 to 'value' (boolean, number or string expected, got table)");
     EXPECT_EQ(calls, 0);
@@ -691,14 +693,14 @@ TEST_F(LuaBindingTest, BindingThrowsWhereverTheProcesssMemoryEnds)
 
 constexpr const char* TURNING =
     "function f(...) return turn({{name = 'a name that is long enough', level = 5}, {on = true}},\n"
-    "  'a text that is long enough', {1, 2, 3}, 12.5) end";
+    "  'a text that is long enough', {1, 2, 3}, 12.5, 0.5) end";
 
 using Turned = std::tuple<std::vector<KeyValues>, std::string, std::vector<Variant>, std::string>;
 
 Turned turn(const std::vector<KeyValues>& records, std::string text,
-            const std::vector<Variant>& list, const std::string& number)
+            const std::vector<Variant>& list, const std::string& number, const char* half)
 {
-    return {records, text + number, list, number};
+    return {records, text + number, list, half};
 }
 
 TEST_F(LuaBindingTest, ACallIsAnOrdinaryErrorWhereverMemoryEnds)

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <chrono>
+#include <cstring>
 #include <exception>
 #include <lua.hpp>
 #include <memory>
@@ -244,6 +245,22 @@ TEST_F(LuaGuardTest, LongTextsAreCutTo255Characters)
                   text.substr(0, 255))
             << length;
     }
+}
+
+TEST_F(LuaGuardTest, TheCutDoesNotDependOnWhatWasInItsMemory)
+{
+    const std::unique_ptr<lua_State, void (*)(lua_State*)> state(luaL_newstate(), lua_close);
+    lua_pushcfunction(state.get(), [](lua_State* inside) {
+        alignas(LuaGuard) char memory[sizeof(LuaGuard)];
+        std::memset(memory, 'x', sizeof memory);
+        auto* guard = new (memory) LuaGuard(inside);
+        guard->run([] { throw std::logic_error(std::string(300, 'y')); });
+        return guard->raise();
+    });
+
+    EXPECT_EQ(lua_pcall(state.get(), 0, 0, 0), LUA_ERRRUN);
+
+    EXPECT_EQ(lua_tostring(state.get(), -1), std::string(255, 'y'));
 }
 
 TEST_F(LuaGuardTest, ThePlaceDoesNotCountForTheCut)

@@ -115,7 +115,6 @@ int overflow(lua_State* state)
 
 int runRequest(lua_State* state)
 {
-    luaL_checkstack(state, 40, "no room for values");
     const auto* request = static_cast<const LuaRequest*>(lua_touserdata(state, 1));
     return request->run(state, request->data);
 }

@@ -72,7 +72,7 @@ bool makeLuaRaise(ProtectedCall& call);
 bool pushLuaTable(ProtectedCall& call, const char* name, const luaL_Reg* functions);
 
 /** What is to be done inside a protected call: it may raise a Lua error, and returns how many results
- *  it has pushed, with room for 40. */
+ *  it has pushed. It has the 20 places on the stack that each function has. */
 struct LuaRequest {
     int (*run)(lua_State* state, const void* data);
     const void* data;

@@ -182,7 +182,6 @@ void registerLuaFunction(lua_State* state, const char* table, const char* name)
     lua_pushvalue(state, function);
     set(state, place, isNew, changes);
     changes.make();
-    lua_settop(state, function - 1);
 }
 
 }  // namespace oxil::internal

@@ -11,8 +11,8 @@ namespace oxil::internal {
  */
 void registerLuaTable(lua_State* state, const char* name, const luaL_Reg* functions);
 
-/** The same for one function, which is on top and is popped: it becomes a field of that table, or a
- *  global if there is no table. */
+/** The same for one function, which is on top: it becomes a field of that table, or a global if there is
+ *  no table. What it pushes stays on the stack. */
 void registerLuaFunction(lua_State* state, const char* table, const char* name);
 
 }  // namespace oxil::internal
