@@ -170,7 +170,7 @@ TEST(LargeDescriptionTest, WhatAnIntCannotCountIsNotAskedFor)
         // That it were granted would show nowhere else.
         const AllocationFailure failure(Allocation::Malloc);
 
-        EXPECT_EQ(Serializer::serialize("m", Values({1}), data), STATUS_OUT_OF_MEMORY);
+        EXPECT_EQ(Serializer::serialize("m", Values{1}, data), STATUS_OUT_OF_MEMORY);
 
         EXPECT_FALSE(failure.happened());
     }
