@@ -1,5 +1,5 @@
-# What the library is linked with, with versions and licences: a bill of materials as SPDX 2.3 has it
-# (its specification, version 2.3, tells what each field is), in ${PROJECT_BINARY_DIR}/oxil.spdx.json.
+# What the library is linked with, with versions and licences: a bill of materials in the form of
+# SPDX 2.3, in ${PROJECT_BINARY_DIR}/oxil.spdx.json.
 
 # The versions of the C and C++ libraries are known to the headers that are compiled with.
 file(WRITE ${PROJECT_BINARY_DIR}/sbom.cpp "#include <cstddef>\n")
