@@ -632,6 +632,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     const std::string log = getLog();
     fuzz::clearLog();
     run(file.path(), choice);
-    FUZZ_REQUIRE(getLog() == log);
+    // Finalizers run when there is much to collect. Where tables have objects as keys, how much that
+    // is depends on addresses.
+    FUZZ_REQUIRE(choice.hasFinalizers || getLog() == log);
     return 0;
 }

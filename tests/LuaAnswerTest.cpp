@@ -342,7 +342,7 @@ TEST_F(LuaAnswerTest, CallsFailWhereverMemoryEnds)
         EXPECT_EQ(answer.getMessage(), "not enough memory");
         EXPECT_EQ(*turn(other.script), TURNED);
     }
-    EXPECT_GT(failures, 10);
+    EXPECT_GT(failures, 5);
 }
 
 TEST_F(LuaAnswerTest, CallsThrowWhereverTheProcesssMemoryEnds)

@@ -191,7 +191,11 @@ TEST(LuaRefusalTest, AHandlerIsToldOfAnErrorThatLuaHasNoTracebackFor)
         },
         [&] { memory.refuseNothing(); });
 
+#ifdef LUAJIT_VERSION
+    EXPECT_EQ(told.message, "not enough memory");  // already for what would make the traceback
+#else
     EXPECT_EQ(told.message, REASON);
+#endif
     EXPECT_EQ(told.traceback, "");
 }
 
