@@ -35,7 +35,7 @@ namespace oxil {
  * As for the document: one thread at a time.
  *
  * @par Example
- * @snippet panel/registry.cpp read
+ * @snippet panel/service.cpp registry
  */
 class OXIL_API XmlElement {
 public:

@@ -1,4 +1,4 @@
-// The controls that rows have.
+// What the elements of the layout file become.
 #pragma once
 
 #include <functional>
@@ -8,8 +8,6 @@
 #include <Oxil.h>
 #include <gtk/gtk.h>
 
-#include "layout.h"
-
 namespace panel {
 
 // Calls a function whenever a widget emits a signal that expects nothing in return. The function
@@ -17,32 +15,24 @@ namespace panel {
 void on(void* object, const char* signal, std::function<void()> function);
 
 // Gives a widget a class of the style sheet, or takes it away.
-void style(GtkWidget* widget, const char* name, bool has = true);
+void style(GtkWidget* widget, const std::string& name, bool has = true);
 
-// A label that begins where its language does, and goes on in a new line where it has to.
-GtkWidget* makeLabel(const std::string& text, const char* styleClass);
-
-// What scrolls up and down, with a bar as soon as it has to.
-GtkWidget* makeScrolled(GtkWidget* child);
-
-void removeChildren(GtkWidget* container);
-
-// A button with a text.
-GtkWidget* makeButton(const std::string& title, bool strong,
-                      const std::function<void()>& onPressed);
+struct Control {
+    GtkWidget* widget = nullptr;
+    GtkWidget* outside = nullptr;  // the widget, with what is around it
+    GtkWidget* inside = nullptr;   // where the elements within this one go
+    GtkWidget* foot = nullptr;     // and where its buttons do, if they have a place of their own
+    std::function<void(const oxil::Variant& value)> set;
+    std::function<std::string()> getText;  // the value as the user sees it
+    std::function<void(const std::vector<oxil::KeyValues>& options)> setOptions;  // of a choice
+};
 
 // Called with what the user has chosen; with no value when a button is pressed.
 using OnChanged = std::function<void(const oxil::Variant& value)>;
 
-using Choices = std::vector<oxil::KeyValues>;
-
-struct Control {
-    GtkWidget* widget;
-    std::function<void(const oxil::Variant& value)> set;
-    std::function<std::string()> getText;                    // the value as the user sees it
-    std::function<void(const Choices& options)> setOptions;  // of a choice
-};
-
-Control makeControl(const Row& row, const OnChanged& onChanged);
+// Makes an element of what the file says of it: attributes, and "title", a text in the language of
+// the user. Throws std::out_of_range if there is no such element.
+Control makeControl(const std::string& element, const oxil::KeyValues& item,
+                    const OnChanged& onChanged);
 
 }  // namespace panel

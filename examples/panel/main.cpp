@@ -6,7 +6,7 @@
 //   --size WxH       of the window, 800x480 unless told otherwise; not larger than the screen
 //   --script FILE    another script than panel.lua
 //   --clock HH:MM    what the clock shows; time stands still, and nothing moves by itself
-//   --observed yes   says what is to be seen, see observer.h
+//   --observed yes   says what is to be seen, see walk/observer.h
 
 #include <cstdio>
 #include <map>
@@ -16,25 +16,10 @@
 #include <Oxil.h>
 #include <gtk/gtk.h>
 
-#include "behaviour.h"
-#include "observer.h"
-#include "settings.h"
-#include "window.h"
+#include "panel.h"
+#include "walk/observer.h"
 
 namespace {
-
-using Options = std::map<std::string, std::string>;
-
-// Puts the options' values in their place, and returns the number of words that they take.
-int readOptions(int argc, char** argv, Options& options)
-{
-    int i = 1;
-    while (i + 1 < argc && options.count(argv[i]) > 0) {
-        options[argv[i]] = argv[i + 1];
-        i += 2;
-    }
-    return i;
-}
 
 //! [pin]
 // A device has one look. What a desktop's user prefers would make it another one.
@@ -52,37 +37,33 @@ void pinLook(bool still)
 
 int main(int argc, char** argv)
 {
-    Options options = {
-        {"--size", "800x480"}, {"--script", ""}, {"--clock", ""}, {"--observed", ""}};
     const bool hasDisplay = gtk_init_check(&argc, &argv);
-    const int words = readOptions(argc, argv, options);
-    const auto size = oxil::StringUtil::getTokens(options["--size"], "x");
-    if (!hasDisplay || argc != words + 2 || size.size() != 2) {
+    std::map<std::string, std::string> words = {
+        {"--size", "800x480"}, {"--script", ""}, {"--clock", ""}, {"--observed", ""}};
+    int i = 1;
+    for (; i + 1 < argc && words.count(argv[i]) > 0; i += 2) {
+        words[argv[i]] = argv[i + 1];
+    }
+    const auto size = oxil::StringUtil::getTokens(words["--size"], "x");
+    if (!hasDisplay || argc != i + 2 || size.size() != 2) {
         std::fprintf(stderr, "usage: panel [--OPTION VALUE]... FOLDER STATE, on a display\n");
         return 2;
     }
-    const std::string folder = argv[words];
-    const std::string state = argv[words + 1];
-    const std::string clock = options["--clock"];
-    if (options["--script"].empty()) {
-        options["--script"] = folder + "/panel.lua";
-    }
-    pinLook(!clock.empty());
+    pinLook(!words["--clock"].empty());
 
     //! [main]
-    panel::Settings settings(
-        {std::string(argv[0]) + "-service", PANEL_REGISTRY, state + "/settings"});
-    oxil::WaitingLoop loop;
-    panel::Behaviour behaviour(folder, options["--script"], state + "/report.html", settings, loop);
-    panel::Window window(
-        behaviour, {oxil::NumberParser::toInt(size[0]), oxil::NumberParser::toInt(size[1])}, clock);
+    const panel::Options options = {
+        argv[i],
+        words["--script"],
+        argv[i + 1],
+        words["--clock"],
+        {oxil::NumberParser::toInt(size[0]), oxil::NumberParser::toInt(size[1])}};
+    panel::Panel panel(
+        options, {std::string(argv[0]) + "-service", PANEL_REGISTRY, options.state + "/settings"});
     std::optional<panel::Observer> observer;
-    if (!options["--observed"].empty()) {
-        observer.emplace(window, settings);
+    if (!words["--observed"].empty()) {
+        observer.emplace(panel.getWindow(), panel.getSettings());
     }
-    if (!behaviour.start(window)) {
-        return 1;
-    }
-    loop.run();
+    return panel.run() ? 0 : 1;
     //! [main]
 }

@@ -4,14 +4,18 @@
 local SAVE_DELAY = 400 -- milliseconds, so that a slider that is being moved is saved once
 local RETRY_DELAY = 1000
 local CHECK_TIME = 4000 -- after which the service is taken to be silent
+local STILL = Panel.getClock() ~= "" -- nothing moves by itself
 local FORM = {name = true, server = true} -- settings that are saved by a button
 
 local values = {} -- settings as they are shown
 local unsaved = {} -- those that the service has to get
 local sent = {} -- those that it has not confirmed
 local draft = {} -- those of the form that were changed
-local connected = false
-local closing = false
+local connected, closing, busy = false, false, false
+
+local function warn(word)
+    Panel.setMessage(Panel.getWord(word), true)
+end
 
 --! [timers]
 -- A handle is a position: whoever stops a timer moves those behind it. So all are listed here.
@@ -34,6 +38,10 @@ local function start(name, interval, again)
 end
 --! [timers]
 
+function showTime()
+    Panel.set("time", STILL and Panel.getClock() or os.date("%H:%M"))
+end
+
 -- Settings and what they look like ----------------------------------------------------------------
 
 local function updateForm()
@@ -41,7 +49,7 @@ local function updateForm()
     Panel.enable("save", changed)
     Panel.enable("discard", changed)
     if Panel.getPage() == "network" then
-        Panel.setState(changed and Panel.getWord("unsaved") or "")
+        Panel.set("state", changed and Panel.getWord("unsaved") or "")
     end
 end
 
@@ -63,6 +71,7 @@ function effects.mute()
 end
 
 function effects.layout()
+    values.variant, unsaved.variant = "", ""
     Settings.ask("variants", {values.layout})
 end
 
@@ -80,22 +89,14 @@ function save()
     end
 end
 
-local function change(name, value)
-    values[name] = value
-    unsaved[name] = value
-    start("save", SAVE_DELAY, false)
-end
-
 function onChanged(name, value)
     if FORM[name] then
         draft[name] = value ~= values[name] and value or nil
         updateForm()
     elseif values[name] ~= nil and values[name] ~= value then
-        Panel.setState("")
-        change(name, value)
-        if name == "layout" then
-            change("variant", "")
-        end
+        values[name], unsaved[name] = value, value
+        Panel.set("state", "")
+        start("save", SAVE_DELAY, false)
         if effects[name] then
             effects[name]()
         end
@@ -103,29 +104,27 @@ function onChanged(name, value)
 end
 --! [save]
 
--- The pages were made: all of them, in the language that was chosen.
+-- The window was made anew, in the language that was chosen.
 function onBuilt()
     for name, value in pairs(values) do
-        Panel.setValue(name, draft[name] or value)
+        Panel.set(name, draft[name] or value)
     end
+    showTime()
     effects.mute()
     updateForm()
-    local page = Panel.getPage()
-    Panel.showPage(page ~= "" and page or "display")
+    Panel.open(Panel.getPage() ~= "" and Panel.getPage() or "display")
 end
 
--- Pages -------------------------------------------------------------------------------------------
-
 function onOpen(page)
-    Panel.setState("")
+    Panel.set("state", "")
     if page == "keyboard" then
         Settings.ask("layouts", {})
         Settings.ask("variants", {values.layout})
     elseif page == "network" then
         updateForm()
     elseif page == "about" then
-        Panel.setValue("screen", string.format("%d × %d", Panel.getSize()))
-        Panel.setValue("service", Panel.getWord(connected and "running" or "stopped"))
+        Panel.set("screen", string.format("%d × %d", Panel.getSize()))
+        Panel.set("service", Panel.getWord(connected and "running" or "stopped"))
     end
 end
 
@@ -133,16 +132,23 @@ end
 local loop = WaitingLoop.create()
 local answer = false
 
+-- Nothing behind the question can be used until it is answered.
+local function setQuestion(shown)
+    Panel.enable("content", not shown)
+    Panel.show("question", shown)
+    Panel.focus(shown and "keep" or "pages")
+end
+
 -- The one who asks waits here, while timers, messages and the window go on.
 local function ask()
     answer = false
-    Panel.setQuestion(true)
+    setQuestion(true)
     WaitingLoop.run(loop)
-    Panel.setQuestion(false)
+    setQuestion(false)
     return answer
 end
 
-function onAnswered(yes)
+local function reply(yes)
     answer = yes
     WaitingLoop.quit(loop)
 end
@@ -150,76 +156,85 @@ end
 local function discard()
     draft = {}
     for name in pairs(FORM) do
-        Panel.setValue(name, values[name])
+        Panel.set(name, values[name])
     end
     updateForm()
 end
 
 function onLeave(page)
-    if page ~= "network" or next(draft) == nil then
-        return true
-    end
-    local yes = ask()
-    if yes then
+    if page == "network" and next(draft) ~= nil then
+        if not ask() then
+            return false
+        end
         discard()
     end
-    return yes
+    return true
 end
 --! [question]
+
+-- Buttons -----------------------------------------------------------------------------------------
 
 --! [busy]
 -- The busy page moves for as long as the answer may take.
 local waited = 0
-local busy = false
 
 local function setBusy(shown)
     busy = shown
     stop("animate")
-    Panel.setBusy(shown)
+    Panel.turn(shown and "busy" or Panel.getPage())
+    Panel.enable("pages", not shown)
+    Panel.enable("search", not shown)
+    Panel.focus(shown and "cancel" or "pages")
 end
 
 function animate()
     waited = waited + 40
     local rest = 1 - waited / CHECK_TIME
-    Panel.setProgress(math.floor(100 - 100 * rest * rest))
+    Panel.set("progress", math.floor(100 - 100 * rest * rest))
 end
 
-local function check()
-    setBusy(Settings.ask("check", {}))
-    if not busy then
-        Panel.setMessage(Panel.getWord("silent"), true)
-    elseif Panel.isStill() then
-        Panel.setProgress(40)
-    else
-        waited = 0
+local buttons = {discard = discard}
+
+function buttons.check()
+    if not Settings.ask("check", {}) then
+        return warn("silent")
+    end
+    setBusy(true)
+    Panel.set("progress", STILL and 40 or 0)
+    waited = 0
+    if not STILL then
         start("animate", 40, true)
     end
 end
 --! [busy]
 
-local buttons = {check = check, discard = discard}
+function buttons.cancel()
+    setBusy(false)
+end
+
+function buttons.keep()
+    reply(false)
+end
+
+function buttons.drop()
+    reply(true)
+end
 
 function buttons.save()
     for name, value in pairs(draft) do
-        values[name] = value
-        unsaved[name] = value
+        values[name], unsaved[name] = value, value
     end
     draft = {}
     updateForm()
     save()
 end
 
-function buttons.cancel()
-    setBusy(false)
-end
-
 function buttons.report()
     local path = Panel.writeReport()
     if path == "" then
-        Panel.setMessage(Panel.getWord("failed"), true)
-    else
-        Panel.setMessage(Panel.getWord("written") .. " " .. path, false)
+        return warn("failed")
     end
+    Panel.setMessage(Panel.getWord("written") .. " " .. path, false)
 end
 
 function onPressed(button)
@@ -228,6 +243,7 @@ end
 
 -- The service -------------------------------------------------------------------------------------
 
+--! [connection]
 -- Asks for all settings, and again if there is no answer.
 function fetch()
     stop("fetch")
@@ -236,30 +252,25 @@ function fetch()
     end
 end
 
---! [connection]
 function onConnection(there)
     connected = there
     if there then
         fetch()
     elseif not closing then
-        Panel.setMessage(Panel.getWord("gone"), true)
+        warn("gone")
     end
 end
 
--- What a method of the service has answered. No records: it has not.
+-- What a method of the service has answered, and whether that is what was asked for.
 local answers = {}
 
-local function isGood(records)
-    return records[1] ~= nil and records[1].error == nil
-end
-
 -- What was changed while the service was away counts.
-function answers.get(records)
+function answers.get(records, good)
     local first = next(values) == nil
-    if not isGood(records) then
-        Panel.setMessage(Panel.getWord("silent"), true)
+    if not good then
+        warn("silent")
         start("fetch", RETRY_DELAY, false)
-        return first and Panel.getPage() == "" and Panel.showPage("display")
+        return Panel.getPage() == "" and Panel.open("display")
     end
     for name, value in pairs(records[1]) do
         if unsaved[name] == nil then
@@ -276,13 +287,13 @@ function answers.get(records)
 end
 --! [connection]
 
-function answers.set(records)
+function answers.set(_, good)
     if closing then
         WaitingLoop.quit(loop)
-    elseif isGood(records) then
-        Panel.setState(Panel.getWord("saved"))
+    elseif good then
+        Panel.set("state", Panel.getWord("saved"))
     else
-        Panel.setMessage(Panel.getWord("silent"), true)
+        warn("silent")
         for name, value in pairs(sent) do
             if unsaved[name] == nil then
                 unsaved[name] = value
@@ -292,37 +303,42 @@ function answers.set(records)
     end
 end
 
-function answers.layouts(records)
-    if isGood(records) then
+function answers.layouts(records, good)
+    if good then
         Panel.setOptions("layout", records)
-        Panel.setValue("layout", values.layout)
+        Panel.set("layout", values.layout)
     end
 end
 
-function answers.variants(records)
-    records = isGood(records) and records or {}
+function answers.variants(records, good)
+    records = good and records or {}
     table.insert(records, 1, {value = "", title = Panel.getWord("standard")})
     Panel.setOptions("variant", records)
-    Panel.setValue("variant", values.variant)
+    Panel.set("variant", values.variant)
     Panel.enable("variant", #records > 1)
 end
 
-function answers.check(records)
+function answers.check(_, good)
     if busy then
         setBusy(false)
-        Panel.setMessage(Panel.getWord(records[1] and "current" or "silent"), not records[1])
+        Panel.setMessage(Panel.getWord(good and "current" or "silent"), not good)
     end
 end
 
 function onAnswer(method, records)
-    answers[method](records)
+    answers[method](records, records[1] ~= nil and records[1].error == nil)
+end
+
+showTime()
+if not STILL then
+    start("showTime", 1000, true)
 end
 
 --! [close]
 -- Nothing that was chosen is lost, and nothing that was made here is left.
 function onClose()
     closing = true
-    onAnswered(false)
+    reply(false)
     if connected and next(unsaved) ~= nil then
         save()
         WaitingLoop.runTime(loop, 1000)

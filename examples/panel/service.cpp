@@ -14,12 +14,11 @@
 #include <fstream>
 #include <iterator>
 #include <list>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include <Oxil.h>
-
-#include "registry.h"
 
 namespace panel {
 namespace {
@@ -30,7 +29,7 @@ using Records = std::vector<oxil::KeyValues>;
 class Service {
 public:
     Service(const std::string& registry, const std::string& store, int socket)
-        : layouts_(readRegistry(registry)), store_(store)
+        : registry_(oxil::XmlDocument::loadFile(registry)), store_(store)
     {
         load();
         channel_.open(
@@ -52,25 +51,32 @@ private:
     //! [dispatch]
     void answer(const oxil::SerializedData& call)
     {
+        const unsigned int request = call.getContextId();
         std::string method;
         std::vector<oxil::Variant> params;
-        Records result = {{{"error", "this is no call"}}};
         if (oxil::Serializer::deserialize(call, method, params) != oxil::STATUS_SUCCESS) {
-            // as it is
+            answer(request, {{{"error", "this is no call"}}});
         } else if (method == "get") {
-            result = {values_};
+            answer(request, {values_});
         } else if (method == "set") {
-            result = set(params);
+            answer(request, set(params));
         } else if (method == "layouts") {
-            result = list("");
+            answer(request, list(""));
         } else if (method == "variants" && params.size() == 1) {
-            result = list(params[0].toString());
+            answer(request, list(params[0].toString()));
         } else if (method == "check") {
-            return check(call.getContextId());
+            // A device would ask somebody else here; others get their answers before this one.
+            timers_.emplace_back().start(1500ms, [this, request] {
+                answer(request, {{{"version", values_.get("version", "")}}});
+            });
         } else {
-            result = {{{"error", "unknown method " + method}}};
+            answer(request, {{{"error", "unknown method " + method}}});
         }
-        channel_.answer(call.getContextId(), {result, oxil::REPEATABLE});
+    }
+
+    void answer(unsigned int request, const Records& records)
+    {
+        channel_.answer(request, {records, oxil::REPEATABLE});
     }
     //! [dispatch]
 
@@ -90,33 +96,30 @@ private:
     }
     //! [set]
 
-    // All layouts, or the variants of one.
-    Records list(const std::string& layout) const
+    //! [registry]
+    // All layouts, or the variants of one. Each describes itself in a <configItem>; without a
+    // registry there is none.
+    Records list(const std::string& wanted) const
     {
         Records found;
-        for (const oxil::KeyValues& record : layouts_) {
-            const std::string variant = record.get("value", "");
-            if (layout.empty() && variant.empty()) {
-                found.push_back(
-                    {{"value", record.get("layout", "")}, {"title", record.get("title", "")}});
-            } else if (!variant.empty() && record.get("layout", "") == layout) {
-                found.push_back({{"value", variant}, {"title", record.get("title", "")}});
+        const auto add = [&](oxil::XmlElement item) {
+            found.push_back({{"value", item.first("name").getText()},
+                             {"title", item.first("description").getText()}});
+        };
+        const auto root = registry_ != nullptr ? registry_->getRootElement() : oxil::XmlElement();
+        for (const oxil::XmlElement layout : root.first("layoutList")) {
+            const oxil::XmlElement item = layout.first("configItem");
+            if (wanted.empty()) {
+                add(item);
+            } else if (item.first("name").getText() == wanted) {
+                for (const oxil::XmlElement variant : layout.first("variantList")) {
+                    add(variant.first("configItem"));
+                }
             }
         }
-        if (found.empty()) {
-            found = {{{"error", "no layouts"}}};
-        }
-        return found;
+        return found.empty() ? Records{{{"error", "no layouts"}}} : found;
     }
-
-    // A device would ask somebody else here; the answer comes later, and others before it.
-    void check(unsigned int request)
-    {
-        timers_.emplace_back().start(1500ms, [this, request] {
-            const Records newest = {{{"version", values_.get("version", "")}}};
-            channel_.answer(request, {newest, oxil::REPEATABLE});
-        });
-    }
+    //! [registry]
 
     //! [store]
     // A file is replaced as a whole, so that half of one is never read.
@@ -156,7 +159,7 @@ private:
                                {"layout", "us"},    {"variant", ""},
                                {"name", "Kitchen"}, {"server", "time.example"},
                                {"automatic", true}, {"version", "1.4.2"}};
-    const Records layouts_;
+    const std::unique_ptr<oxil::XmlDocument> registry_;
     const std::string store_;
     oxil::Channel channel_;
     std::list<oxil::Timer> timers_;

@@ -31,7 +31,7 @@ void Settings::connect()
 bool Settings::ask(const std::string& method, const std::vector<oxil::Variant>& params)
 {
     const auto onAnswer = [this, method](int status, const oxil::SerializedData& message) {
-        std::vector<oxil::KeyValues> records;
+        Records records;
         if (status == oxil::STATUS_SUCCESS) {
             oxil::Serializer::deserialize(message, records, oxil::REPEATABLE);
         }

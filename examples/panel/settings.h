@@ -14,12 +14,13 @@ namespace panel {
 
 class Settings {
 public:
+    using Records = std::vector<oxil::KeyValues>;
+
     // Told that the service can be asked, or can't any more.
     using OnConnection = std::function<void(bool connected)>;
 
     // Gets the records of an answer, or none if there won't be one.
-    using OnAnswer =
-        std::function<void(const std::string& method, const std::vector<oxil::KeyValues>& records)>;
+    using OnAnswer = std::function<void(const std::string& method, const Records& records)>;
 
     // The service's program and its arguments.
     explicit Settings(const std::vector<std::string>& command) : command_(command) {}

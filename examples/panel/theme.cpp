@@ -2,6 +2,8 @@
 
 #include <cmath>
 #include <cstdio>
+#include <map>
+#include <utility>
 
 namespace panel {
 namespace {
@@ -19,12 +21,24 @@ double getLuminance(const oxil::Color& color)
            0.0722 * getLight(color.getBlue());
 }
 
-std::string define(const std::string& name, const oxil::Color& color)
-{
-    char code[8];
-    std::snprintf(code, sizeof code, "#%06x", color.getRGB32() & 0xFFFFFF);
-    return "@define-color " + name + " " + code + ";\n";
-}
+//! [tints]
+// Percents of saturation and value, in light and in dark; of the user's hue, unless there is one.
+struct Tint {
+    const char* name;
+    std::pair<float, float> light;
+    std::pair<float, float> dark;
+    float hue = -1;
+};
+
+const Tint TINTS[] = {{"back", {3, 96}, {28, 10}},       {"card", {0, 100}, {22, 16}},
+                      {"hover", {4, 93}, {22, 21}},      {"press", {6, 89}, {22, 26}},
+                      {"line", {5, 89}, {20, 25}},       {"edge", {14, 62}, {14, 50}},
+                      {"track", {8, 80}, {16, 38}},      {"text", {30, 14}, {3, 95}},
+                      {"quiet", {18, 42}, {8, 70}},      {"faint", {8, 66}, {12, 42}},
+                      {"accent", {82, 86}, {60, 96}},    {"accent_soft", {11, 97}, {45, 27}},
+                      {"on_accent", {0, 100}, {60, 10}}, {"bad", {85, 70}, {50, 100}, 5},
+                      {"bad_soft", {9, 99}, {45, 26}, 8}};
+//! [tints]
 
 //! [readable]
 // A colour that can be read on the other: as it is, or less bright, or in dark less strong.
@@ -55,39 +69,31 @@ double getContrast(const oxil::Color& one, const oxil::Color& other)
 //! [colors]
 std::string makeColors(int hue, bool dark)
 {
-    const auto tint = [hue](float saturation, float value) {
-        return oxil::Color(static_cast<float>(hue), saturation, value);
-    };
-    const oxil::Color back = dark ? tint(28, 10) : tint(3, 96);
-    const oxil::Color card = dark ? tint(22, 16) : tint(0, 100);
-    const oxil::Color soft = dark ? tint(45, 27) : tint(11, 97);
-    const oxil::Color accent = makeReadable(dark ? tint(60, 96) : tint(82, 86), soft, 4.5);
-    const float strong = accent.getSaturation();
-    const float bright = accent.getValue();
-
-    std::string colors = define("back", back) + define("card", card);
-    colors += define("accent", accent) + define("accent_soft", soft);
-    colors += define("accent_hover", dark ? tint(strong - 10, 100) : tint(strong, bright - 7));
-    colors += define("accent_press", dark ? tint(strong, 88) : tint(strong, bright - 15));
-    colors += define("on_accent", dark ? tint(60, 10) : tint(0, 100));
-    colors +=
-        define("edge", makeReadable(dark ? tint(14, 50) : tint(14, 62), dark ? card : back, 3));
-    colors += define("hover", dark ? tint(22, 21) : tint(4, 93));
-    colors += define("press", dark ? tint(22, 26) : tint(6, 89));
-    colors += define("line", dark ? tint(20, 25) : tint(5, 89));
-    colors += define("track", dark ? tint(16, 38) : tint(8, 80));
-    colors += define("text", dark ? tint(3, 95) : tint(30, 14));
-    colors += define("quiet", dark ? tint(8, 70) : tint(18, 42));
-    colors += define("faint", dark ? tint(12, 42) : tint(8, 66));
-    colors +=
-        define("bad", dark ? oxil::Color(10.0f, 50.0f, 100.0f) : oxil::Color(5.0f, 85.0f, 70.0f));
-    colors +=
-        define("bad_soft", dark ? oxil::Color(8.0f, 45.0f, 26.0f) : oxil::Color(8.0f, 9.0f, 99.0f));
-    for (int i = 0; i <= 6; ++i) {  // once round, for the slider of hues
-        colors += define("hue" + std::to_string(i), oxil::Color(60.0f * static_cast<float>(i % 6),
-                                                                dark ? 55.0f : 70.0f, 90.0f));
+    const float own = static_cast<float>(hue);
+    std::map<std::string, oxil::Color> colors;
+    for (const Tint& tint : TINTS) {
+        const auto& [saturation, value] = dark ? tint.dark : tint.light;
+        colors.emplace(tint.name, oxil::Color(tint.hue < 0 ? own : tint.hue, saturation, value));
     }
-    return colors;
+    colors.at("accent") = makeReadable(colors.at("accent"), colors.at("accent_soft"), 4.5);
+    colors.at("edge") = makeReadable(colors.at("edge"), colors.at(dark ? "card" : "back"), 3);
+
+    // Under the pointer and pressed, it is the same colour with less or more light.
+    const float strong = colors.at("accent").getSaturation();
+    const float bright = colors.at("accent").getValue();
+    const auto add = [&](const char* name, float saturation, float value) {
+        colors.emplace(name, oxil::Color(own, saturation, value));
+    };
+    add("accent_hover", dark ? strong - 10 : strong, dark ? 100 : bright - 7);
+    add("accent_press", strong, dark ? 88 : bright - 15);
+
+    std::string definitions;
+    for (const auto& [name, color] : colors) {
+        char code[8];
+        std::snprintf(code, sizeof code, "#%06x", color.getRGB32() & 0xFFFFFF);
+        definitions += "@define-color " + name + " " + code + ";\n";
+    }
+    return definitions;
 }
 //! [colors]
 

@@ -1,9 +1,6 @@
 #include "window.h"
 
 #include <algorithm>
-#include <chrono>
-#include <ctime>
-#include <sstream>
 #include <stdexcept>
 
 namespace panel {
@@ -11,44 +8,7 @@ namespace {
 
 constexpr int NARROW = 640;  // pixels: a window that is narrower lists its pages without names
 
-GtkWidget* fill(GtkWidget* box, const char* styleClass, std::initializer_list<GtkWidget*> children)
-{
-    style(box, styleClass);
-    for (GtkWidget* child : children) {
-        gtk_container_add(GTK_CONTAINER(box), child);
-    }
-    return box;
-}
-
-GtkWidget* makeColumn(const char* styleClass, std::initializer_list<GtkWidget*> children)
-{
-    return fill(gtk_box_new(GTK_ORIENTATION_VERTICAL, 0), styleClass, children);
-}
-
-// Distances within a line are no margins: those would stay on their side when the direction changes.
-GtkWidget* makeLine(const char* styleClass, int distance,
-                    std::initializer_list<GtkWidget*> children)
-{
-    return fill(gtk_box_new(GTK_ORIENTATION_HORIZONTAL, distance), styleClass, children);
-}
-
-GtkWidget* makeIcon(const std::string& name, int size)
-{
-    GtkWidget* icon = gtk_image_new_from_icon_name(name.c_str(), GTK_ICON_SIZE_MENU);
-    gtk_image_set_pixel_size(GTK_IMAGE(icon), size);
-    return icon;
-}
-
-// Whether a text has another one in it, in whatever case.
-bool contains(const std::string& text, const std::string& part)
-{
-    char* const folded = g_utf8_casefold(text.c_str(), -1);
-    char* const wanted = g_utf8_casefold(part.c_str(), -1);
-    const bool found = std::string(folded).find(wanted) != std::string::npos;
-    g_free(folded);
-    g_free(wanted);
-    return found;
-}
+using oxil::KeyValues;
 
 //! [screen]
 // A device has one screen, and the panel all of it. A desktop's is larger, or not known here.
@@ -63,47 +23,51 @@ oxil::Dimension fit(oxil::Dimension size)
 }
 //! [screen]
 
+// An element's attributes, and "title": its text in the language, or else in English.
+KeyValues toItem(const std::vector<std::string>& attributes, const std::string& language)
+{
+    KeyValues item;
+    for (std::size_t i = 0; i + 1 < attributes.size(); i += 2) {
+        item.add(attributes[i], attributes[i + 1]);
+    }
+    item.set("title", item.get(language, item.get("en", "")));
+    return item;
+}
+
+// Containers differ in how they take what is put into them.
+void put(GtkWidget* container, GtkWidget* child, const std::string& id)
+{
+    if (GTK_IS_STACK(container)) {
+        gtk_stack_add_named(GTK_STACK(container), child, id.c_str());
+    } else if (GTK_IS_OVERLAY(container) && gtk_bin_get_child(GTK_BIN(container)) != nullptr) {
+        gtk_overlay_add_overlay(GTK_OVERLAY(container), child);
+    } else {
+        gtk_container_add(GTK_CONTAINER(container), child);
+    }
+}
+
+// Whether a text has another one in it, in whatever case.
+bool contains(const std::string& text, const std::string& part)
+{
+    char* const folded = g_utf8_casefold(text.c_str(), -1);
+    char* const wanted = g_utf8_casefold(part.c_str(), -1);
+    const bool found = std::string(folded).find(wanted) != std::string::npos;
+    g_free(folded);
+    g_free(wanted);
+    return found;
+}
+
 }  // namespace
 
-Window::Window(WindowListener& listener, oxil::Dimension size, const std::string& time)
-    : listener_(listener),
-      still_(!time.empty()),
-      css_(gtk_css_provider_new()),
-      window_(gtk_window_new(GTK_WINDOW_TOPLEVEL))
+Window::Window(oxil::Dimension size, const Listener& listener)
+    : tell_(listener), css_(gtk_css_provider_new()), window_(gtk_window_new(GTK_WINDOW_TOPLEVEL))
 {
     gtk_style_context_add_provider_for_screen(gdk_screen_get_default(), GTK_STYLE_PROVIDER(css_),
                                               GTK_STYLE_PROVIDER_PRIORITY_APPLICATION);
     size = fit(size);
     gtk_window_set_default_size(GTK_WINDOW(window_), size.width, size.height);
-
-    list_ = gtk_list_box_new();
-    gtk_list_box_set_selection_mode(GTK_LIST_BOX(list_), GTK_SELECTION_BROWSE);
-    style(list_, "pages");
-    on(list_, "row-selected", [this] { onSelected(); });
-
-    title_ = makeLabel("", "page-title");
-    gtk_widget_set_hexpand(title_, TRUE);
-    state_ = gtk_label_new("");
-    style(state_, "state");
-    stack_ = gtk_stack_new();
-    gtk_widget_set_vexpand(stack_, TRUE);
-
-    GtkWidget* head = makeLine("head", 16, {title_, state_});
-    GtkWidget* main = makeColumn("main", {head, stack_, makeMessage()});
-    gtk_widget_set_hexpand(main, TRUE);
-    GtkWidget* body = makeLine("body", 0, {makeScrolled(list_), main});
-    content_ = makeColumn("content", {makeHeader(time), body});
-
-    GtkWidget* overlay = gtk_overlay_new();
-    gtk_container_add(GTK_CONTAINER(overlay), content_);
-    gtk_overlay_add_overlay(GTK_OVERLAY(overlay), makeQuestion());
-    gtk_container_add(GTK_CONTAINER(window_), overlay);
-    gtk_widget_show_all(overlay);
-    gtk_widget_hide(message_);
-    gtk_widget_hide(question_);
-
     const auto onDelete = [](GtkWidget*, GdkEvent*, void* data) noexcept -> gboolean {
-        static_cast<Window*>(data)->listener_.onClose();
+        static_cast<Window*>(data)->tell_("onClose", "", {});
         return TRUE;  // it goes with this object
     };
     g_signal_connect(window_, "delete-event", G_CALLBACK(+onDelete), this);
@@ -124,255 +88,178 @@ Window::~Window()
     g_object_unref(css_);
 }
 
-GtkWidget* Window::makeHeader(const std::string& time)
-{
-    name_ = gtk_label_new("");
-    gtk_label_set_xalign(GTK_LABEL(name_), 0);
-    gtk_widget_set_hexpand(name_, TRUE);
-    style(name_, "name");
-
-    search_ = gtk_search_entry_new();
-    gtk_entry_set_width_chars(GTK_ENTRY(search_), 14);
-    gtk_widget_set_valign(search_, GTK_ALIGN_CENTER);
-    on(search_, "search-changed", [this] { search(); });
-    on(search_, "stop-search", [this] { gtk_entry_set_text(GTK_ENTRY(search_), ""); });
-
-    time_ = gtk_label_new(time.c_str());
-    style(time_, "time");
-    if (!still_) {
-        showTime();
-        clock_.start(
-            std::chrono::seconds(1), [this] { showTime(); }, oxil::REPEATABLE);
-    }
-    return makeLine("header", 16, {name_, search_, time_});
-}
-
-void Window::showTime()
-{
-    const std::time_t now = std::time(nullptr);
-    char text[8];
-    std::strftime(text, sizeof text, "%H:%M", std::localtime(&now));
-    gtk_label_set_text(GTK_LABEL(time_), text);
-}
-
-GtkWidget* Window::makeMessage()
-{
-    messageText_ = makeLabel("", "message-text");
-    gtk_label_set_lines(GTK_LABEL(messageText_), 3);
-    gtk_label_set_ellipsize(GTK_LABEL(messageText_), PANGO_ELLIPSIZE_END);
-    gtk_widget_set_hexpand(messageText_, TRUE);
-    close_ = gtk_button_new();
-    gtk_container_add(GTK_CONTAINER(close_), makeIcon("window-close-symbolic", 16));
-    gtk_widget_set_valign(close_, GTK_ALIGN_CENTER);
-    style(close_, "flat");
-    on(close_, "clicked", [this] { setMessage("", false); });
-    messageIcon_ = makeIcon("", 16);
-    message_ = makeLine("message", 12, {messageIcon_, messageText_, close_});
-    return message_;
-}
-
-GtkWidget* Window::makeQuestion()
-{
-    questionTitle_ = makeLabel("", "question-title");
-    questionText_ = makeLabel("", "question-text");
-    gtk_label_set_max_width_chars(GTK_LABEL(questionText_), 36);
-    keep_ = makeButton("", true, [this] { listener_.onAnswered(false); });
-    drop_ = makeButton("", false, [this] { listener_.onAnswered(true); });
-    GtkWidget* buttons = makeLine("buttons", 8, {drop_, keep_});
-    gtk_widget_set_halign(buttons, GTK_ALIGN_END);
-    GtkWidget* card = makeColumn("question", {questionTitle_, questionText_, buttons});
-    gtk_widget_set_halign(card, GTK_ALIGN_CENTER);
-    gtk_widget_set_valign(card, GTK_ALIGN_CENTER);
-    gtk_widget_set_vexpand(card, TRUE);
-    question_ = makeColumn("veil", {card});
-    return question_;
-}
-
-GtkWidget* Window::makeBusyPage()
-{
-    GtkWidget* text = makeLabel(getWord("busy"), "busy-text");
-    progress_ = gtk_progress_bar_new();
-    cancel_ = makeButton(getWord("cancel"), false, [this] { listener_.onPressed("cancel"); });
-    gtk_widget_set_halign(cancel_, GTK_ALIGN_CENTER);
-    GtkWidget* box = makeColumn("busy", {text, progress_, cancel_});
-    gtk_widget_set_halign(box, GTK_ALIGN_CENTER);
-    gtk_widget_set_valign(box, GTK_ALIGN_CENTER);
-    return box;
-}
-
 //! [build]
-void Window::build(const Layout& layout)
+bool Window::build(const std::string& layoutPath, const std::string& language)
 {
     quiet_ = true;
-    layout_ = layout;
-    gtk_widget_set_default_direction(layout.rightToLeft ? GTK_TEXT_DIR_RTL : GTK_TEXT_DIR_LTR);
-    removeChildren(list_);
-    removeChildren(stack_);
-    controls_.clear();
-    rows_.clear();
-    names_.clear();
-
-    for (const Page& page : layout_.pages) {
-        GtkWidget* name = gtk_label_new(page.title.c_str());
-        gtk_label_set_xalign(GTK_LABEL(name), 0);
-        gtk_label_set_ellipsize(GTK_LABEL(name), PANGO_ELLIPSIZE_END);
-        names_.push_back(name);
-        GtkWidget* entry = makeLine("entry", 12, {makeIcon(page.icon, 20), name});
-        gtk_widget_set_tooltip_text(entry, page.title.c_str());
-        gtk_list_box_insert(GTK_LIST_BOX(list_), entry, -1);
-        gtk_stack_add_named(GTK_STACK(stack_), makePage(page), page.id.c_str());
+    gtk_widget_set_default_direction(language == "ar" ? GTK_TEXT_DIR_RTL : GTK_TEXT_DIR_LTR);
+    GtkWidget* const old = gtk_bin_get_child(GTK_BIN(window_));
+    if (old != nullptr) {
+        gtk_widget_destroy(old);
     }
-    gtk_stack_add_named(GTK_STACK(stack_), makeBusyPage(), "busy");
+    controls_.clear();
+    words_.clear();
+    pages_.clear();
+    open_.assign(1, Control());
+    open_.back().inside = window_;
 
-    gtk_label_set_text(GTK_LABEL(name_), getWord("title").c_str());
-    gtk_entry_set_placeholder_text(GTK_ENTRY(search_), getWord("search").c_str());
-    gtk_label_set_text(GTK_LABEL(questionTitle_), getWord("question").c_str());
-    gtk_label_set_text(GTK_LABEL(questionText_), getWord("consequence").c_str());
-    gtk_button_set_label(GTK_BUTTON(keep_), getWord("keep").c_str());
-    gtk_button_set_label(GTK_BUTTON(drop_), getWord("drop").c_str());
-    gtk_widget_show_all(list_);
-    gtk_widget_show_all(stack_);
+    oxil::Xml xml(layoutPath);
+    xml.setOnStartElement([&](const std::string& name, const std::vector<std::string>& attributes) {
+        begin(name, toItem(attributes, language));
+    });
+    xml.setOnEndElement([this](const std::string&) { open_.pop_back(); });
+    if (xml.read(oxil::EXACT_TEXT) != oxil::STATUS_SUCCESS || pages_.empty()) {
+        return false;
+    }
+    gtk_widget_show_all(gtk_bin_get_child(GTK_BIN(window_)));
+    show("message", false);
+    show("question", false);
+    on(getControl("pages").widget, "row-selected", [this] { onSelected(); });
     quiet_ = false;
     arrange();
+    return true;
 }
-//! [build]
 
-//! [page]
-// A card of rows, and the buttons below it.
-GtkWidget* Window::makePage(const Page& page)
+// Each element begins something, and none has text: what it says stands in its attributes.
+void Window::begin(const std::string& element, const KeyValues& item)
 {
-    GtkWidget* card = makeColumn("card", {});
-    GtkWidget* buttons = makeLine("buttons", 8, {});
-    gtk_widget_set_halign(buttons, GTK_ALIGN_END);
-    for (const Row& row : page.rows) {
-        const bool isButton = row.kind == "button";
-        const Control control = makeControl(row, [this, isButton, id = row.id](const auto& value) {
-            if (isButton) {
-                listener_.onPressed(id);
+    const Control parent = open_.back();
+    const std::string id = item.get("id", "");
+    const std::string title = item.get("title", "");
+    open_.push_back(parent);
+    if (element == "word") {
+        words_[id] = title;
+    } else if (element == "option") {
+        options_.push_back(item);
+        parent.setOptions(options_);
+    } else if (element != "panel") {
+        const Control control = makeControl(element, item, [=](const oxil::Variant& value) {
+            if (id == "search") {
+                search(value.toString());
+            } else if (id == "close") {
+                setMessage("", false);
             } else if (!quiet_) {
-                listener_.onChanged(id, value);
+                tell_(element == "button" ? "onPressed" : "onChanged", id, value);
             }
         });
-        controls_[row.id] = control;
-        gtk_container_add(GTK_CONTAINER(isButton ? buttons : card),
-                          isButton ? control.widget : makeRow(row));
+        const bool isButton = element == "button" && parent.foot != nullptr;
+        put(isButton ? parent.foot : parent.inside, control.outside, id);
+        open_.back() = control;
+        options_.clear();
+        if (!id.empty()) {
+            controls_[id] = control;
+        }
+        if (element == "page") {
+            gtk_container_add(GTK_CONTAINER(getControl("pages").widget), control.widget);
+            pages_.push_back({id, title, title, control.widget, {}});
+        } else if (element == "hint") {
+            pages_.back().rows.back().text += " " + title;
+        } else if (isButton) {
+            pages_.back().text += " " + title;
+        } else if (parent.foot != nullptr) {
+            pages_.back().rows.push_back({id, title, title, control.outside});
+        }
     }
-    return makeScrolled(makeColumn("page", {card, buttons}));
 }
-
-GtkWidget* Window::makeRow(const Row& row)
-{
-    GtkWidget* control = controls_[row.id].widget;
-    GtkWidget* title = makeLabel(row.title, "title");
-    gtk_label_set_mnemonic_widget(GTK_LABEL(title), control);  // what a screen reader says
-    GtkWidget* texts = makeColumn("texts", {title});
-    if (!row.hint.empty()) {
-        gtk_container_add(GTK_CONTAINER(texts), makeLabel(row.hint, "hint"));
-    }
-    gtk_widget_set_valign(texts, GTK_ALIGN_CENTER);
-    gtk_widget_set_valign(control, GTK_ALIGN_CENTER);
-    const bool wide = gtk_widget_compute_expand(control, GTK_ORIENTATION_HORIZONTAL);
-    gtk_widget_set_hexpand(texts, !wide);
-    rows_[row.id] = makeLine("row", 16, {texts, control});
-    return rows_[row.id];
-}
-//! [page]
+//! [build]
 
 std::string Window::getWord(const std::string& id) const
 {
-    const auto word = layout_.words.find(id);
-    return word != layout_.words.end() ? word->second : id;
+    const auto word = words_.find(id);
+    return word != words_.end() ? word->second : id;
 }
 
 void Window::arrange()
 {
     narrow_ = getSize().width < NARROW;
-    style(content_, "narrow", narrow_);
-    for (GtkWidget* name : names_) {
-        gtk_widget_set_visible(name, !narrow_);
-        gtk_widget_set_halign(gtk_widget_get_parent(name),
-                              narrow_ ? GTK_ALIGN_CENTER : GTK_ALIGN_FILL);
+    style(getControl("content").widget, "narrow", narrow_);
+    for (const Page& page : pages_) {
+        GList* const parts = gtk_container_get_children(GTK_CONTAINER(page.entry));
+        gtk_widget_set_visible(GTK_WIDGET(g_list_last(parts)->data), !narrow_);
+        g_list_free(parts);
+        gtk_widget_set_halign(page.entry, narrow_ ? GTK_ALIGN_CENTER : GTK_ALIGN_FILL);
     }
 }
 
 //! [leave]
-// The list shows the page that is open until the listener agrees to another one.
+// The list shows the page that is open until the script agrees to another one.
 void Window::onSelected()
 {
-    GtkListBoxRow* row = gtk_list_box_get_selected_row(GTK_LIST_BOX(list_));
+    GtkListBoxRow* row = gtk_list_box_get_selected_row(GTK_LIST_BOX(getControl("pages").widget));
     if (quiet_ || row == nullptr) {
         return;
     }
     const auto place = static_cast<std::size_t>(gtk_list_box_row_get_index(row));
-    const std::string wanted = layout_.pages.at(place).id;
-    if (wanted == page_) {
-        return;
+    const std::string wanted = pages_.at(place).id;
+    if (wanted != page_) {
+        select(page_);
+        leaveFor(wanted);
     }
-    select(page_);
-    if (listener_.onLeave(page_)) {
-        showPage(wanted);
+}
+
+void Window::leaveFor(const std::string& wanted)
+{
+    const oxil::Variant may = tell_("onLeave", page_, {});
+    if (!may.is<bool>() || may.get<bool>()) {
+        open(wanted);
     }
 }
 //! [leave]
 
-GtkWidget* Window::getOpenRow() const
+void Window::select(const std::string& id)
 {
-    return GTK_WIDGET(gtk_list_box_get_selected_row(GTK_LIST_BOX(list_)));
-}
-
-void Window::select(const std::string& page)
-{
-    for (std::size_t i = 0; i < layout_.pages.size(); ++i) {
-        if (layout_.pages[i].id == page) {
-            quiet_ = true;
-            GtkListBoxRow* row =
-                gtk_list_box_get_row_at_index(GTK_LIST_BOX(list_), static_cast<int>(i));
+    for (const Page& page : pages_) {
+        if (page.id == id) {
+            GtkWidget* const list = getControl("pages").widget;
+            GtkWidget* const row = gtk_widget_get_parent(page.entry);
             const bool focused = gtk_widget_get_visible(window_) == FALSE ||
-                                 gtk_container_get_focus_child(GTK_CONTAINER(list_)) != nullptr;
-            gtk_list_box_select_row(GTK_LIST_BOX(list_), row);
-            if (focused) {
-                gtk_widget_grab_focus(GTK_WIDGET(row));
-            }
-            gtk_label_set_text(GTK_LABEL(title_), layout_.pages[i].title.c_str());
+                                 gtk_container_get_focus_child(GTK_CONTAINER(list)) != nullptr;
+            quiet_ = true;
+            gtk_list_box_select_row(GTK_LIST_BOX(list), GTK_LIST_BOX_ROW(row));
             quiet_ = false;
+            if (focused) {
+                gtk_widget_grab_focus(row);
+            }
+            set("title", page.title);
         }
     }
 }
 
-void Window::showPage(const std::string& id)
+void Window::open(const std::string& page)
 {
-    page_ = id;
-    select(id);
-    gtk_stack_set_visible_child_name(GTK_STACK(stack_), id.c_str());
+    page_ = page;
+    select(page);
+    turn(page);
     gtk_widget_show(window_);
-    listener_.onOpen(id);
+    tell_("onOpen", page, {});
+}
+
+void Window::turn(const std::string& id)
+{
+    gtk_stack_set_visible_child_name(GTK_STACK(getControl("stack").widget), id.c_str());
 }
 
 //! [search]
 // Pages and rows that have the text in them stay; the first of these pages is shown.
-void Window::search()
+void Window::search(const std::string& text)
 {
-    const std::string text = gtk_entry_get_text(GTK_ENTRY(search_));
     std::string first;
     bool here = false;
-    for (std::size_t i = 0; i < layout_.pages.size(); ++i) {
-        const Page& page = layout_.pages[i];
-        const bool named = contains(page.title, text);
+    for (const Page& page : pages_) {
+        const bool named = contains(page.text, text);
         bool found = named;
         for (const Row& row : page.rows) {
-            const bool fits = contains(row.title + " " + row.hint, text);
+            const bool fits = contains(row.text, text);
             found = found || fits;
-            if (row.kind != "button") {
-                gtk_widget_set_visible(rows_[row.id], named || fits);
-            }
+            gtk_widget_set_visible(row.widget, named || fits);
         }
-        gtk_widget_set_visible(gtk_widget_get_parent(gtk_widget_get_parent(names_[i])), found);
+        gtk_widget_set_visible(gtk_widget_get_parent(page.entry), found);
         here = here || (found && page.id == page_);
         first = found && first.empty() ? page.id : first;
     }
-    setState(first.empty() ? getWord("nothing") : "");
-    if (!here && !first.empty() && listener_.onLeave(page_)) {
-        showPage(first);
+    set("state", first.empty() ? getWord("nothing") : "");
+    if (!here && !first.empty()) {
+        leaveFor(first);
     }
 }
 //! [search]
@@ -386,7 +273,7 @@ const Control& Window::getControl(const std::string& id) const
     return control->second;
 }
 
-void Window::setValue(const std::string& id, const oxil::Variant& value)
+void Window::set(const std::string& id, const oxil::Variant& value)
 {
     const Control& control = getControl(id);
     quiet_ = true;
@@ -394,59 +281,38 @@ void Window::setValue(const std::string& id, const oxil::Variant& value)
     quiet_ = false;
 }
 
-std::string Window::getText(const std::string& id) const
-{
-    const Control& control = getControl(id);
-    return control.getText != nullptr ? control.getText() : "";
-}
-
-void Window::setOptions(const std::string& id, const Choices& options)
+void Window::setOptions(const std::string& id, const std::vector<KeyValues>& options)
 {
     getControl(id).setOptions(options);
 }
 
 void Window::enable(const std::string& id, bool enabled)
 {
-    const auto row = rows_.find(id);
-    gtk_widget_set_sensitive(row != rows_.end() ? row->second : getControl(id).widget, enabled);
+    gtk_widget_set_sensitive(getControl(id).outside, enabled);
 }
 
-void Window::setState(const std::string& text)
+void Window::show(const std::string& id, bool shown)
 {
-    gtk_label_set_text(GTK_LABEL(state_), text.c_str());
+    gtk_widget_set_visible(getControl(id).outside, shown);
+}
+
+// Of the list, the page that is open.
+void Window::focus(const std::string& id)
+{
+    GtkWidget* widget = getControl(id).widget;
+    if (GTK_IS_LIST_BOX(widget)) {
+        widget = GTK_WIDGET(gtk_list_box_get_selected_row(GTK_LIST_BOX(widget)));
+    }
+    gtk_widget_grab_focus(widget);
 }
 
 void Window::setMessage(const std::string& text, bool bad)
 {
-    gtk_label_set_text(GTK_LABEL(messageText_), text.c_str());
-    gtk_image_set_from_icon_name(GTK_IMAGE(messageIcon_),
-                                 bad ? "dialog-warning-symbolic" : "help-about-symbolic",
-                                 GTK_ICON_SIZE_MENU);
-    style(message_, "bad", bad);
-    gtk_widget_set_visible(message_, !text.empty());
-}
-
-//! [question]
-// Nothing behind the question can be used until it is answered.
-void Window::setQuestion(bool shown)
-{
-    gtk_widget_set_sensitive(content_, !shown);
-    gtk_widget_set_visible(question_, shown);
-    gtk_widget_grab_focus(shown ? keep_ : getOpenRow());
-}
-//! [question]
-
-void Window::setBusy(bool busy)
-{
-    gtk_stack_set_visible_child_name(GTK_STACK(stack_), busy ? "busy" : page_.c_str());
-    gtk_widget_set_sensitive(list_, !busy);
-    gtk_widget_set_sensitive(search_, !busy);
-    gtk_widget_grab_focus(busy ? cancel_ : getOpenRow());
-}
-
-void Window::setProgress(int percent)
-{
-    gtk_progress_bar_set_fraction(GTK_PROGRESS_BAR(progress_), percent / 100.0);
+    set("message-text", text);
+    show("notice", !bad);
+    show("warning", bad);
+    style(getControl("message").widget, "bad", bad);
+    show("message", !text.empty());
 }
 
 void Window::setStyle(const std::string& css)
@@ -464,68 +330,28 @@ oxil::Dimension Window::getSize() const
 gboolean Window::onKey(GtkWidget*, GdkEventKey* event, void* data) noexcept
 {
     Window& window = *static_cast<Window*>(data);
-    if (event->keyval == GDK_KEY_Escape && gtk_widget_get_visible(window.question_)) {
-        window.listener_.onAnswered(false);
+    const bool control = (event->state & GDK_CONTROL_MASK) != 0;
+    if (event->keyval == GDK_KEY_Escape &&
+        gtk_widget_get_visible(window.getControl("question").widget)) {
+        window.tell_("onPressed", "keep", {});
         return TRUE;
     }
-    const bool control = (event->state & GDK_CONTROL_MASK) != 0;
     if (control && event->keyval == GDK_KEY_q) {
         gtk_window_close(GTK_WINDOW(window.window_));
         return TRUE;
     }
     if (control && event->keyval == GDK_KEY_f) {
-        gtk_widget_grab_focus(window.search_);
+        window.focus("search");
         return TRUE;
     }
     // Among pages one goes with the arrows; the tabulator leads out of the list.
-    GtkWidget* page = gtk_stack_get_visible_child(GTK_STACK(window.stack_));
+    GtkWidget* page = gtk_stack_get_visible_child(GTK_STACK(window.getControl("stack").widget));
+    GtkContainer* list = GTK_CONTAINER(window.getControl("pages").widget);
     if (event->keyval == GDK_KEY_Tab && page != nullptr &&
-        gtk_container_get_focus_child(GTK_CONTAINER(window.list_)) != nullptr) {
+        gtk_container_get_focus_child(list) != nullptr) {
         return gtk_widget_child_focus(page, GTK_DIR_TAB_FORWARD);
     }
     return FALSE;
 }
-
-//! [describe]
-std::string Window::describe() const
-{
-    std::ostringstream out;
-    const auto place = [&](const std::string& id, GtkWidget* widget) {
-        int x = 0;
-        int y = 0;
-        if (gtk_widget_get_mapped(widget) &&
-            gtk_widget_translate_coordinates(widget, window_, 0, 0, &x, &y)) {
-            out << "at\t" << id << '\t' << x << '\t' << y << '\t'
-                << gtk_widget_get_allocated_width(widget) << '\t'
-                << gtk_widget_get_allocated_height(widget) << '\n';
-        }
-    };
-    out << "page\t" << gtk_stack_get_visible_child_name(GTK_STACK(stack_)) << "\nstate\t"
-        << gtk_label_get_text(GTK_LABEL(state_)) << "\nmessage\t"
-        << (gtk_widget_get_visible(message_) ? gtk_label_get_text(GTK_LABEL(messageText_)) : "")
-        << "\nquestion\t" << gtk_widget_get_visible(question_) << '\n';
-    for (const auto& [id, control] : controls_) {
-        if (control.getText != nullptr) {
-            out << "value\t" << id << '\t' << control.getText() << '\n';
-        }
-        place(id, control.widget);
-    }
-    for (std::size_t i = 0; i < layout_.pages.size(); ++i) {
-        place("page:" + layout_.pages[i].id, gtk_widget_get_parent(names_[i]));
-    }
-    GtkWidget* focus = gtk_window_get_focus(GTK_WINDOW(window_));
-    if (focus != nullptr) {
-        place("focus", focus);
-        if (gtk_widget_get_ancestor(focus, GTK_TYPE_POPOVER) != nullptr) {
-            place("option", focus);
-        }
-    }
-    place("search", search_);
-    place("close", close_);
-    place("keep", keep_);
-    place("drop", drop_);
-    return out.str();
-}
-//! [describe]
 
 }  // namespace panel

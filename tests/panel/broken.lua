@@ -2,7 +2,7 @@
 
 function onBuilt()
     Panel.setTheme(120, false)
-    Panel.showPage("display")
+    Panel.open("display")
 end
 
 function onConnection(there)
@@ -15,7 +15,7 @@ function onOpen(page)
     if page == "sound" then
         error("nobody can hear this")
     elseif page == "network" then
-        Panel.setValue("nonsense", 1)
+        Panel.set("nonsense", 1)
     elseif page == "about" then
         Timer.start(1, "later", false)
     end

@@ -6,7 +6,7 @@ import os
 import signal
 import sys
 
-sys.path.insert(0, os.path.join(os.path.dirname(__file__), "../../examples/panel"))
+sys.path.insert(0, os.path.join(os.path.dirname(__file__), "../../examples/panel/walk"))
 from stage import Stage  # noqa: E402
 
 

@@ -123,7 +123,7 @@ class Stage:
             self.environment = make_environment(folder, ":" + file.readline().strip())
         options = ["--clock", "09:41", "--observed", "yes", "--size", "%dx%d" % size]
         self.panel = subprocess.Popen(
-            command + options + [os.path.dirname(os.path.abspath(__file__)), "."], cwd=folder,
+            command + options + [os.path.dirname(os.path.dirname(os.path.abspath(__file__))), "."], cwd=folder,
             env=self.environment, text=True, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
 
     def read_state(self):

@@ -1,11 +1,14 @@
+// For the walk and the tests, and no part of what the panel is for: an application that begins with
+// the panel leaves this folder out, and the lines of main.cpp that name the observer.
+//
 // Says on the standard output what is to be seen, whenever that has changed and the window has come
 // to rest, and goes on when the standard input has a line: so a picture can be taken in between.
 #pragma once
 
 #include <string>
 
-#include "settings.h"
-#include "window.h"
+#include "../settings.h"
+#include "../window.h"
 
 namespace panel {
 
@@ -18,6 +21,8 @@ public:
     Observer& operator=(const Observer&) = delete;
 
 private:
+    std::string describe() const;
+    std::string describe(const std::string& name, GtkWidget* widget) const;
     void rest();
     void tell();
 
