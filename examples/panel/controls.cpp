@@ -100,7 +100,6 @@ Control makeSwitch(const KeyValues& item, const OnChanged& onChanged)
     return makeRow(item, control);
 }
 
-//! [slider]
 // A scale with its number beside it.
 Control makeSlider(const KeyValues& item, const OnChanged& onChanged)
 {
@@ -125,9 +124,7 @@ Control makeSlider(const KeyValues& item, const OnChanged& onChanged)
     show();
     return makeRow(item, control);
 }
-//! [slider]
 
-//! [choice]
 // A button that shows what is chosen, and a list that comes up beneath it.
 Control makeChoice(const KeyValues& item, const OnChanged& onChanged)
 {
@@ -183,7 +180,6 @@ Control makeChoice(const KeyValues& item, const OnChanged& onChanged)
     };
     return makeRow(item, control);
 }
-//! [choice]
 
 Control makeEntry(const KeyValues& item, const OnChanged& onChanged)
 {

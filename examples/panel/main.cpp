@@ -21,7 +21,6 @@
 
 namespace {
 
-//! [pin]
 // A device has one look. What a desktop's user prefers would make it another one.
 void pinLook(bool still)
 {
@@ -31,7 +30,6 @@ void pinLook(bool still)
                  "gtk-xft-dpi", 96 * 1024, "gtk-cursor-blink", FALSE, "gtk-enable-animations",
                  still ? FALSE : TRUE, nullptr);
 }
-//! [pin]
 
 }  // namespace
 

@@ -21,7 +21,6 @@ Panel::Panel(const Options& options, const std::vector<std::string>& command)
 {
 }
 
-//! [run]
 bool Panel::run()
 {
     if (!window_.build(options_.folder + "/panel.xml", "en")) {
@@ -46,7 +45,6 @@ bool Panel::run()
     loop_.run();
     return true;
 }
-//! [run]
 
 //! [bind]
 // What the script can do.

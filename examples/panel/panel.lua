@@ -174,7 +174,6 @@ end
 
 -- Buttons -----------------------------------------------------------------------------------------
 
---! [busy]
 -- The busy page moves for as long as the answer may take.
 local waited = 0
 
@@ -206,7 +205,6 @@ function buttons.check()
         start("animate", 40, true)
     end
 end
---! [busy]
 
 function buttons.cancel()
     setBusy(false)

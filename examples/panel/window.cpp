@@ -239,7 +239,6 @@ void Window::turn(const std::string& id)
     gtk_stack_set_visible_child_name(GTK_STACK(getControl("stack").widget), id.c_str());
 }
 
-//! [search]
 // Pages and rows that have the text in them stay; the first of these pages is shown.
 void Window::search(const std::string& text)
 {
@@ -262,7 +261,6 @@ void Window::search(const std::string& text)
         leaveFor(first);
     }
 }
-//! [search]
 
 const Control& Window::getControl(const std::string& id) const
 {

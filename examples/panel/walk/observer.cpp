@@ -36,7 +36,6 @@ void Observer::rest()
 }
 //! [rest]
 
-//! [describe]
 // Where a widget is, as somebody who uses it has to know.
 std::string Observer::describe(const std::string& name, GtkWidget* widget) const
 {
@@ -52,7 +51,6 @@ std::string Observer::describe(const std::string& name, GtkWidget* widget) const
         << '\n';
     return out.str();
 }
-//! [describe]
 
 std::string Observer::describe() const
 {
