@@ -20,7 +20,7 @@
 #include <tuple>
 #include <vector>
 
-#include "AllocationFailure.h"
+#include "AllocationSweep.h"
 #include "LoadedScript.h"
 #include "LogCapture.h"
 #include "LuaCalls.h"
@@ -348,26 +348,8 @@ TEST_F(LuaAnswerTest, CallsFailWhereverMemoryEnds)
 TEST_F(LuaAnswerTest, CallsThrowWhereverTheProcesssMemoryEnds)
 {
     LoadedScript other(TURNING);
-    int failures = 0;
-    for (int nth = 1; nth < MORE_THAN_ENOUGH; ++nth) {
-        bool thrown = false;
-        bool happened = false;
-        {
-            const AllocationFailure failure(Allocation::ThrowingNew, nth);
-            try {
-                static_cast<void>(turn(other.script));
-            } catch (const std::bad_alloc&) {
-                thrown = true;
-            }
-            happened = failure.happened();
-        }
-        EXPECT_EQ(thrown, happened);
-        EXPECT_EQ(other.top(), BUILT_IN);
-        if (!happened) {
-            break;
-        }
-        ++failures;
-    }
+    const int failures = failEachNew([&] { static_cast<void>(turn(other.script)); },
+                                     [&](bool) { EXPECT_EQ(other.top(), BUILT_IN); });
     EXPECT_GT(failures, 5);
 }
 

@@ -22,7 +22,7 @@
 #include <utility>
 #include <vector>
 
-#include "AllocationFailure.h"
+#include "AllocationSweep.h"
 #include "LoadedScript.h"
 #include "LogCapture.h"
 #include "LuaCalls.h"
@@ -666,29 +666,12 @@ TEST_F(LuaBindingTest, BindingThrowsWhereverTheProcesssMemoryEnds)
 {
     const auto counter = std::make_shared<int>();
     const std::string name = "A_table_with_a_long_name.a_function_with_a_long_name";
-    int failures = 0;
-    for (int nth = 1; nth < MORE_THAN_ENOUGH; ++nth) {
-        bool thrown = false;
-        bool happened = false;
-        {
-            const AllocationFailure failure(Allocation::ThrowingNew, nth);
-            try {
-                api.bind(name, [counter] {});
-            } catch (const std::bad_alloc&) {
-                thrown = true;
-            }
-            happened = failure.happened();
-        }
-        EXPECT_EQ(thrown, happened);
-        EXPECT_EQ(loaded.top(), BUILT_IN);
-        if (!happened) {
-            break;
-        }
-        ++failures;
-        EXPECT_EQ(counter.use_count(), 1);
-    }
+    const int failures = failEachNew([&] { api.bind(name, [counter] {}); },
+                                     [&](bool failed) {
+                                         EXPECT_EQ(loaded.top(), BUILT_IN);
+                                         EXPECT_EQ(counter.use_count(), failed ? 1 : 2);
+                                     });
     EXPECT_EQ(failures, 2) << "the object, and the name of the table";
-    EXPECT_EQ(counter.use_count(), 2);
 }
 
 constexpr const char* TURNING =
@@ -738,26 +721,8 @@ TEST_F(LuaBindingTest, ACallThrowsWhereverTheProcesssMemoryEnds)
 {
     BindingApi other([](BindingApi& self) { return self.bind("turn", turn); });
     LoadedScript script(TURNING, {&other});
-    int failures = 0;
-    for (int nth = 1; nth < MORE_THAN_ENOUGH; ++nth) {
-        bool thrown = false;
-        bool happened = false;
-        {
-            const AllocationFailure failure(Allocation::ThrowingNew, nth);
-            try {
-                script.script.callMethod("f", 1);
-            } catch (const std::bad_alloc&) {
-                thrown = true;
-            }
-            happened = failure.happened();
-        }
-        EXPECT_EQ(thrown, happened);
-        lua_settop(script.state(), BUILT_IN);
-        if (!happened) {
-            break;
-        }
-        ++failures;
-    }
+    const int failures = failEachNew([&] { script.script.callMethod("f", 1); },
+                                     [&](bool) { lua_settop(script.state(), BUILT_IN); });
     EXPECT_GT(failures, 10);
 }
 

@@ -67,6 +67,39 @@ private:
     LogCapture __log;
 };
 
+/**
+ * Lets the first, the second, the third ... `new` of a call fail, until it gets through. Each time the
+ * call must throw std::bad_alloc.
+ *
+ * @param after  called each time, with whether one failed
+ * @return how many failed
+ */
+template <typename Call, typename After>
+int failEachNew(const Call& call, const After& after)
+{
+    constexpr int MORE_THAN_ENOUGH = 10000;
+    for (int nth = 1; nth < MORE_THAN_ENOUGH; ++nth) {
+        bool thrown = false;
+        bool happened = false;
+        {
+            const AllocationFailure failure(Allocation::ThrowingNew, nth);
+            try {
+                call();
+            } catch (const std::bad_alloc&) {
+                thrown = true;
+            }
+            happened = failure.happened();
+        }
+        EXPECT_EQ(thrown, happened);
+        after(happened);
+        if (!happened) {
+            return nth - 1;
+        }
+    }
+    ADD_FAILURE() << "it never gets through";
+    return MORE_THAN_ENOUGH;
+}
+
 /** Adds to what the test's report says of allocations. */
 void report(int allocations);
 
