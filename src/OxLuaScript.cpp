@@ -318,7 +318,8 @@ int LuaScript::onMethodCalling(const std::string& methodName)
     if (!internal::reserveLuaStack(call, 4)) {
         return STATUS_INVALID_STATE;
     }
-    const int status = internal::pushLuaGlobal(call, methodName.c_str());
+    const std::string name = methodName;  // finalizers may change, or end, the member that it is
+    const int status = internal::pushLuaGlobal(call, name.c_str());
     if (status == LUA_ERRRUN) {
         // A script that watches its globals may raise an error for an unknown one. It is kept for
         // the call to raise.

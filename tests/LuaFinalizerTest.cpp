@@ -2,8 +2,10 @@
 
 #include <OxLuaScript.h>
 #include <OxStatus.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <initializer_list>
 #include <lua.hpp>
 #include <memory>
@@ -12,8 +14,11 @@
 #include <tuple>
 
 #include "LoadedScript.h"
+#include "LogCapture.h"
+#include "MainLoop.h"
 #include "NativeApi.h"
 #include "ScriptFile.h"
+#include "ScriptLog.h"
 
 namespace oxil::test {
 namespace {
@@ -84,6 +89,66 @@ TEST(LuaFinalizerTest, ItsExceptionsAreNotThoseOfTheFunctionThatClosesTheState)
 
     EXPECT_THROW(loaded.script.callMethod("f"), std::runtime_error);
     EXPECT_EQ(other, nullptr);
+}
+
+// What a finalizer does while the name of a function is looked up, which needs memory once.
+
+const char* const LOOKED_UP =
+    "collectgarbage('setstepmul', 1000000) collectgarbage() collectgarbage('stop')\n"
+    "calls = ''\n"
+    "getmetatable(newproxy(true)).__gc = function() native.run() end\n"
+    "function another() calls = calls .. 'another ' end\n"
+    "function aFunctionWithALongName() calls = calls .. 'its own' end";
+
+TEST(LuaFinalizerTest, ACallFindsItsFunctionAfterACallFromAFinalizer)
+{
+    NativeApi api;
+    LoadedScript loaded(LOOKED_UP, {&api});
+    api.body = [&](lua_State*, const std::string&) {
+        EXPECT_EQ(loaded.script.callMethod("another"), STATUS_SUCCESS);
+    };
+
+    lua_gc(loaded.state(), LUA_GCRESTART, 0);
+    EXPECT_EQ(loaded.script.callMethod("aFunctionWithALongName"), STATUS_SUCCESS);
+
+    EXPECT_EQ(globalText(loaded, "calls"), "another its own");
+}
+
+TEST(LuaFinalizerTest, AFinalizerEndsTheScriptWhoseFunctionIsLookedUp)
+{
+    NativeApi api;
+    auto loaded = std::make_unique<LoadedScript>(LOOKED_UP, std::initializer_list<LuaApi*>{&api});
+    api.body = [&](lua_State*, const std::string&) { loaded.reset(); };
+    LuaScript& script = loaded->script;
+    LogCapture log;
+
+    lua_gc(script.getLuaState(), LUA_GCRESTART, 0);
+    EXPECT_EQ(script.callMethod("aFunctionWithALongName", 0), STATUS_INVALID_STATE);
+
+    EXPECT_EQ(loaded, nullptr);
+    EXPECT_THAT(log.lines(), testing::ElementsAre(refusedCall()));
+}
+
+TEST(LuaFinalizerTest, AFinalizerStopsTheTimerWhoseFunctionIsLookedUp)
+{
+    NativeApi api;
+    LoadedScript loaded(
+        "collectgarbage('setstepmul', 1000000) collectgarbage() collectgarbage('stop')\n"
+        "local timer = Timer.start(1, 'theFunctionOfATimerThatHasALongName')\n"
+        "getmetatable(newproxy(true)).__gc = function() Timer.stop(timer) native.run() end\n"
+        "function another() calls = 'another ' end\n"
+        "function theFunctionOfATimerThatHasALongName() calls = calls .. 'its own' end",
+        {&api});
+    bool isFinalized = false;
+    api.body = [&](lua_State*, const std::string&) {
+        EXPECT_EQ(loaded.script.callMethod("another"), STATUS_SUCCESS);
+        isFinalized = true;
+    };
+
+    lua_gc(loaded.script.getLuaState(), LUA_GCRESTART, 0);
+    ASSERT_TRUE(iterateUntil([&] { return isFinalized; }, std::chrono::seconds(5)));
+
+    EXPECT_EQ(globalText(loaded, "calls"), "another its own");
 }
 
 // Finalizers that fail, and a collector that sets to work with the next piece of memory.
