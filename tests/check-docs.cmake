@@ -108,7 +108,7 @@ message(STATUS "${count} rows are as they should be")
 set(count 0)
 file(READ ${SOURCE}/doc/index.md index)
 file(GLOB pages RELATIVE ${SOURCE} ${SOURCE}/*.md ${SOURCE}/doc/*.md ${SOURCE}/tests/*.md
-  ${SOURCE}/tests/data/*.md ${SOURCE}/bench/*.md)
+  ${SOURCE}/tests/data/*.md ${SOURCE}/bench/*.md ${SOURCE}/packaging/*.md)
 foreach(page IN LISTS pages)
   get_filename_component(folder ${SOURCE}/${page} DIRECTORY)
   get_filename_component(name ${page} NAME)
