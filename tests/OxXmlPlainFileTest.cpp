@@ -22,6 +22,7 @@
 #include "AllocationFailure.h"
 #include "EngineMessages.h"
 #include "LogCapture.h"
+#include "OpenedReferences.h"
 
 namespace oxil::test {
 namespace {
@@ -279,34 +280,16 @@ TEST_F(XmlPlainFileTest, TextIsExact)
     EXPECT_THAT(texts, ElementsAre("one", "two"));
 }
 
-/** Counts what libxml2 opens. */
-int opened = 0;
-
-xmlParserInputPtr countOpened(const char*, const char*, xmlParserCtxtPtr)
-{
-    ++opened;
-    return nullptr;
-}
-
 TEST_F(XmlPlainFileTest, WhatADocumentRefersToIsNotReadWhateverTheProcessHasSet)
 {
     make("a.xml",
          "<!DOCTYPE r SYSTEM 'http://127.0.0.1:9/' [<!ENTITY e SYSTEM 'other.xml'><!ENTITY % p "
          "SYSTEM 'other.dtd'> %p;]><?oasis-xml-catalog catalog='catalog.xml'?><r n='1'>&e;</r>");
-    const xmlExternalEntityLoader loader = xmlGetExternalEntityLoader();
-    const int substitute = xmlSubstituteEntitiesDefault(1);
-    const int subset = xmlLoadExtDtdDefaultValue;
-    xmlLoadExtDtdDefaultValue = 1;
-    xmlSetExternalEntityLoader(countOpened);
+    const OpenedReferences opened;
 
-    opened = 0;
     EXPECT_EQ(loaded("a.xml"), "1");
     EXPECT_EQ(readIn("a.xml"), "1");
-    EXPECT_EQ(opened, 0);
-
-    xmlSetExternalEntityLoader(loader);
-    xmlSubstituteEntitiesDefault(substitute);
-    xmlLoadExtDtdDefaultValue = subset;
+    EXPECT_EQ(opened.getCount(), 0);
 }
 
 TEST_F(XmlPlainFileTest, WithoutMemoryNothingIsReadAndNothingIsLost)

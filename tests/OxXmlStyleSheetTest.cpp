@@ -647,6 +647,12 @@ xmlParserInputPtr loadAllowed(const char* url, const char* id, xmlParserCtxtPtr 
     return allowed ? DEFAULT_LOADER(url, id, context) : nullptr;
 }
 
+// Later versions deprecate it, and read no network anyway.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+const xmlExternalEntityLoader loadNoNetwork = xmlNoNetExternalEntityLoader;
+#pragma GCC diagnostic pop
+
 int checkAllowed(xsltSecurityPrefsPtr, xsltTransformContextPtr, const char* path)
 {
     return allowedFiles.count(path) > 0 ? 1 : 0;
@@ -724,8 +730,7 @@ const Setting SETTINGS[SETTING_COUNT] = {
     {"making folders", forbid<XSLT_SECPREF_CREATE_DIRECTORY>, none},
     {"reading the network", forbid<XSLT_SECPREF_READ_NETWORK>, none},
     {"writing the network", forbid<XSLT_SECPREF_WRITE_NETWORK>, none},
-    {"no network loader", [](auto&) { xmlSetExternalEntityLoader(xmlNoNetExternalEntityLoader); },
-     none},
+    {"no network loader", [](auto&) { xmlSetExternalEntityLoader(loadNoNetwork); }, none},
     {"a loader with a list", [](auto&) { xmlSetExternalEntityLoader(loadAllowed); }, none},
     {"a loader with a list, and nothing but reading files",
      [](auto& s) {

@@ -25,6 +25,7 @@
 #include "EngineMemory.h"
 #include "EngineMessages.h"
 #include "LogCapture.h"
+#include "OpenedReferences.h"
 #include "OutputFile.h"
 #include "ScriptFile.h"
 #include "TreeCalls.h"
@@ -209,37 +210,19 @@ TEST(XmlInMemoryTest, MoreThanTheParserCanCountIsTooLongWhateverTheLimit)
 
 // ---- Documents from outside ---------------------------------------------------------------------
 
-/** Counts what libxml2 opens. */
-int opened = 0;
-
-xmlParserInputPtr countOpened(const char*, const char*, xmlParserCtxtPtr)
-{
-    ++opened;
-    return nullptr;
-}
-
 TEST(XmlInMemoryTest, WhatADocumentRefersToIsNotReadWhateverTheProcessHasSet)
 {
     const std::string text =
         "<!DOCTYPE r SYSTEM 'http://127.0.0.1:9/' [<!ENTITY e SYSTEM 'other.xml'><!ENTITY % p "
         "SYSTEM 'other.dtd'> %p;]><?oasis-xml-catalog catalog='catalog.xml'?><r n='1'>&e;</r>";
     const ScriptFile file(text);
-    const xmlExternalEntityLoader loader = xmlGetExternalEntityLoader();
-    const int substitute = xmlSubstituteEntitiesDefault(1);
-    const int subset = xmlLoadExtDtdDefaultValue;
-    xmlLoadExtDtdDefaultValue = 1;
-    xmlSetExternalEntityLoader(countOpened);
+    const OpenedReferences opened;
     const EngineMessages quiet;
 
-    opened = 0;
     EXPECT_EQ(nameIn(XmlDocument::loadText(text)), "1");
     EXPECT_EQ(nameIn(XmlDocument::loadFile(file.path())), "1");
     EXPECT_EQ(eventsOf(text), "<r|n|1></r>");
-    EXPECT_EQ(opened, 0);
-
-    xmlSetExternalEntityLoader(loader);
-    xmlSubstituteEntitiesDefault(substitute);
-    xmlLoadExtDtdDefaultValue = subset;
+    EXPECT_EQ(opened.getCount(), 0);
 }
 
 TEST(XmlInMemoryTest, EntitiesOfTheDocumentAreNotKnown)

@@ -133,7 +133,7 @@ void Window::begin(const std::string& element, const KeyValues& item)
         options_.push_back(item);
         parent.setOptions(options_);
     } else if (element != "panel") {
-        const Control control = makeControl(element, item, [=](const oxil::Variant& value) {
+        const auto onChanged = [this, element, id](const oxil::Variant& value) {
             if (id == "search") {
                 search(value.toString());
             } else if (id == "close") {
@@ -141,7 +141,8 @@ void Window::begin(const std::string& element, const KeyValues& item)
             } else if (!quiet_) {
                 tell_(element == "button" ? "onPressed" : "onChanged", id, value);
             }
-        });
+        };
+        const Control control = makeControl(element, item, onChanged);
         const bool isButton = element == "button" && parent.foot != nullptr;
         put(isButton ? parent.foot : parent.inside, control.outside, id);
         open_.back() = control;
