@@ -109,8 +109,8 @@ public:
 
     void request(unsigned int number)
     {
-        const int status =
-            __channel->request({"ask", {}}, HOUR, [=](int told, const SerializedData& answer) {
+        const int status = __channel->request(
+            {"ask", {}}, HOUR, [this, number](int told, const SerializedData& answer) {
                 __note(answerEvent(number, told, answer), 0);
             });
         FUZZ_REQUIRE(status == STATUS_SUCCESS);

@@ -170,7 +170,7 @@ xmlDocPtr xmlParseFile(const char* path)
 
 void xmlCleanupMemory(void)
 {
-    static auto* const cleanUp = real<decltype(xmlCleanupMemory)>("xmlCleanupMemory");
+    static auto* const cleanUp = real<void()>("xmlCleanupMemory");
     XmlCallRecorder::cleaningMemory();
     MemoryCleanups* watching = cleanups;
     if (watching == nullptr) {
