@@ -17,6 +17,7 @@
 #include "OxStatus.h"
 #include "OxWaitingLoop.h"
 #include "Payload.h"
+#include "process.h"
 
 using namespace oxil;
 using namespace oxil::test;
@@ -24,7 +25,6 @@ using namespace oxil::test;
 namespace {
 
 constexpr int TIMEOUT = 60000;  // milliseconds: an emulator may be slow
-constexpr int BITS = static_cast<int>(8 * sizeof(void*));
 
 using Messages = std::vector<std::unique_ptr<SerializedData>>;
 
@@ -77,14 +77,13 @@ public:
 
     std::size_t getCount() const { return __messages.size(); }
 
-    /** Of the other process. */
-    int getBits() const { return __bits; }
+    const std::string& getOtherProcess() const { return __otherProcess; }
 
 private:
     void __askNext()
     {
         if (__asked == __messages.size()) {
-            if (__channel.send({"done", {BITS}}) != STATUS_SUCCESS) {
+            if (__channel.send({"done", {thisProcess()}}) != STATUS_SUCCESS) {
                 __fail();
             }
             __closeIfDone();
@@ -125,14 +124,14 @@ private:
             __fail();
             return;
         }
-        __bits = params[0].toInt();
+        __otherProcess = params[0].toString();
         __closeIfDone();
     }
 
     /** The one that closes waits until both have asked everything. */
     void __closeIfDone()
     {
-        if (__closes && __bits != 0 && __asked == __messages.size()) {
+        if (__closes && !__otherProcess.empty() && __asked == __messages.size()) {
             __end();
         }
     }
@@ -153,7 +152,7 @@ private:
     const Messages __messages = packAll();
     std::size_t __asked = 0;
     std::size_t __answered = 0;
-    int __bits = 0;
+    std::string __otherProcess;
     bool __isGood = true;
     WaitingLoop __loop;
     Channel __channel;
@@ -181,8 +180,8 @@ bool ask(char** command)
         std::fprintf(stderr, "the other process: %d\n", status);
         return false;
     }
-    std::printf("%d-bit and %d-bit process: %zu requests each way\n", BITS, end.getBits(),
-                end.getCount());
+    std::printf("%s and %s: %zu requests each way\n", thisProcess().c_str(),
+                end.getOtherProcess().c_str(), end.getCount());
     return isGood;
 }
 

@@ -14,6 +14,7 @@
 #include "OxWireDecoder.h"
 #include "OxWireEncoder.h"
 #include "Payload.h"
+#include "process.h"
 
 using namespace oxil;
 using namespace oxil::test;
@@ -160,8 +161,8 @@ bool receiveAll()
                      [&](const auto& golden) { return receive(decoder, golden); })) {
         return false;
     }
-    std::printf("%d-bit process: %d messages with %zu payloads\n",
-                static_cast<int>(8 * sizeof(void*)), messages, payloads.size());
+    std::printf("%s: %d messages with %zu payloads\n", thisProcess().c_str(), messages,
+                payloads.size());
     return !decoder.hasMessage() && std::fgetc(stdin) == EOF;
 }
 
