@@ -3,7 +3,7 @@
 # device is what doc/application.md says, and runs there.
 #
 # cmake -DPROJECT=cmake|meson -DBUILD=... -DSOURCE=... -DWORK=... -DCXX=... -DREADELF=... [-DSTAND_INS=1]
-#   [-DTOOLCHAIN=... -DSYSROOT=... -DEMULATOR=...] -P application-test.cmake
+#   [-DTOOLCHAIN=... -DTRIPLET=... -DSYSROOT=... -DEMULATOR=...] -P application-test.cmake
 
 cmake_minimum_required(VERSION 3.25)
 include(${SOURCE}/tests/support/Commands.cmake)
@@ -20,6 +20,35 @@ file(REMOVE_RECURSE ${WORK})
 file(COPY ${SOURCE}/examples/application DESTINATION ${WORK})
 set(application ${WORK}/application)
 set(device ${WORK}/device)
+
+# ---- The toolchain files -------------------------------------------------------------------------
+
+# They are for one triplet, and the page's table says which words are others for another one.
+set(page ${SOURCE}/doc/application.md)
+
+# words(VARIABLE TRIPLET): of the row that begins with it
+function(words variable triplet)
+  file(STRINGS ${page} row REGEX "^[|] `${triplet}` [|]")
+  string(REGEX MATCHALL "`[^`]+`" row "${row}")
+  list(TRANSFORM row REPLACE "`" "")
+  list(LENGTH row count)
+  if(NOT count EQUAL 5)
+    message(FATAL_ERROR "doc/application.md says of ${triplet}: ${row}")
+  endif()
+  set(${variable} "${row}" PARENT_SCOPE)
+endfunction()
+
+if(TOOLCHAIN)
+  words(from arm-linux-gnueabihf)
+  words(to ${TRIPLET})
+  foreach(suffix IN ITEMS cmake ini)
+    file(READ ${application}/arm-linux-gnueabihf.${suffix} content)
+    foreach(word other IN ZIP_LISTS from to)
+      string(REPLACE ${word} ${other} content "${content}")
+    endforeach()
+    file(WRITE ${application}/${TRIPLET}.${suffix} "${content}")
+  endforeach()
+endif()
 
 # ---- The library ---------------------------------------------------------------------------------
 
@@ -46,7 +75,7 @@ set(build ${WORK}/build)
 set(environment ${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${library_path})
 if(PROJECT STREQUAL cmake)
   if(TOOLCHAIN)
-    set(settings --toolchain ${application}/arm-linux-gnueabihf.cmake -DSYSROOT=${sysroot})
+    set(settings --toolchain ${application}/${TRIPLET}.cmake -DSYSROOT=${sysroot})
   else()
     set(settings -DCMAKE_CXX_COMPILER=${CXX} -DCMAKE_PREFIX_PATH=${WORK}/prefix)
   endif()
@@ -60,7 +89,7 @@ else()
   if(TOOLCHAIN)
     file(WRITE ${WORK}/sysroot.ini "[constants]\nsysroot = '${sysroot}'\n")
     set(settings --cross-file ${WORK}/sysroot.ini
-      --cross-file ${application}/arm-linux-gnueabihf.ini)
+      --cross-file ${application}/${TRIPLET}.ini)
   else()
     list(APPEND environment CXX=${CXX} PKG_CONFIG_PATH=${WORK}/prefix/lib/pkgconfig)
   endif()
@@ -74,7 +103,7 @@ endif()
 
 # table(VARIABLE PATTERN): the first column of those rows of the page that begin with it
 function(table variable pattern)
-  file(STRINGS ${SOURCE}/doc/application.md rows REGEX "^[|] `${pattern}[^`]*` [|]")
+  file(STRINGS ${page} rows REGEX "^[|] `${pattern}[^`]*` [|]")
   list(TRANSFORM rows REPLACE "^[|] `([^`]*)`.*$" "\\1")
   list(SORT rows)
   set(${variable} "${rows}" PARENT_SCOPE)
@@ -104,11 +133,19 @@ foreach(file IN ITEMS bin/nightlight lib/liboxil.so.0)
     message(SEND_ERROR "${file} looks for libraries in ${search_path}")
   endif()
 endforeach()
+lines(loader ${CMAKE_COMMAND} -E env LC_ALL=C ${READELF} -l -W ${device}/usr/bin/nightlight)
+list(FILTER loader INCLUDE REGEX "program interpreter: ")
+string(REGEX REPLACE ".*/([^/]+)\\]$" "\\1" loader "${loader}")
+list(APPEND needed ${loader})
 list(REMOVE_DUPLICATES needed)
 list(SORT needed)
 list(FILTER needed EXCLUDE REGEX "^(liboxil[.]so[.]0|${stand_ins})$")
 if(TOOLCHAIN)  # what the host's are called does not matter
   table(expected "[^/`]*[.]so[.]")
+  foreach(word other IN ZIP_LISTS from to)
+    list(TRANSFORM expected REPLACE "^${word}$" ${other})
+  endforeach()
+  list(SORT expected)
   if(NOT needed STREQUAL expected)
     message(SEND_ERROR "needed are ${needed}, and doc/application.md says ${expected}")
   endif()
