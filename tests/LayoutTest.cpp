@@ -89,7 +89,8 @@ struct Expose {
 /**
  * Compares a class and all its fields, in their order, with a table: in the first line the class,
  * in the others its fields. Each has its offset, size and alignment twice, first on 32-bit ARM and
- * then on 64-bit hosts. A class with virtual functions has the pointer to their table in front.
+ * then on 64-bit hosts, as which 64-bit ARM counts. A class with virtual functions has the pointer to
+ * their table in front.
  */
 template <typename Class>
 void expectLayout(const std::string& table)
