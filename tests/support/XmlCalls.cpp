@@ -17,7 +17,8 @@ thread_local XmlCalls* current = nullptr;
 std::atomic<MemoryCleanups*> cleanups{nullptr};
 std::atomic<int> initialisations{0};
 std::atomic<int> catalogs{0};
-std::atomic<std::chrono::milliseconds> xsltTime{std::chrono::milliseconds(0)};
+// Not every processor has atomic numbers of 8 bytes, as std::chrono::milliseconds has.
+std::atomic<std::chrono::duration<int, std::milli>> xsltTime{{}};
 
 }  // namespace
 
