@@ -93,8 +93,9 @@ Holdings look()
 // up to 7 of each small size.
 constexpr long long HEAP_SLACK = 128 * 1024;
 
-// Blocks that stay keep the pages around them, and libraries load what they need when they do.
-constexpr long long RESIDENT_SLACK = 4 * 1024 * 1024;
+// Blocks that stay keep the pages around them, and libraries load what they need when they do. An
+// emulator may keep a megabyte of each thread that has ended.
+constexpr long long RESIDENT_SLACK = (OXIL_EMULATED ? 16 : 4) * 1024 * 1024;
 
 // ---- Files --------------------------------------------------------------------------------------
 
