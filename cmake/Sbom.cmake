@@ -51,7 +51,7 @@ if(OXIL_LUA STREQUAL luajit)
 else()
   sbom_package(lua "${LUA_VERSION}" "MIT" liblua5.1.so.0)
 endif()
-sbom_package(libxml2 "${XML_VERSION}" "MIT" libxml2.so.2)
+sbom_package(libxml2 "${XML_VERSION}" "MIT" libxml2.so.2 libxml2.so.16)  # since version 2.14
 sbom_package(libxslt "${XSLT_VERSION}" "MIT" libxslt.so.1)
 set(gcc_licence "GPL-3.0-or-later WITH GCC-exception-3.1")
 sbom_package(libstdc++ "${_GLIBCXX_RELEASE}" "${gcc_licence}" libstdc++.so.6)

@@ -75,10 +75,11 @@ std::string getContent(const xmlNode* node)
     internal::MemoryWatch watch;
     const auto free = [](xmlChar* text) { xmlFree(text); };
     const std::unique_ptr<xmlChar, decltype(free)> content(xmlNodeGetContent(node), free);
-    if (watch.hasRunOut()) {
+    // Later versions only return null, and report nothing.
+    if (content == nullptr || watch.hasRunOut()) {
         throw std::bad_alloc();
     }
-    return content != nullptr ? toText(content.get()) : "";
+    return toText(content.get());
 }
 
 }  // namespace

@@ -30,6 +30,7 @@ using testing::AnyOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::IsSupersetOf;
 using testing::SizeIs;
 using testing::StartsWith;
 
@@ -384,11 +385,16 @@ TEST(XmlMemoryTest, ErrorsReachTheHandlerOfTheApplicationAsTheyAre)
     const ScriptFile malformed("<a xmlns='relative'><p:b></a>");
     const ScriptFile file(SAMPLE);
 
+    EXPECT_EQ(xmlParseFile(malformed.path().c_str()), nullptr);
+    const std::vector<int> expected = codes;
+    EXPECT_THAT(expected, IsSupersetOf({XML_WAR_NS_URI_RELATIVE, XML_NS_ERR_UNDEFINED_NAMESPACE,
+                                        XML_ERR_TAG_NAME_MISMATCH}));
+
+    codes.clear();
     const LogCapture log;
     Xml xml(malformed.path());
     EXPECT_EQ(xml.load(), nullptr);
-    EXPECT_THAT(codes, ElementsAre(XML_WAR_NS_URI_RELATIVE, XML_NS_ERR_UNDEFINED_NAMESPACE,
-                                   XML_ERR_TAG_NAME_MISMATCH, XML_ERR_TAG_NOT_FINISHED));
+    EXPECT_EQ(codes, expected);
 
     codes.clear();
     int found = 0;

@@ -23,6 +23,8 @@
 namespace oxil::test {
 namespace {
 
+using testing::AnyOf;
+using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -564,7 +566,8 @@ TEST_F(XmlNodeTest, AddingTwiceListsTwice)
     EXPECT_EQ(parent->addChild(a), STATUS_SUCCESS);
 
     EXPECT_THAT(parent->getChildren(), ElementsAre(a, b, a));
-    EXPECT_EQ(xml(*parent), "<parent><a/><b/></parent>");
+    // Later versions of libxml2 move it to the end.
+    EXPECT_THAT(xml(*parent), AnyOf("<parent><a/><b/></parent>", "<parent><b/><a/></parent>"));
 
     // Both entries have to go before the parent does.
     EXPECT_EQ(parent->removeChild(a), STATUS_SUCCESS);
@@ -581,7 +584,7 @@ TEST_F(XmlNodeTest, ATextThatMeetsATextIsFreedAtOnce)
 
     EXPECT_EQ(parent->addChild(child), STATUS_SUCCESS);
 
-    EXPECT_THAT(calls.lines(), ElementsAre("release the added text"));
+    EXPECT_THAT(calls.lines(), Contains("release the added text").Times(1));
     EXPECT_THAT(parent->getChildren(), ElementsAre(child));
     EXPECT_EQ(xml(*parent), "<parent>one, two</parent>");
 

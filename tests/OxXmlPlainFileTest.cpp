@@ -141,7 +141,8 @@ TEST_F(XmlPlainFileTest, AnyNameIsTheNameOfAFile)
 
         Xml xml;
         EXPECT_EQ(xml.read(name), STATUS_SUCCESS) << name;
-        if (name != "-") {  // the standard input, to the engine
+        const bool isUrl = LIBXML_VERSION >= 21500 && name == "file:/a.xml";
+        if (name != "-" && !isUrl) {  // the standard input, to the engine
             EXPECT_EQ(loadedByTheEngine(name), number) << name;
         }
         EXPECT_EQ(loadedByTheEngine(folder + "/" + name), number) << name;
@@ -165,10 +166,11 @@ TEST_F(XmlPlainFileTest, AUrlIsAFileThatIsNotThere)
 TEST_F(XmlPlainFileTest, ACompressedFileIsNoXml)
 {
     make("a.xml.gz", std::string(reinterpret_cast<const char*>(ZIPPED), sizeof ZIPPED));
-    ASSERT_EQ(loadedByTheEngine("a.xml.gz"), "zipped");
-
     const EngineMessages quiet;
-    const LogCapture log;
+    LogCapture log;
+    EXPECT_EQ(loadedByTheEngine("a.xml.gz"), LIBXML_VERSION < 21500 ? "zipped" : "");
+
+    log.clear();
     EXPECT_EQ(loaded("a.xml.gz"), "");
     EXPECT_EQ(readIn("a.xml.gz"), "");
     EXPECT_THAT(log.lines(), ElementsAre(loadFails("a.xml.gz", 0),

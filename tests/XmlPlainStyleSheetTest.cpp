@@ -28,6 +28,7 @@
 namespace oxil::test {
 namespace {
 
+using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -244,7 +245,7 @@ TEST_F(XmlPlainStyleSheetTest, LoadingAgainFreesWhatWasCompiled)
     calls.clear();
 
     EXPECT_EQ(styleSheet.load(PLAIN_FILE), STATUS_SUCCESS);
-    EXPECT_THAT(calls.lines(), ElementsAre("free stylesheet"));
+    EXPECT_THAT(calls.lines(), Contains("free stylesheet").Times(1));
     EXPECT_EQ(applied(styleSheet), "<second/>");
 
     calls.clear();
