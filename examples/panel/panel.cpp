@@ -1,163 +1,342 @@
-#include "panel.h"
+// A panel for the settings of a device.
+//
+// Usage: panel [--OPTION VALUE]... FOLDER STATE
+//   FOLDER           where panel.xml, panel.lua, panel.css and report.xsl are
+//   STATE            a folder that keeps the settings, and gets the report
+//   --size WxH       of the window, 800x480 unless told otherwise; not larger than the screen
+//   --script FILE    another script than panel.lua
+//   --clock HH:MM    what the clock shows; time stands still, and nothing moves by itself
+//   --observed yes   says what is to be seen, see walk/observer.h
 
+#include <glib.h>
+#include <gtk/gtk.h>
+
+#include <algorithm>
+#include <chrono>
+#include <clocale>
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <memory>
+#include <string>
+#include <utility>
+#include <vector>
 
+#include <Oxil.h>
+
+#include "layout.h"
 #include "theme.h"
+#include "walk/observer.h"
 
 namespace panel {
+namespace {
 
-Panel::Panel(const Options& options, const std::vector<std::string>& command)
-    : options_(options),
-      script_(options.script.empty() ? options.folder + "/panel.lua" : options.script),
-      settings_(command),
-      window_(options.size,
-              [this](const std::string& event, const std::string& id, const oxil::Variant& value) {
-                  return event == "onClose" ? (close(), oxil::Variant()) : call(event, id, value);
-              })
-{
-}
+using namespace std::chrono_literals;
 
-bool Panel::run()
+//! [screen]
+// A device has one screen, and the panel all of it. A desktop's is larger, or not known here.
+oxil::Dimension getSize(const std::string& wanted)
 {
-    if (!window_.build(options_.folder + "/panel.xml", "en")) {
-        return false;
+    oxil::Dimension size(800, 480);
+    std::sscanf(wanted.c_str(), "%dx%d", &size.width, &size.height);
+    const oxil::Dimension screen = oxil::Screen::getInstance()->getSize();
+    if (screen.width > 0 && screen.height > 0) {
+        size = {std::min(size.width, screen.width), std::min(size.height, screen.height)};
     }
-    setTheme(0, false);
+    return size;
+}
+//! [screen]
 
-    // What a timer of the script calls fails in silence, unless somebody asks to be told.
-    script_.setErrorHandler(
-        [this](const std::string& function, const std::string& message,
-               const std::string& traceback) { showError(function, message, traceback); });
-    script_.addLuaApi(this);
-    if (script_.load() == oxil::STATUS_SUCCESS) {
-        settings_.start([this](bool connected) { call("onConnection", connected); },
-                        [this](const std::string& method, const Settings::Records& records) {
-                            call("onAnswer", method, records);
-                        });
-    } else {
-        window_.open(window_.getPages().front().id);
-        showError("load", "the log tells why", "");
+// A device has one look. What a desktop's user prefers would make it another one.
+void pinLook(bool still)
+{
+    g_object_set(gtk_settings_get_default(), "gtk-theme-name", "Adwaita", "gtk-icon-theme-name",
+                 "Adwaita", "gtk-font-name", "DejaVu Sans 10", "gtk-xft-antialias", 1,
+                 "gtk-xft-hinting", 1, "gtk-xft-hintstyle", "hintslight", "gtk-xft-rgba", "none",
+                 "gtk-xft-dpi", 96 * 1024, "gtk-cursor-blink", FALSE, "gtk-enable-animations",
+                 still ? FALSE : TRUE, nullptr);
+}
+
+// The application. What it does is said in Lua: this lets the script use window and service, and
+// tells it what happens there.
+class Panel : private oxil::LuaApi {
+public:
+    // Options are those of the command line; the service is a program with its arguments.
+    Panel(const oxil::KeyValues& options, const std::vector<std::string>& service)
+        : options_(options),
+          folder_(options.get("folder", "") + "/"),
+          service_(service),
+          css_(gtk_css_provider_new()),
+          layout_(folder_ + "panel.xml",
+                  [this](const auto& id, const auto& value) { onChanged(id, value); }),
+          script_(std::filesystem::path(folder_) / options.get("--script", ""))
+    {
+        const oxil::Dimension size = getSize(options.get("--size", ""));
+        GtkWidget* const window = layout_.getWindow();
+        gtk_window_set_default_size(GTK_WINDOW(window), size.width, size.height);
+        g_signal_connect(window, "delete-event", G_CALLBACK(onDelete), this);
+        g_signal_connect(window, "key-press-event", G_CALLBACK(onKey), this);
+        gtk_style_context_add_provider_for_screen(gtk_widget_get_screen(window),
+                                                  GTK_STYLE_PROVIDER(css_),
+                                                  GTK_STYLE_PROVIDER_PRIORITY_APPLICATION);
     }
-    loop_.run();
-    return true;
-}
 
-//! [bind]
-// What the script can do.
-int Panel::onLoading()
-{
-    bind("Panel.open", &window_, &Window::open);
-    bind("Panel.getPage", &window_, &Window::getPage);
-    bind("Panel.getWord", &window_, &Window::getWord);
-    bind("Panel.set", &window_, &Window::set);
-    bind("Panel.setOptions", &window_, &Window::setOptions);
-    bind("Panel.enable", &window_, &Window::enable);
-    bind("Panel.show", &window_, &Window::show);
-    bind("Panel.focus", &window_, &Window::focus);
-    bind("Panel.turn", &window_, &Window::turn);
-    bind("Panel.setMessage", &window_, &Window::setMessage);
-    bind("Panel.getSize", [this] {
-        const oxil::Dimension size = window_.getSize();
-        return std::make_tuple(size.width, size.height);
-    });
-    bind("Panel.getClock", [this] { return options_.clock; });
-    bind("Panel.setTheme", this, &Panel::setTheme);
-    bind("Panel.setLanguage", this, &Panel::setLanguage);
-    bind("Panel.writeReport", this, &Panel::writeReport);
-    bind("Settings.ask", &settings_, &Settings::ask);
-    return oxil::STATUS_SUCCESS;
-}
-//! [bind]
+    ~Panel() override
+    {
+        script_.removeLuaApi(this);
+        g_object_unref(css_);
+    }
 
-//! [call]
-// An error of the script is nobody's end: the panel shows it and goes on. The result is of no kind
-// then, as it is if there is none.
-template <typename... Params>
-oxil::Variant Panel::call(const std::string& function, const Params&... params)
-{
-    try {
-        const auto answer = script_.call<oxil::Variant>(function, params...);
-        if (answer) {
-            return *answer;
+    // Until the window is closed. False if there is no layout.
+    bool run()
+    {
+        setTheme(0, false);
+        // What a timer of the script calls fails in silence, unless somebody asks to be told.
+        script_.setErrorHandler([this](const auto&... what) { onError(what...); });
+        script_.addLuaApi(this);
+        if (script_.load() == oxil::STATUS_SUCCESS) {
+            connect();
+        } else {
+            layout_.read("en");
+            onError("load", "the log tells why", "");
         }
-        showError(function, answer.getMessage(), answer.getTraceback());
-    } catch (const std::exception& exception) {  // of a function that the script has called
-        showError(function, exception.what(), "");
+        if (layout_.getPages().empty()) {
+            return false;
+        }
+        loop_.run();
+        return true;
     }
-    return {};
-}
 
-void Panel::showError(const std::string& function, const std::string& message,
-                      const std::string& traceback)
-{
-    std::fprintf(stderr, "%s: %s\n%s\n", function.c_str(), message.c_str(), traceback.c_str());
-    window_.setMessage(window_.getWord("script") + ": " + function + ": " + message, true);
-}
-//! [call]
+    const Layout& getLayout() const { return layout_; }
 
-//! [close]
-// The script may wait in a loop of its own, for the answer to a question say: that one ends first.
-void Panel::close()
-{
-    if (!closing_) {
-        closing_ = true;
-        call("onClose");
-        loop_.quit();
+    // The service's process, 0 if there is no connection: for those who want to hurt it.
+    GPid getService() const { return channel_.isOpen() ? process_ : 0; }
+
+private:
+    //! [bind]
+    // What the script can do.
+    int onLoading() override
+    {
+        bind("Panel.build", &layout_, &Layout::read);
+        bind("Panel.set", &layout_, &Layout::set);
+        bind("Panel.setOptions", &layout_, &Layout::setOptions);
+        bind("Panel.search", &layout_, &Layout::search);
+        bind("Panel.setTheme", this, &Panel::setTheme);
+        bind("Panel.say", this, &Panel::say);
+        bind("Panel.writeReport", this, &Panel::writeReport);
+        bind("Panel.getClock", [this] { return options_.get("--clock", ""); });
+        bind("Settings.ask", this, &Panel::ask);
+        return oxil::STATUS_SUCCESS;
     }
-}
-//! [close]
+    //! [bind]
 
-void Panel::setTheme(int hue, bool dark)
-{
-    std::ifstream file(options_.folder + "/panel.css");
-    window_.setStyle(makeColors(hue, dark) + std::string(std::istreambuf_iterator<char>(file), {}));
-}
+    //! [call]
+    // An error of the script is nobody's end: the panel shows it and goes on.
+    template <typename... Params>
+    void call(const std::string& function, const Params&... params)
+    {
+        try {
+            const auto answer = script_.call(function, params...);
+            if (!answer) {
+                onError(function, answer.getMessage(), answer.getTraceback());
+            }
+        } catch (const std::exception& exception) {  // of a function that the script has called
+            onError(function, exception.what(), "");
+        }
+    }
 
-// Not in the middle of what a row has to say: rows are made anew.
-void Panel::setLanguage(const std::string& language)
-{
-    later_.start(0, [this, language] {
-        window_.build(options_.folder + "/panel.xml", language);
-        call("onBuilt");
-    });
-}
+    void onError(const std::string& function, const std::string& message,
+                 const std::string& traceback)
+    {
+        std::fprintf(stderr, "%s: %s\n%s\n", function.c_str(), message.c_str(), traceback.c_str());
+        say(layout_.getTitle("script") + ": " + function + ": " + message, true);
+    }
 
-//! [report]
-// What the rows show, as a page of HTML; returns its path, or nothing if it can't be written.
-std::string Panel::writeReport()
-{
-    auto report = std::make_unique<oxil::XmlNode>("report");
-    for (const Page& page : window_.getPages()) {
-        auto group = std::make_unique<oxil::XmlNode>("page");
-        group->setAttribute("title", page.title);
-        for (const Row& row : page.rows) {
-            const std::string text = window_.getControl(row.id).getText();
-            if (oxil::XmlNode::isText(text)) {
-                auto setting = std::make_unique<oxil::XmlNode>("setting");
-                setting->setAttribute({"title", row.title, "value", text});
-                group->addChild(std::move(setting));
+    // What happens in the window. A message can be closed whatever the script is like.
+    void onChanged(const std::string& id, const oxil::Variant& value)
+    {
+        if (id == "close") {
+            say("", false);
+        } else if (value.getType() == oxil::VARIANT_TYPE_NONE) {
+            call("onPressed", id);
+        } else if (id == "stack") {
+            call("onOpen", value);
+        } else {
+            call("onChanged", id, value);
+        }
+    }
+    //! [call]
+
+    void setTheme(int hue, bool dark)
+    {
+        std::ifstream file(folder_ + "panel.css");
+        const std::string css =
+            makeColors(hue, dark) + std::string(std::istreambuf_iterator<char>(file), {});
+        gtk_css_provider_load_from_data(css_, css.data(), static_cast<gssize>(css.size()), nullptr);
+    }
+
+    // A message stays until it is closed, or another one comes; an empty one is none.
+    void say(const std::string& text, bool bad)
+    {
+        layout_.set("message-text", text);
+        layout_.set("message", bad ? "warning" : "notice", "name");
+        layout_.set("message", !text.empty(), "visible");
+        layout_.set("window", true, "visible");
+    }
+
+    static gboolean onKey(GtkWidget*, GdkEventKey* event, void* data) noexcept
+    {
+        Panel& panel = *static_cast<Panel*>(data);
+        const bool control = (event->state & GDK_CONTROL_MASK) != 0;
+        if (control && event->keyval == GDK_KEY_q) {
+            gtk_window_close(GTK_WINDOW(panel.layout_.getWindow()));
+        } else if (control && event->keyval == GDK_KEY_f) {
+            panel.layout_.set("search", true, "is-focus");
+        } else if (event->keyval == GDK_KEY_Escape) {
+            panel.call("onPressed", "escape");
+        } else if (event->keyval == GDK_KEY_Tab &&
+                   gtk_container_get_focus_child(
+                       GTK_CONTAINER(panel.layout_.getControl("list").widget)) != nullptr) {
+            // Among pages one goes with the arrows; the tabulator leads out of the list.
+            GtkWidget* const page = panel.layout_.getControl("stack").widget;
+            return gtk_widget_child_focus(page, GTK_DIR_TAB_FORWARD);
+        }
+        return FALSE;
+    }
+
+    //! [close]
+    // The script may wait in a loop of its own, for an answer say: that one ends first.
+    static gboolean onDelete(GtkWidget*, GdkEvent*, void* data) noexcept
+    {
+        Panel& panel = *static_cast<Panel*>(data);
+        if (!std::exchange(panel.closing_, true)) {
+            panel.call("onClose");
+            panel.loop_.quit();
+        }
+        return TRUE;  // the window goes with the panel
+    }
+    //! [close]
+
+    //! [connect]
+    // A service that ends is started again after a second, for as long as there is a panel; without
+    // one it ends by itself, as nobody is at the other end of its pipes.
+    void connect()
+    {
+        std::vector<char*> words;
+        for (std::string& word : service_) {
+            words.push_back(word.data());
+        }
+        words.push_back(nullptr);
+        const auto flags =
+            static_cast<GSpawnFlags>(G_SPAWN_DO_NOT_REAP_CHILD | G_SPAWN_LEAVE_DESCRIPTORS_OPEN);
+        int input = -1;
+        int output = -1;
+        if (g_spawn_async_with_pipes(nullptr, words.data(), nullptr, flags, nullptr, nullptr,
+                                     &process_, &input, &output, nullptr, nullptr)) {
+            g_child_watch_add(
+                process_, [](GPid, int, void*) {}, nullptr);  // no zombie is left
+        }
+        const auto onClosed = [this](int) {
+            pause_.start(1s, [this] { connect(); });
+            call("onConnection", false);
+        };
+        if (channel_.open(output, input, nullptr, onClosed) == oxil::STATUS_SUCCESS) {
+            call("onConnection", true);
+        } else {
+            onClosed(oxil::STATUS_FAILURE);
+        }
+    }
+    //! [connect]
+
+    //! [ask]
+    // Every request gets its answer, or learns that there is none: nobody waits for ever.
+    bool ask(const std::string& method, const std::vector<oxil::Variant>& params)
+    {
+        const auto onAnswer = [this, method](int status, const oxil::SerializedData& answer) {
+            std::vector<oxil::KeyValues> records;
+            if (status == oxil::STATUS_SUCCESS) {
+                oxil::Serializer::deserialize(answer, records, oxil::REPEATABLE);
+            }
+            call("onAnswer", method, records);
+        };
+        return channel_.isOpen() &&
+               channel_.request({method, params}, 4s, onAnswer) == oxil::STATUS_SUCCESS;
+    }
+    //! [ask]
+
+    //! [report]
+    // What is shown, as a page of HTML; returns its path, or nothing if it can't be written.
+    std::string writeReport() const
+    {
+        auto report = std::make_unique<oxil::XmlNode>("report");
+        for (const Page& page : layout_.getPages()) {
+            for (const std::string& row : page.rows) {
+                const std::string text = layout_.getText(row);
+                if (oxil::XmlNode::isText(text)) {
+                    auto setting = std::make_unique<oxil::XmlNode>("setting");
+                    setting->setAttribute({"title", layout_.getTitle(row), "value", text});
+                    report->addChild(std::move(setting));
+                }
             }
         }
-        report->addChild(std::move(group));
-    }
-    oxil::XmlDocument document;
-    document.setRootNode(std::move(report));
+        oxil::XmlDocument document;
+        document.setRootNode(std::move(report));
 
-    oxil::XmlStyleSheet styleSheet(options_.folder + "/report.xsl");
-    const bool loaded = styleSheet.load(oxil::PLAIN_FILE) == oxil::STATUS_SUCCESS;
-    const auto html = loaded ? styleSheet.transform(document) : nullptr;
-    if (html == nullptr) {
-        return "";
+        oxil::XmlStyleSheet styleSheet(folder_ + "report.xsl");
+        const bool loaded = styleSheet.load(oxil::PLAIN_FILE) == oxil::STATUS_SUCCESS;
+        const auto html = loaded ? styleSheet.transform(document) : nullptr;
+        if (html == nullptr) {
+            return "";
+        }
+        const std::string path = options_.get("state", "") + "/report.html";
+        html->__setXmlStyleSheet(&styleSheet);
+        html->setOutputFilePath(path);
+        return html->write(oxil::PLAIN_FILE) == oxil::STATUS_SUCCESS ? path : "";
     }
-    const std::string path = options_.state + "/report.html";
-    html->__setXmlStyleSheet(&styleSheet);
-    html->setOutputFilePath(path);
-    return html->write(oxil::PLAIN_FILE) == oxil::STATUS_SUCCESS ? path : "";
-}
-//! [report]
+    //! [report]
 
+    const oxil::KeyValues options_;
+    const std::string folder_;
+    std::vector<std::string> service_;
+    GtkCssProvider* const css_;
+    Layout layout_;
+    oxil::LuaScript script_;
+    oxil::WaitingLoop loop_;
+    bool closing_ = false;
+    GPid process_ = 0;
+    oxil::Channel channel_;
+    oxil::Timer pause_;
+};
+
+}  // namespace
 }  // namespace panel
+
+//! [main]
+int main(int argc, char** argv)
+{
+    const bool hasDisplay = gtk_init_check(&argc, &argv);
+    oxil::KeyValues options = {
+        {"--size", "800x480"}, {"--script", "panel.lua"}, {"--clock", ""}, {"--observed", ""}};
+    int i = 1;
+    for (; i + 1 < argc && options.contains(argv[i]); i += 2) {
+        options.set(argv[i], argv[i + 1]);
+    }
+    if (!hasDisplay || argc != i + 2) {
+        std::fprintf(stderr, "usage: panel [--OPTION VALUE]... FOLDER STATE, on a display\n");
+        return 2;
+    }
+    options.set("folder", argv[i]);
+    options.set("state", argv[i + 1]);
+    std::setlocale(LC_NUMERIC, "C");  // a number has a point, in whatever country
+    panel::pinLook(!options.get("--clock", "").empty());
+
+    panel::Panel panel(options, {std::string(argv[0]) + "-service", PANEL_REGISTRY,
+                                 options.get("state", "") + "/settings"});
+    const panel::Observer observer(
+        panel.getLayout(), [&] { return panel.getService(); },
+        !options.get("--observed", "").empty());
+    return panel.run() ? 0 : 1;
+}
+//! [main]

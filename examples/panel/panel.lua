@@ -1,150 +1,66 @@
--- What the panel does. Panel and Settings are tables of the application; Timer and WaitingLoop are
--- there in every script.
+-- What the panel does. Panel and Settings are tables of the application, see panel.cpp; Timer and
+-- WaitingLoop are there in every script.
 
-local SAVE_DELAY = 400 -- milliseconds, so that a slider that is being moved is saved once
-local RETRY_DELAY = 1000
+local TICK = 250 -- milliseconds
+local FRAME = 40
 local CHECK_TIME = 4000 -- after which the service is taken to be silent
 local STILL = Panel.getClock() ~= "" -- nothing moves by itself
-local FORM = {name = true, server = true} -- settings that are saved by a button
+local FORM = "network" -- the page whose settings are saved by a button
 
+local text = Panel.build("en") -- of whatever has a name in the layout file
+local language -- of the window; none before the settings are known
+local page = "display" -- that is open
 local values = {} -- settings as they are shown
-local unsaved = {} -- those that the service has to get
-local sent = {} -- those that it has not confirmed
+local unsaved = {} -- those that the service has not confirmed
 local draft = {} -- those of the form that were changed
-local connected, closing, busy = false, false, false
+local asked = false -- the service, and there is no answer yet
+local closing = false
 
-local function warn(word)
-    Panel.setMessage(Panel.getWord(word), true)
-end
-
---! [timers]
--- A handle is a position: whoever stops a timer moves those behind it. So all are listed here.
-local timers = {}
-
-local function stop(name)
-    for place, other in ipairs(timers) do
-        if other == name then
-            table.remove(timers, place)
-            Timer.stop(place - 1)
-            return
-        end
-    end
-end
-
-local function start(name, interval, again)
-    stop(name)
-    timers[#timers + 1] = name
-    Timer.start(interval, name, again)
-end
---! [timers]
-
-function showTime()
-    Panel.set("time", STILL and Panel.getClock() or os.date("%H:%M"))
-end
-
--- Settings and what they look like ----------------------------------------------------------------
+-- Pages -------------------------------------------------------------------------------------------
 
 local function updateForm()
     local changed = next(draft) ~= nil
-    Panel.enable("save", changed)
-    Panel.enable("discard", changed)
-    if Panel.getPage() == "network" then
-        Panel.set("state", changed and Panel.getWord("unsaved") or "")
-    end
+    Panel.set("save", changed, "sensitive")
+    Panel.set("state", changed and text.unsaved or "")
 end
 
--- What depends on a setting besides its own row.
-local effects = {}
-
-function effects.hue()
-    Panel.setTheme(values.hue, values.dark)
-end
-effects.dark = effects.hue
-
-function effects.language()
-    Panel.setLanguage(values.language)
-end
-
-function effects.mute()
-    Panel.enable("volume", not values.mute)
-    Panel.enable("clicks", not values.mute)
-end
-
-function effects.layout()
-    values.variant, unsaved.variant = "", ""
-    Settings.ask("variants", {values.layout})
-end
-
---! [save]
--- What has changed goes to the service in one call, a moment after the last change.
-function save()
-    stop("save")
-    local params = {}
-    for name, value in pairs(unsaved) do
-        params[#params + 1] = name
-        params[#params + 1] = value
-    end
-    if connected and #params > 0 and Settings.ask("set", params) then
-        sent, unsaved = unsaved, {}
-    end
-end
-
-function onChanged(name, value)
-    if FORM[name] then
-        draft[name] = value ~= values[name] and value or nil
-        updateForm()
-    elseif values[name] ~= nil and values[name] ~= value then
-        values[name], unsaved[name] = value, value
-        Panel.set("state", "")
-        start("save", SAVE_DELAY, false)
-        if effects[name] then
-            effects[name]()
-        end
-    end
-end
---! [save]
-
--- The window was made anew, in the language that was chosen.
-function onBuilt()
-    for name, value in pairs(values) do
-        Panel.set(name, draft[name] or value)
-    end
-    showTime()
-    effects.mute()
+local function open(wanted)
+    page = wanted
+    Panel.set("stack", page)
+    Panel.set("title", text[page])
     updateForm()
-    Panel.open(Panel.getPage() ~= "" and Panel.getPage() or "display")
 end
 
-function onOpen(page)
-    Panel.set("state", "")
-    if page == "keyboard" then
-        Settings.ask("layouts", {})
-        Settings.ask("variants", {values.layout})
-    elseif page == "network" then
-        updateForm()
-    elseif page == "about" then
-        Panel.set("screen", string.format("%d × %d", Panel.getSize()))
-        Panel.set("service", Panel.getWord(connected and "running" or "stopped"))
+-- Makes the window anew, in the language of the user.
+local function build()
+    local focus = language and "language" or "brightness"
+    language = values.language
+    text = Panel.build(language)
+    for name, value in pairs(values) do
+        Panel.set(name, value)
     end
+    Settings.ask("layouts", {})
+    open(page)
+    Panel.set(focus, true, "is-focus")
 end
 
 --! [question]
 local loop = WaitingLoop.create()
 local answer = false
 
--- Nothing behind the question can be used until it is answered.
-local function setQuestion(shown)
-    Panel.enable("content", not shown)
-    Panel.show("question", shown)
-    Panel.focus(shown and "keep" or "pages")
+-- Nothing behind a dialog can be used until it is gone.
+local function setDialog(name, shown, focus)
+    Panel.set("content", not shown, "sensitive")
+    Panel.set(name, shown, "visible")
+    Panel.set(focus, true, "is-focus")
 end
 
 -- The one who asks waits here, while timers, messages and the window go on.
 local function ask()
     answer = false
-    setQuestion(true)
+    setDialog("question", true, "keep")
     WaitingLoop.run(loop)
-    setQuestion(false)
+    setDialog("question", false, "search")
     return answer
 end
 
@@ -153,183 +69,181 @@ local function reply(yes)
     WaitingLoop.quit(loop)
 end
 
-local function discard()
-    draft = {}
-    for name in pairs(FORM) do
-        Panel.set(name, values[name])
-    end
-    updateForm()
-end
-
-function onLeave(page)
-    if page == "network" and next(draft) ~= nil then
-        if not ask() then
-            return false
+-- The user wants to see a page, but the one that is open stays until it may be left.
+function onOpen(wanted)
+    Panel.set("stack", page)
+    if wanted ~= page and (next(draft) == nil or ask()) then
+        for name in pairs(draft) do
+            Panel.set(name, values[name])
         end
-        discard()
+        draft = {}
+        open(wanted)
     end
-    return true
 end
 --! [question]
 
+-- Settings ----------------------------------------------------------------------------------------
+
+local function change(name, value)
+    values[name], unsaved[name] = value, value
+    Panel.set("state", "")
+    if name == "hue" or name == "dark" then
+        Panel.setTheme(values.hue, values.dark)
+    end
+end
+
+function onChanged(name, value)
+    if name == "search" then
+        local found = Panel.search(value, page)
+        Panel.set("state", found == "" and text.nothing or "")
+        if found ~= "" and found ~= page then
+            onOpen(found)
+        end
+    elseif values[name] ~= nil and page == FORM then
+        draft[name] = value ~= values[name] and value or nil
+        updateForm()
+    elseif values[name] ~= nil and values[name] ~= value then
+        change(name, value)
+    end
+end
+
+--! [save]
+-- What has changed goes to the service in one call.
+local function save()
+    local params = {}
+    for name, value in pairs(unsaved) do
+        params[#params + 1] = name
+        params[#params + 1] = value
+    end
+    return #params > 0 and Settings.ask("set", params)
+end
+
+-- What is done a moment later: saving, as a slider that is moved changes often; asking again what
+-- had no answer; making the window anew, which is in use when a language is chosen.
+function tick()
+    if values.language ~= language then
+        build()
+    end
+    Panel.set("time", STILL and Panel.getClock() or os.date("%H:%M"))
+    if not asked then
+        asked = language and save() or not language and Settings.ask("get", {})
+    end
+end
+--! [save]
+
 -- Buttons -----------------------------------------------------------------------------------------
 
--- The busy page moves for as long as the answer may take.
-local waited = 0
+--! [timers]
+-- A handle is a position: who stops a timer moves those that were made later. So the one that comes
+-- and goes is the last.
+local ticking = Timer.start(TICK, "tick", true)
+local animation -- while the busy page is shown
+local waited
+
+-- Shows how much of the time that an answer may take is over.
+function animate()
+    waited = waited + FRAME
+    Panel.set("progress", STILL and 0.3 or waited / CHECK_TIME)
+end
 
 local function setBusy(shown)
-    busy = shown
-    stop("animate")
-    Panel.turn(shown and "busy" or Panel.getPage())
-    Panel.enable("pages", not shown)
-    Panel.enable("search", not shown)
-    Panel.focus(shown and "cancel" or "pages")
-end
-
-function animate()
-    waited = waited + 40
-    local rest = 1 - waited / CHECK_TIME
-    Panel.set("progress", math.floor(100 - 100 * rest * rest))
-end
-
-local buttons = {discard = discard}
-
-function buttons.check()
-    if not Settings.ask("check", {}) then
-        return warn("silent")
+    setDialog("busy", shown, shown and "cancel" or "check")
+    if shown then
+        waited = 0
+        animation = Timer.start(STILL and CHECK_TIME or FRAME, "animate", true)
+        animate()
+    else
+        Timer.stop(animation)
+        animation = nil
     end
-    setBusy(true)
-    Panel.set("progress", STILL and 40 or 0)
-    waited = 0
-    if not STILL then
-        start("animate", 40, true)
+end
+--! [timers]
+
+local pressed = {
+    cancel = function() setBusy(false) end,
+    drop = function() reply(true) end,
+    keep = function() reply(false) end,
+    escape = function() reply(false) end,
+}
+
+function pressed.check()
+    if Settings.ask("check", {}) then
+        setBusy(true)
     end
 end
 
-function buttons.cancel()
-    setBusy(false)
-end
-
-function buttons.keep()
-    reply(false)
-end
-
-function buttons.drop()
-    reply(true)
-end
-
-function buttons.save()
+function pressed.save()
     for name, value in pairs(draft) do
-        values[name], unsaved[name] = value, value
+        change(name, value)
     end
     draft = {}
     updateForm()
-    save()
 end
 
-function buttons.report()
+function pressed.report()
     local path = Panel.writeReport()
-    if path == "" then
-        return warn("failed")
-    end
-    Panel.setMessage(Panel.getWord("written") .. " " .. path, false)
+    Panel.say(path == "" and text.failed or text.written .. " " .. path, path == "")
 end
 
 function onPressed(button)
-    buttons[button]()
+    pressed[button]()
 end
 
 -- The service -------------------------------------------------------------------------------------
 
 --! [connection]
--- Asks for all settings, and again if there is no answer.
-function fetch()
-    stop("fetch")
-    if connected then
-        Settings.ask("get", {})
-    end
-end
-
 function onConnection(there)
-    connected = there
-    if there then
-        fetch()
-    elseif not closing then
-        warn("gone")
+    asked = false
+    if not closing and (language or not there) then
+        Panel.say(there and "" or text.gone, not there)
     end
 end
 
--- What a method of the service has answered, and whether that is what was asked for.
+-- What has come of a call: records, if it was answered and nothing was wrong.
 local answers = {}
 
--- What was changed while the service was away counts.
-function answers.get(records, good)
-    local first = next(values) == nil
-    if not good then
-        warn("silent")
-        start("fetch", RETRY_DELAY, false)
-        return Panel.getPage() == "" and Panel.open("display")
+function answers.get(records)
+    if records[1] then
+        values = records[1]
+        Panel.setTheme(values.hue, values.dark)
+        tick()
+        Panel.say("", false) -- which shows the window
     end
-    for name, value in pairs(records[1]) do
-        if unsaved[name] == nil then
-            values[name] = value
+end
+
+-- All settings as they are now. What the service has refused is not asked again.
+function answers.set(records, answered)
+    for name, value in pairs(unsaved) do
+        if answered and (not records[1] or records[1][name] == value) then
+            unsaved[name] = nil
         end
     end
-    Panel.setMessage("", false)
-    if first then
-        effects.hue()
-        effects.language()
-    else
-        save()
+    Panel.set("state", records[1] and text.saved or "")
+    if closing then
+        WaitingLoop.quit(loop)
     end
 end
 --! [connection]
 
-function answers.set(_, good)
-    if closing then
-        WaitingLoop.quit(loop)
-    elseif good then
-        Panel.set("state", Panel.getWord("saved"))
-    else
-        warn("silent")
-        for name, value in pairs(sent) do
-            if unsaved[name] == nil then
-                unsaved[name] = value
-            end
-        end
-        start("save", RETRY_DELAY, false)
-    end
+function answers.layouts(records)
+    Panel.setOptions("layout", records)
+    Panel.set("layout", values.layout)
 end
 
-function answers.layouts(records, good)
-    if good then
-        Panel.setOptions("layout", records)
-        Panel.set("layout", values.layout)
-    end
-end
-
-function answers.variants(records, good)
-    records = good and records or {}
-    table.insert(records, 1, {value = "", title = Panel.getWord("standard")})
-    Panel.setOptions("variant", records)
-    Panel.set("variant", values.variant)
-    Panel.enable("variant", #records > 1)
-end
-
-function answers.check(_, good)
-    if busy then
+function answers.check(records)
+    if animation then
         setBusy(false)
-        Panel.setMessage(Panel.getWord(good and "current" or "silent"), not good)
+        Panel.say(records[1] and text.current or "", false)
     end
 end
 
 function onAnswer(method, records)
-    answers[method](records, records[1] ~= nil and records[1].error == nil)
-end
-
-showTime()
-if not STILL then
-    start("showTime", 1000, true)
+    local answered = records[1] ~= nil
+    asked = false
+    answers[method](answered and not records[1].error and records or {}, answered)
+    if not answered and not closing then
+        Panel.say(text.silent, true)
+    end
 end
 
 --! [close]
@@ -337,13 +251,13 @@ end
 function onClose()
     closing = true
     reply(false)
-    if connected and next(unsaved) ~= nil then
-        save()
+    if save() then
         WaitingLoop.runTime(loop, 1000)
     end
-    for place = #timers, 1, -1 do
-        Timer.stop(place - 1)
+    if animation then
+        Timer.stop(animation)
     end
+    Timer.stop(ticking)
     WaitingLoop.destroy(loop)
 end
 --! [close]

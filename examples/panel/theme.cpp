@@ -22,22 +22,20 @@ double getLuminance(const oxil::Color& color)
 }
 
 //! [tints]
-// Percents of saturation and value, in light and in dark; of the user's hue, unless there is one.
+// Percents of saturation and value, in light and in dark; the hue is the user's.
 struct Tint {
     const char* name;
     std::pair<float, float> light;
     std::pair<float, float> dark;
-    float hue = -1;
 };
 
-const Tint TINTS[] = {{"back", {3, 96}, {28, 10}},       {"card", {0, 100}, {22, 16}},
-                      {"hover", {4, 93}, {22, 21}},      {"press", {6, 89}, {22, 26}},
-                      {"line", {5, 89}, {20, 25}},       {"edge", {14, 62}, {14, 50}},
-                      {"track", {8, 80}, {16, 38}},      {"text", {30, 14}, {3, 95}},
-                      {"quiet", {18, 42}, {8, 70}},      {"faint", {8, 66}, {12, 42}},
-                      {"accent", {82, 86}, {60, 96}},    {"accent_soft", {11, 97}, {45, 27}},
-                      {"on_accent", {0, 100}, {60, 10}}, {"bad", {85, 70}, {50, 100}, 5},
-                      {"bad_soft", {9, 99}, {45, 26}, 8}};
+const Tint TINTS[] = {{"back", {3, 96}, {28, 10}},      {"card", {0, 100}, {22, 16}},
+                      {"hover", {4, 93}, {22, 21}},     {"press", {6, 89}, {22, 26}},
+                      {"line", {5, 89}, {20, 25}},      {"edge", {14, 62}, {14, 50}},
+                      {"track", {8, 80}, {16, 38}},     {"text", {30, 14}, {3, 95}},
+                      {"quiet", {18, 42}, {8, 70}},     {"faint", {8, 66}, {12, 42}},
+                      {"accent", {82, 86}, {60, 96}},   {"accent_soft", {11, 97}, {45, 27}},
+                      {"on_accent", {0, 100}, {60, 10}}};
 //! [tints]
 
 //! [readable]
@@ -47,11 +45,8 @@ oxil::Color makeReadable(oxil::Color color, const oxil::Color& other, double con
     const bool onLight = other.getValue() > 50.0f;
     while (getContrast(color, other) < contrast && color.getValue() > 1.0f &&
            color.getSaturation() > 1.0f) {
-        if (onLight) {
-            color.setValue(color.getValue() - 1.0f);
-        } else {
-            color.setSaturation(color.getSaturation() - 1.0f);
-        }
+        onLight ? color.setValue(color.getValue() - 1.0f)
+                : color.setSaturation(color.getSaturation() - 1.0f);
     }
     return color;
 }
@@ -69,23 +64,14 @@ double getContrast(const oxil::Color& one, const oxil::Color& other)
 //! [colors]
 std::string makeColors(int hue, bool dark)
 {
-    const float own = static_cast<float>(hue);
     std::map<std::string, oxil::Color> colors;
     for (const Tint& tint : TINTS) {
         const auto& [saturation, value] = dark ? tint.dark : tint.light;
-        colors.emplace(tint.name, oxil::Color(tint.hue < 0 ? own : tint.hue, saturation, value));
+        colors.emplace(tint.name, oxil::Color(static_cast<float>(hue), saturation, value));
     }
+    colors.emplace("bad_soft", dark ? oxil::Color(66, 39, 36) : oxil::Color(252, 232, 229));
     colors.at("accent") = makeReadable(colors.at("accent"), colors.at("accent_soft"), 4.5);
     colors.at("edge") = makeReadable(colors.at("edge"), colors.at(dark ? "card" : "back"), 3);
-
-    // Under the pointer and pressed, it is the same colour with less or more light.
-    const float strong = colors.at("accent").getSaturation();
-    const float bright = colors.at("accent").getValue();
-    const auto add = [&](const char* name, float saturation, float value) {
-        colors.emplace(name, oxil::Color(own, saturation, value));
-    };
-    add("accent_hover", dark ? strong - 10 : strong, dark ? 100 : bright - 7);
-    add("accent_press", strong, dark ? 88 : bright - 15);
 
     std::string definitions;
     for (const auto& [name, color] : colors) {

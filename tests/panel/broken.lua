@@ -1,32 +1,28 @@
 -- A script with errors in all places that the panel calls or has called.
 
-function onBuilt()
-    Panel.setTheme(120, false)
-    Panel.open("display")
-end
+local text = Panel.build("en")
+Panel.setTheme(120, false)
+Panel.say("", false)
 
-function onConnection(there)
-    if there then
-        Panel.setLanguage("en")
-    end
+function onConnection()
 end
 
 function onOpen(page)
-    if page == "sound" then
+    if page == "keyboard" then
         error("nobody can hear this")
     elseif page == "network" then
         Panel.set("nonsense", 1)
-    elseif page == "about" then
+    elseif page == "system" then
         Timer.start(1, "later", false)
     end
 end
 
-function later()
-    return nothing.at.all
+function onChanged(name)
+    Panel.set(name, "nonsense", "visible")
 end
 
-function onLeave()
-    return true
+function later()
+    return nothing.at.all
 end
 
 function onClose()

@@ -17,6 +17,16 @@ namespace {
 
 using Colors = std::map<std::string, oxil::Color>;
 
+// What "mix(one, other, part)" is in a style sheet of GTK.
+oxil::Color mix(const oxil::Color& one, const oxil::Color& other, double part)
+{
+    const auto blend = [&](int from, int to) {
+        return static_cast<int>(from + part * (to - from) + 0.5);
+    };
+    return {blend(one.getRed(), other.getRed()), blend(one.getGreen(), other.getGreen()),
+            blend(one.getBlue(), other.getBlue())};
+}
+
 Colors readColors(int hue, bool dark)
 {
     Colors colors;
@@ -26,6 +36,9 @@ Colors readColors(int hue, bool dark)
         const unsigned long code = std::stoul(words.at(2).substr(1), nullptr, 16);
         colors.emplace(words.at(1), oxil::Color(0xFF000000UL | code));
     }
+    // As panel.css has it.
+    colors.emplace("accent_hover", mix(colors.at("accent"), colors.at("text"), 0.15));
+    colors.emplace("accent_press", mix(colors.at("accent"), colors.at("text"), 0.3));
     return colors;
 }
 
@@ -52,8 +65,7 @@ int main()
                           {"on_accent", "accent_hover", 4.5},
                           {"on_accent", "accent_press", 4.5},
                           {"edge", "card", 3},
-                          {"edge", "back", 2.9},
-                          {"bad", "bad_soft", 3}};
+                          {"edge", "back", 2.9}};
 
     bool good = true;
     for (const bool dark : {false, true}) {

@@ -5,15 +5,17 @@
 // Prints, beside what the service logs:
 //   forget: unknown method forget
 //   a record: this is no call
-//   variants without a layout: unknown method variants
-//   variants of nothing: no layouts
-//   volume = loud: no such setting: volume
+//   layouts: value
+//   brightness = loud: no such setting: brightness
 //   colour = 1: no such setting: colour
-//   volume: half a pair: saved
-//   volume = 30: saved
+//   brightness: half a pair: 70
+//   brightness = 30: 30
 //   again: 30
+//   no registry: no layouts
+//   no store: not written: no/such/folder/settings
 //   nonsense: no answer
 
+#include <glib.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -22,15 +24,24 @@
 
 #include <Oxil.h>
 
-#include "service_process.h"
-
 namespace {
 
 class Probe {
 public:
-    explicit Probe(int socket) { channel_.open(socket, nullptr, nullptr); }
+    // Starts the service, which ends with the probe.
+    Probe(std::string service, std::string registry, std::string store)
+    {
+        char* command[] = {service.data(), registry.data(), store.data(), nullptr};
+        const auto flags =
+            static_cast<GSpawnFlags>(G_SPAWN_DO_NOT_REAP_CHILD | G_SPAWN_LEAVE_DESCRIPTORS_OPEN);
+        int output = -1;
+        if (g_spawn_async_with_pipes(nullptr, command, nullptr, flags, nullptr, nullptr, nullptr,
+                                     &input_, &output, nullptr, nullptr)) {
+            channel_.open(output, input_, nullptr, nullptr);
+        }
+    }
 
-    // What the service answers: what is wrong, or the volume, or the first key.
+    // What the service answers: what is wrong, or the brightness, or the first key.
     std::string call(const oxil::Payload& payload)
     {
         std::string result = "no answer";
@@ -40,8 +51,8 @@ public:
                 oxil::Serializer::deserialize(message, records, oxil::REPEATABLE) ==
                     oxil::STATUS_SUCCESS) {
                 const oxil::KeyValues& first = records.at(0);
-                result = first.contains("volume") ? std::to_string(first.get("volume", -1))
-                                                  : first.get("error", first.getKey(0));
+                result = first.contains("brightness") ? std::to_string(first.get("brightness", -1))
+                                                      : first.get("error", first.getKey(0));
             }
             loop_.quit();
         };
@@ -51,7 +62,14 @@ public:
         return result;
     }
 
+    // Sends what no channel does.
+    bool write(const std::string& bytes) const
+    {
+        return ::write(input_, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
+    }
+
 private:
+    int input_ = -1;
     oxil::Channel channel_;
     oxil::WaitingLoop loop_;
 };
@@ -65,28 +83,28 @@ int main(int argc, char** argv)
         return 2;
     }
     std::remove(argv[3]);
-    const std::vector<std::string> command(argv + 1, argv + 4);
     {
-        const panel::ServiceProcess service(command);
-        Probe probe(service.getSocket());
+        Probe probe(argv[1], argv[2], argv[3]);
         const auto tell = [&](const char* what, const oxil::Payload& payload) {
             std::printf("%s: %s\n", what, probe.call(payload).c_str());
         };
         tell("forget", {"forget", {1}});
         tell("a record", oxil::KeyValues({{"name", "nobody asked"}}));
-        tell("variants without a layout", {"variants", {}});
-        tell("variants of nothing", {"variants", {"nothing"}});
-        tell("volume = loud", {"set", {"volume", "loud"}});
+        tell("layouts", {"layouts", {}});
+        tell("brightness = loud", {"set", {"brightness", "loud"}});
         tell("colour = 1", {"set", {"colour", 1}});
-        tell("volume: half a pair", {"set", {"volume"}});
-        tell("volume = 30", {"set", {"volume", 30}});
+        tell("brightness: half a pair", {"set", {"brightness"}});
+        tell("brightness = 30", {"set", {"brightness", 30}});
     }
-    const panel::ServiceProcess service(command);
-    Probe probe(service.getSocket());
+    Probe probe(argv[1], "", argv[3]);
     std::printf("again: %s\n", probe.call({"get", {}}).c_str());
+    std::printf("no registry: %s\n", probe.call({"layouts", {}}).c_str());
+
+    Probe lost(argv[1], "", "no/such/folder/settings");
+    std::printf("no store: %s\n", lost.call({"set", {"brightness", 30}}).c_str());
 
     // What stands in the place of a kind is no kind.
-    if (write(service.getSocket(), "nonsense", 8) != 8) {
+    if (!probe.write("nonsense")) {
         return 1;
     }
     std::printf("nonsense: %s\n", probe.call({"get", {}}).c_str());

@@ -32,13 +32,15 @@ def errors_of_the_script(command):
     with Stage(command + ["--script", script]) as stage:
         stage.wait_for(has_page("display"))
         for page, message in (
-                ("sound", "broken.lua:16: nobody can hear this"),
-                ("network", "onOpen: no row nonsense"),
-                ("about", "broken.lua:25: attempt to index global 'nothing'")):
+                ("keyboard", "broken.lua:12: nobody can hear this"),
+                ("network", "onOpen: nothing is called nonsense"),
+                ("system", "broken.lua:25: attempt to index global 'nothing'")):
             stage.click("page:" + page)
             stage.wait_for(has_page(page))
             stage.wait_for(has_message("The script has failed: "))
             stage.wait_for(has_message(message))
+        stage.click("automatic")
+        stage.wait_for(has_message("onChanged: automatic can't be nonsense"))
         stage.click("close")
         stage.wait_for(lambda state: state["message"] == "")
         return stage.end()
@@ -54,13 +56,13 @@ def a_service_that_is_silent(command):
     with Stage(command) as stage:
         stage.wait_for(has_page("display"))
         service = int(stage.state["service"])
-        stage.click("page:updates")
-        stage.wait_for(has_page("updates"))
+        stage.click("page:system")
+        stage.wait_for(has_page("system"))
         os.kill(service, signal.SIGSTOP)
         stage.click("check")
         stage.wait_for(has_page("busy"))
         stage.wait_for(has_message("The settings service does not answer."))
-        stage.wait_for(has_page("updates"))
+        stage.wait_for(has_page("system"))
         os.kill(service, signal.SIGCONT)
         stage.click("automatic")
         stage.wait_for(lambda state: state["state"] == "Saved")
@@ -70,20 +72,20 @@ def a_service_that_is_silent(command):
 def a_service_that_is_killed_in_the_question(command):
     with Stage(command) as stage:
         change_name(stage)
-        stage.click("page:sound")
+        stage.click("page:keyboard")
         stage.wait_for(lambda state: state["question"] == "1")
         os.kill(int(stage.state["service"]), signal.SIGKILL)
         stage.wait_for(has_message("The settings service is gone."))
         stage.wait_for(lambda state: state["service"] != "0" and state["message"] == "")
         stage.click("drop")
-        stage.wait_for(has_page("sound"))
+        stage.wait_for(has_page("keyboard"))
         return 0 if stage.state["value"]["name"] == "Kitchen" else 1
 
 
 def the_window_is_closed_in_the_question(command):
     with Stage(command) as stage:
         change_name(stage)
-        stage.click("page:sound")
+        stage.click("page:keyboard")
         stage.wait_for(lambda state: state["question"] == "1")
         return stage.end()
 
@@ -99,12 +101,10 @@ def the_window_is_closed_before_anything_is_saved(command):
 
 
 def a_screen_that_is_small(command):
-    """What is asked for is 800 pixels wide, and the names of the pages would be to be seen."""
+    """What is asked for is 800 pixels wide."""
     with Stage(command) as stage:
         stage.wait_for(has_page("display"))
-        stage.click("page:about")
-        stage.wait_for(lambda state: state["value"]["screen"] == "480 × 320")
-        return 0 if stage.state["at"]["page:about"][2] < 100 else 1
+        return 0 if stage.state["at"]["window"] == [0, 0, 480, 320] else 1
 
 
 def a_service_that_is_silent_when_it_should_save(command):
@@ -120,10 +120,12 @@ def a_service_that_is_silent_when_it_should_save(command):
 
 
 def keys_alone(command):
-    """From the list of pages to a switch, a slider, a list, a text, the question, and to the end."""
+    """From the list of pages to a switch, a choice, a text, the question, and to the end."""
     with Stage(command) as stage:
         stage.wait_for(has_page("display"))
-        stage.press("Tab", "Tab", "space")
+        stage.press("Right")
+        stage.wait_for(lambda state: state["value"]["brightness"] == "75")
+        stage.press("Tab", "space")
         stage.wait_for(lambda state: state["value"]["adaptive"] == "–")
         stage.press("Tab", "space")
         stage.wait_for(lambda state: "option" in state["at"])
@@ -131,14 +133,18 @@ def keys_alone(command):
         stage.wait_for(lambda state: state["value"]["sleep"] == "10 minutes")
         stage.press("ctrl+f", "n", "e", "t", "w")
         stage.wait_for(has_page("network"))
-        stage.press("Escape", "Tab")
-        stage.wait_for(lambda state: "page:sound" in state["at"])
+        stage.press("Escape")
+        stage.wait_for(lambda state: "page:keyboard" in state["at"])
+        stage.press("Tab", "Up")
+        stage.wait_for(has_page("keyboard"))
+        stage.press("Down")
+        stage.wait_for(has_page("network"))
         stage.press("Tab", "End", "x")
         stage.wait_for(lambda state: state["value"]["name"] == "Kitchenx")
-        stage.press("ctrl+f", "s", "o", "u", "n", "d")
+        stage.press("ctrl+f", "s", "y", "s", "t", "e", "m")
         stage.wait_for(lambda state: state["question"] == "1")
         stage.press("Left", "Return")
-        stage.wait_for(has_page("sound"))
+        stage.wait_for(has_page("system"))
         return stage.end()
 
 

@@ -5,11 +5,14 @@
 
 namespace panel {
 
-Observer::Observer(const Window& window, const Settings& settings)
-    : window_(window), settings_(settings)
+Observer::Observer(const Layout& layout, const std::function<int()>& getService, bool speaks)
+    : layout_(layout), getService_(getService)
 {
-    on(window_.getWidget(), "realize", [this] {
-        GdkFrameClock* clock = gtk_widget_get_frame_clock(window_.getWidget());
+    if (!speaks) {
+        return;
+    }
+    on(layout_.getWindow(), "realize", [this] {
+        GdkFrameClock* clock = gtk_widget_get_frame_clock(layout_.getWindow());
         on(clock, "after-paint", [this] { rest(); });
     });
 }
@@ -42,7 +45,7 @@ std::string Observer::describe(const std::string& name, GtkWidget* widget) const
     int x = 0;
     int y = 0;
     if (!gtk_widget_get_mapped(widget) ||
-        !gtk_widget_translate_coordinates(widget, window_.getWidget(), 0, 0, &x, &y)) {
+        !gtk_widget_translate_coordinates(widget, layout_.getWindow(), 0, 0, &x, &y)) {
         return "";
     }
     std::ostringstream out;
@@ -55,28 +58,31 @@ std::string Observer::describe(const std::string& name, GtkWidget* widget) const
 std::string Observer::describe() const
 {
     const auto isShown = [this](const char* id) {
-        return gtk_widget_get_visible(window_.getControl(id).widget) != FALSE;
+        return gtk_widget_get_visible(layout_.getControl(id).widget) != FALSE;
     };
-    GtkStack* const stack = GTK_STACK(window_.getControl("stack").widget);
     std::ostringstream out;
-    out << "page\t" << gtk_stack_get_visible_child_name(stack) << "\nstate\t"
-        << window_.getControl("state").getText() << "\nmessage\t"
-        << (isShown("message") ? window_.getControl("message-text").getText() : "")
-        << "\nquestion\t" << isShown("question") << "\nservice\t"
-        << (settings_.isConnected() ? settings_.getProcessId() : 0) << '\n';
-    for (const Page& page : window_.getPages()) {
-        out << describe("page:" + page.id, page.entry);
-        for (const Row& row : page.rows) {
-            out << "value\t" << row.id << '\t' << window_.getControl(row.id).getText() << '\n';
+    out << "page\t" << (isShown("busy") ? "busy" : layout_.getText("stack")) << "\nstate\t"
+        << layout_.getText("state") << "\nmessage\t"
+        << (isShown("message") ? layout_.getText("message-text") : "") << "\nquestion\t"
+        << isShown("question") << "\nservice\t" << getService_() << '\n';
+    GtkWidget* list = layout_.getControl("list").widget;
+    while (!GTK_IS_LIST_BOX(list)) {
+        list = gtk_bin_get_child(GTK_BIN(list));
+    }
+    int place = 0;
+    for (const Page& page : layout_.getPages()) {
+        GtkListBoxRow* entry = gtk_list_box_get_row_at_index(GTK_LIST_BOX(list), place++);
+        out << describe("page:" + page.id, GTK_WIDGET(entry));
+        for (const std::string& row : page.rows) {
+            out << "value\t" << row << '\t' << layout_.getText(row) << '\n';
         }
     }
-    for (const auto& [id, control] : window_.getControls()) {
-        out << describe(id, control.widget);
-    }
-    GtkWidget* focus = gtk_window_get_focus(GTK_WINDOW(window_.getWidget()));
-    if (focus != nullptr) {
-        const bool isOption = gtk_widget_get_ancestor(focus, GTK_TYPE_POPOVER) != nullptr;
-        out << describe("focus", focus) << (isOption ? describe("option", focus) : "");
+    for (const auto& [id, control] : layout_.getControls()) {
+        gboolean isOpen = FALSE;
+        if (GTK_IS_COMBO_BOX(control.widget)) {
+            g_object_get(control.widget, "popup-shown", &isOpen, nullptr);
+        }
+        out << describe(id, control.widget) << (isOpen ? describe("option", control.widget) : "");
     }
     return out.str();
 }
@@ -89,7 +95,7 @@ void Observer::tell()
         return;
     }
     told_ = now;
-    gdk_display_sync(gtk_widget_get_display(window_.getWidget()));  // it is on the screen
+    gdk_display_sync(gtk_widget_get_display(layout_.getWindow()));  // it is on the screen
     std::printf("%s\n", now.c_str());
     std::fflush(stdout);
     for (int c = std::getchar(); c != '\n' && c != EOF; c = std::getchar()) {

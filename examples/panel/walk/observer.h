@@ -1,20 +1,20 @@
 // For the walk and the tests, and no part of what the panel is for: an application that begins with
-// the panel leaves this folder out, and the lines of main.cpp that name the observer.
+// the panel leaves this folder out, and the lines of panel.cpp that name the observer.
 //
 // Says on the standard output what is to be seen, whenever that has changed and the window has come
 // to rest, and goes on when the standard input has a line: so a picture can be taken in between.
 #pragma once
 
+#include <functional>
 #include <string>
 
-#include "../settings.h"
-#include "../window.h"
+#include "../layout.h"
 
 namespace panel {
 
 class Observer {
 public:
-    Observer(const Window& window, const Settings& settings);
+    Observer(const Layout& layout, const std::function<int()>& getService, bool speaks);
     ~Observer();
 
     Observer(const Observer&) = delete;
@@ -26,8 +26,8 @@ private:
     void rest();
     void tell();
 
-    const Window& window_;
-    const Settings& settings_;
+    const Layout& layout_;
+    const std::function<int()> getService_;
     std::string told_;
     unsigned int source_ = 0;
 };
