@@ -8,7 +8,8 @@
 #     <!-- rows of bench/results.md -->
 #
 # And every message that is logged has its place in doc/errors.md, every page its place in doc/index.md,
-# and every link of a page leads to a file that is there.
+# and every link of a page leads to a file that is there. A link to a whole page stands on one line: from
+# there on, some versions of Doxygen would take the page for plain text.
 #
 # cmake -DSOURCE=... -P check-docs.cmake
 
@@ -117,6 +118,9 @@ foreach(page IN LISTS pages)
     message(SEND_ERROR "doc/index.md does not name ${page}")
   endif()
   file(READ ${SOURCE}/${page} text)
+  if(text MATCHES "\\[([^]\n]*\n[^]\n]*)\\]\\([^)#]*\\)")
+    message(SEND_ERROR "${page} has a link on two lines: ${CMAKE_MATCH_1}")
+  endif()
   string(REPLACE "](" "<link " text "${text}")
   string(REGEX REPLACE "[][;]" "" text "${text}")  # these mean something in lists
   # Files have a dot or a slash; what a lambda takes has none.
