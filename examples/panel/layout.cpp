@@ -135,6 +135,9 @@ KeyValues Layout::read(const std::string& language)
     if (xml.read(oxil::EXACT_TEXT) == oxil::STATUS_SUCCESS) {
         gtk_stack_sidebar_set_stack(GTK_STACK_SIDEBAR(getControl("list").widget),
                                     GTK_STACK(getControl("stack").widget));
+    } else {
+        pages_.clear();
+        texts_ = {};
     }
     quiet_ = false;
     return texts_;
@@ -158,7 +161,7 @@ GtkWidget* Layout::begin(const std::string& element, const KeyValues& item, GtkW
     }
     const Control control = makeControl(element, item);
     if (element == "page") {
-        pages_.push_back({id, control.widget, {}});
+        pages_.push_back({id, {}});
         gtk_stack_add_titled(GTK_STACK(getControl("stack").widget), control.widget, id.c_str(),
                              (item.get("icon", "") + "\t" + title).c_str());
         rows_ = begin("column", {{"class", "rows"}}, control.widget);
@@ -279,7 +282,7 @@ std::string Layout::search(const std::string& text, const std::string& open)
             gtk_widget_set_visible(gtk_widget_get_parent(getControl(row).widget), shown);
             found = found || shown;
         }
-        gtk_widget_set_visible(page.widget, found || page.id == open);
+        set(page.id, found || page.id == open, "visible");
         if (found && (best.empty() || page.id == open)) {
             best = page.id;
         }

@@ -21,7 +21,6 @@ struct Control {
 
 struct Page {
     std::string id;
-    GtkWidget* widget;
     std::vector<std::string> rows;  // the names of its settings
 };
 

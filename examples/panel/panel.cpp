@@ -96,15 +96,14 @@ public:
         // What a timer of the script calls fails in silence, unless somebody asks to be told.
         script_.setErrorHandler([this](const auto&... what) { onError(what...); });
         script_.addLuaApi(this);
-        if (script_.load() == oxil::STATUS_SUCCESS) {
-            connect();
-        } else {
+        const bool loaded = script_.load() == oxil::STATUS_SUCCESS;
+        if (!loaded) {
             layout_.read("en");
-            onError("load", "the log tells why", "");
         }
         if (layout_.getPages().empty()) {
             return false;
         }
+        loaded ? connect() : onError("load", "the log tells why", "");
         loop_.run();
         return true;
     }

@@ -6,7 +6,7 @@
   <xsl:template match="/report">
     <html>
       <head>
-        <title><xsl:value-of select="@title"/></title>
+        <title>Settings</title>
         <style>
           body { margin: 2rem auto; max-width: 40rem; font: 1rem/1.5 system-ui, sans-serif; }
           table { width: 100%; border-collapse: collapse; }
