@@ -314,11 +314,11 @@ int LuaScript::onMethodCalling(const std::string& methodName)
         internal::pushKnownLuaGlobal(state, methodName.c_str())) {
         return STATUS_SUCCESS;
     }
+    const std::string name = methodName;  // finalizers may change, or end, the member that it is
     ProtectedCall call(state);
     if (!internal::reserveLuaStack(call, 4)) {
         return STATUS_INVALID_STATE;
     }
-    const std::string name = methodName;  // finalizers may change, or end, the member that it is
     const int status = internal::pushLuaGlobal(call, name.c_str());
     if (status == LUA_ERRRUN) {
         // A script that watches its globals may raise an error for an unknown one. It is kept for
@@ -340,14 +340,8 @@ int LuaScript::onMethodCalled(const std::string& methodName)
     if (state == nullptr || lua_gettop(state) <= parameterCount) {
         return STATUS_INVALID_STATE;
     }
-    // The results, or a message, stand where the function was, so there is room for the message
-    // handler as well.
-    ProtectedCall call(state);
-    if (!internal::reserveLuaStack(call, std::max(returnCount, 1))) {
-        return abandon(state, parameterCount);
-    }
     ErrorHandler handler;
-    std::string name;  // calls inside use the member that the argument may be
+    std::string name;  // calls inside change, or end, the member that it is
     try {
         handler = getErrorHandler(this);
         if (handler != nullptr) {
@@ -356,6 +350,12 @@ int LuaScript::onMethodCalled(const std::string& methodName)
     } catch (...) {
         abandon(state, parameterCount);
         throw;
+    }
+    // The results, or a message, stand where the function was, so there is room for the message
+    // handler as well.
+    ProtectedCall call(state);
+    if (!internal::reserveLuaStack(call, std::max(returnCount, 1))) {
+        return abandon(state, parameterCount);
     }
     std::string traceback;
     if (handler != nullptr) {
