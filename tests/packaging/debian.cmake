@@ -20,9 +20,12 @@ endif()
 execute_process(COMMAND dpkg-architecture --force --host-type ${MACHINE} --query DEB_HOST_ARCH
   OUTPUT_VARIABLE architecture OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
 
+# dpkg-gensymbols writes to where it stands, and the sources may be read-only.
+file(COPY ${SOURCE}/debian DESTINATION ${WORK})
+
 function(check package library)
   execute_process(COMMAND ${gensymbols} -a${architecture} -p${package} -v${VERSION} -e${library}
-    -Idebian/${package}.symbols -O${WORK}/${package}.symbols -c4 WORKING_DIRECTORY ${SOURCE}
+    -Idebian/${package}.symbols -O${WORK}/${package}.symbols -c4 WORKING_DIRECTORY ${WORK}
     RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
   if(NOT result EQUAL 0)
     message("${output}")

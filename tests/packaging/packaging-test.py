@@ -152,8 +152,9 @@ def prepare():
 
 
 def copy_sysroot(target):
-    subprocess.run(["cp", "-al", options.sysroot, target], stderr=subprocess.DEVNULL, check=False)
-    if not (target / "usr/include").is_dir():  # it lies on another disk
+    linked = subprocess.run(["cp", "-al", options.sysroot, target], stderr=subprocess.DEVNULL,
+                            check=False)
+    if linked.returncode != 0:  # it lies on another disk
         shutil.rmtree(target, ignore_errors=True)
         run(["cp", "-a", options.sysroot, target])
 
