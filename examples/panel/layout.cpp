@@ -75,14 +75,20 @@ void addOption(GtkWidget* choice, const KeyValues& option)
 bool setProperty(const Control& control, const std::string& name, const std::string& text)
 {
     static GtkBuilder* const builder = gtk_builder_new();
-    GValue value = G_VALUE_INIT;
     for (GObject* object : {G_OBJECT(control.widget), control.object}) {
         GParamSpec* property =
             g_object_class_find_property(G_OBJECT_GET_CLASS(object), name.c_str());
-        if (property != nullptr &&
-            gtk_builder_value_from_string(builder, property, text.c_str(), &value, nullptr)) {
+        if (property == nullptr) {
+            continue;
+        }
+        GValue value = G_VALUE_INIT;
+        const bool known =
+            gtk_builder_value_from_string(builder, property, text.c_str(), &value, nullptr);
+        if (known) {
             g_object_set_property(object, name.c_str(), &value);
-            g_value_unset(&value);
+        }
+        g_value_unset(&value);  // has a type in any case
+        if (known) {
             return true;
         }
     }
