@@ -18,6 +18,12 @@ def has_message(text):
     return lambda state: text in state.get("message", "")
 
 
+def get_service(stage):
+    """Its process, once there is one: 0 would be the processes of this test."""
+    stage.wait_for(lambda state: state.get("service", "0") != "0")
+    return int(stage.state["service"])
+
+
 def change_name(stage):
     stage.wait_for(has_page("display"))
     stage.click("page:network")
@@ -55,7 +61,7 @@ def a_script_that_is_no_lua(command):
 def a_service_that_is_silent(command):
     with Stage(command) as stage:
         stage.wait_for(has_page("display"))
-        service = int(stage.state["service"])
+        service = get_service(stage)
         stage.click("page:system")
         stage.wait_for(has_page("system"))
         os.kill(service, signal.SIGSTOP)
@@ -74,7 +80,7 @@ def a_service_that_is_killed_in_the_question(command):
         change_name(stage)
         stage.click("page:keyboard")
         stage.wait_for(lambda state: state["question"] == "1")
-        os.kill(int(stage.state["service"]), signal.SIGKILL)
+        os.kill(get_service(stage), signal.SIGKILL)
         stage.wait_for(has_message("The settings service is gone."))
         stage.wait_for(lambda state: state["service"] != "0" and state["message"] == "")
         stage.click("drop")
@@ -110,7 +116,7 @@ def a_screen_that_is_small(command):
 def a_service_that_is_silent_when_it_should_save(command):
     with Stage(command) as stage:
         stage.wait_for(has_page("display"))
-        service = int(stage.state["service"])
+        service = get_service(stage)
         os.kill(service, signal.SIGSTOP)
         stage.click("adaptive")
         stage.wait_for(has_message("The settings service does not answer."))
