@@ -217,8 +217,11 @@ void writeAgain(const SerializedData& data, const WireLimits& limits)
         message.begin(), message.end(), expected.begin(), expected.end(),
         [](char one, std::uint8_t other) { return static_cast<std::uint8_t>(one) == other; }));
 
+    // It may be longer: a text that came with a zero in it leaves as the whole slot.
+    WireLimits roomy = limits;
+    roomy.bytes = INT_MAX;
     SerializedData again;
-    FUZZ_REQUIRE(WireDecoder::decode(message.data(), message.size(), again, limits) ==
+    FUZZ_REQUIRE(WireDecoder::decode(message.data(), message.size(), again, roomy) ==
                  STATUS_SUCCESS);
     FUZZ_REQUIRE(toText(again) == toText(data));
 }
