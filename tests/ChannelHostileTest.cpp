@@ -14,9 +14,9 @@
 
 #include "AllocationFailure.h"
 #include "ChannelEnd.h"
-#include "LogCapture.h"
 #include "MainLoop.h"
 #include "OxChannel.h"
+#include "OxLogMatchers.h"
 #include "OxSerializer.h"
 #include "OxStatus.h"
 #include "Records.h"

@@ -12,9 +12,9 @@
 
 #include "AllocationFailure.h"
 #include "ChannelEnd.h"
-#include "LogCapture.h"
 #include "MainLoop.h"
 #include "OxChannel.h"
+#include "OxLogMatchers.h"
 #include "OxStatus.h"
 #include "Records.h"
 #include "Streams.h"

@@ -10,9 +10,9 @@
 #include <vector>
 
 #include "ChannelEnd.h"
-#include "LogCapture.h"
 #include "MainLoop.h"
 #include "OxChannel.h"
+#include "OxLogMatchers.h"
 #include "OxSerializer.h"
 #include "OxStatus.h"
 #include "Records.h"

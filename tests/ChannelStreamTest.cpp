@@ -20,9 +20,9 @@
 
 #include "CallLater.h"
 #include "ChannelEnd.h"
-#include "LogCapture.h"
 #include "MainLoop.h"
 #include "OxChannel.h"
+#include "OxLogMatchers.h"
 #include "OxStatus.h"
 #include "OxWaitingLoop.h"
 #include "Records.h"

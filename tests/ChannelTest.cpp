@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "ChannelEnd.h"
-#include "LogCapture.h"
 #include "MainLoop.h"
+#include "OxLogMatchers.h"
 #include "OxSerializer.h"
 #include "OxStatus.h"
 #include "Records.h"

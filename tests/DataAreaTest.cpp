@@ -12,7 +12,7 @@
 
 #include "AllocationFailure.h"
 #include "FreeObserver.h"
-#include "LogCapture.h"
+#include "OxLogMatchers.h"
 #include "OxSerializer.h"
 #include "OxStatus.h"
 #include "Records.h"

@@ -22,10 +22,10 @@
 
 #include "AllocationSweep.h"
 #include "LoadedScript.h"
-#include "LogCapture.h"
 #include "LuaCalls.h"
 #include "LuaMemory.h"
 #include "NativeApi.h"
+#include "OxLogMatchers.h"
 
 namespace oxil::test {
 namespace {

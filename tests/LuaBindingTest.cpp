@@ -24,10 +24,10 @@
 
 #include "AllocationSweep.h"
 #include "LoadedScript.h"
-#include "LogCapture.h"
 #include "LuaCalls.h"
 #include "LuaMemory.h"
 #include "MainLoop.h"
+#include "OxLogMatchers.h"
 
 namespace oxil::test {
 namespace {

@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "LoadedScript.h"
-#include "LogCapture.h"
 #include "NativeApi.h"
+#include "OxLogMatchers.h"
 #include "OxStatus.h"
 #include "ScriptFile.h"
 #include "ScriptLog.h"

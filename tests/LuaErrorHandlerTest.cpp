@@ -10,9 +10,9 @@
 #include <vector>
 
 #include "LoadedScript.h"
-#include "LogCapture.h"
 #include "MainLoop.h"
 #include "NativeApi.h"
+#include "OxLogMatchers.h"
 #include "OxLuaLimits.h"
 #include "OxLuaScript.h"
 #include "OxStatus.h"

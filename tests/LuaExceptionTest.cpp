@@ -12,9 +12,9 @@
 #include <utility>
 
 #include "LoadedScript.h"
-#include "LogCapture.h"
 #include "LuaCalls.h"
 #include "NativeApi.h"
+#include "OxLogMatchers.h"
 #include "OxStatus.h"
 #include "ScriptFile.h"
 #include "ScriptLog.h"

@@ -14,9 +14,9 @@
 #include <tuple>
 
 #include "LoadedScript.h"
-#include "LogCapture.h"
 #include "MainLoop.h"
 #include "NativeApi.h"
+#include "OxLogMatchers.h"
 #include "ScriptFile.h"
 #include "ScriptLog.h"
 

@@ -15,9 +15,9 @@
 #include <string>
 #include <tuple>
 
-#include "LogCapture.h"
 #include "LuaCalls.h"
 #include "LuaMemory.h"
+#include "OxLogMatchers.h"
 #include "OxLuaApi.h"
 #include "ScriptFile.h"
 #include "ScriptLog.h"

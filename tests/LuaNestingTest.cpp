@@ -9,9 +9,9 @@
 #include <tuple>
 
 #include "LoadedScript.h"
-#include "LogCapture.h"
 #include "LuaChunk.h"
 #include "NativeApi.h"
+#include "OxLogMatchers.h"
 
 namespace oxil::test {
 namespace {

@@ -21,10 +21,10 @@
 
 #include "AllocationFailure.h"
 #include "LoadedScript.h"
-#include "LogCapture.h"
 #include "LuaCalls.h"
 #include "LuaMemory.h"
 #include "NativeApi.h"
+#include "OxLogMatchers.h"
 #include "ScriptFile.h"
 #include "ScriptLog.h"
 

@@ -13,10 +13,10 @@
 #include <string>
 #include <tuple>
 
-#include "LogCapture.h"
 #include "LuaCalls.h"
 #include "MainLoop.h"
 #include "NativeApi.h"
+#include "OxLogMatchers.h"
 #include "ScriptFile.h"
 #include "ScriptLog.h"
 

@@ -15,10 +15,10 @@
 
 #include "AllocationFailure.h"
 #include "BaseLuaApiFixture.h"
-#include "LogCapture.h"
 #include "LuaCalls.h"
 #include "LuaChunk.h"
 #include "MainLoop.h"
+#include "OxLogMatchers.h"
 #include "OxLuaScript.h"
 #include "OxStatus.h"
 #include "ScriptFile.h"

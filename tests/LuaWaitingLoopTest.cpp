@@ -10,8 +10,8 @@
 
 #include "AllocationFailure.h"
 #include "BaseLuaApiFixture.h"
-#include "LogCapture.h"
 #include "LuaChunk.h"
+#include "OxLogMatchers.h"
 #include "OxStatus.h"
 
 namespace oxil::test {

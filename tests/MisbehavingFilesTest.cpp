@@ -25,7 +25,7 @@
 
 #include "EngineMessages.h"
 #include "FileSizeLimit.h"
-#include "LogCapture.h"
+#include "OxLogMatchers.h"
 #include "OxLuaScript.h"
 #include "OxPlainFile.h"
 #include "OxStatus.h"

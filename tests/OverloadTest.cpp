@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "LogCapture.h"
+#include "OxLogMatchers.h"
 
 /*
  * What applications write without naming a type: each call here compiles, and chooses the same

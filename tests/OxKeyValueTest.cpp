@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "AllocationFailure.h"
-#include "LogCapture.h"
+#include "OxLogMatchers.h"
 
 namespace oxil::test {
 namespace {

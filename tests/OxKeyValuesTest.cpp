@@ -18,7 +18,7 @@
 
 #include "AllocationFailure.h"
 #include "Equality.h"
-#include "LogCapture.h"
+#include "OxLogMatchers.h"
 #include "OxStatus.h"
 #include "Records.h"
 

@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "LoadedScript.h"
-#include "LogCapture.h"
 #include "NativeApi.h"
+#include "OxLogMatchers.h"
 #include "OxLuaScript.h"
 #include "OxStatus.h"
 

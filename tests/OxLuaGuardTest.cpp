@@ -15,9 +15,9 @@
 #include <utility>
 
 #include "AllocationFailure.h"
-#include "LogCapture.h"
 #include "LuaChunk.h"
 #include "MainLoop.h"
+#include "OxLogMatchers.h"
 #include "OxLuaApi.h"
 #include "OxLuaScript.h"
 #include "OxStatus.h"

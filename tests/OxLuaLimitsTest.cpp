@@ -13,9 +13,9 @@
 #include <vector>
 
 #include "LoadedScript.h"
-#include "LogCapture.h"
 #include "MainLoop.h"
 #include "NativeApi.h"
+#include "OxLogMatchers.h"
 #include "OxStatus.h"
 #include "OxWaitingLoop.h"
 

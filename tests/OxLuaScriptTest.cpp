@@ -17,9 +17,9 @@
 
 #include "AllocationFailure.h"
 #include "LoadedScript.h"
-#include "LogCapture.h"
 #include "LuaCalls.h"
 #include "NativeApi.h"
+#include "OxLogMatchers.h"
 #include "OxStatus.h"
 #include "ScriptFile.h"
 #include "ScriptLog.h"

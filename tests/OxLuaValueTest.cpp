@@ -18,9 +18,9 @@
 
 #include "AllocationFailure.h"
 #include "LoadedScript.h"
-#include "LogCapture.h"
 #include "LuaCalls.h"
 #include "LuaMemory.h"
+#include "OxLogMatchers.h"
 
 namespace oxil::test {
 namespace {

@@ -19,7 +19,7 @@
 #include <vector>
 
 #include "DecimalComma.h"
-#include "LogCapture.h"
+#include "OxLogMatchers.h"
 
 namespace oxil::test {
 namespace {

@@ -17,7 +17,7 @@
 
 #include "AllocationFailure.h"
 #include "FreshProcess.h"
-#include "LogCapture.h"
+#include "OxLogMatchers.h"
 #include "PlatformCalls.h"
 #include "WaitUntil.h"
 

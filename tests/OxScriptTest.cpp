@@ -14,7 +14,7 @@
 #include <utility>
 #include <vector>
 
-#include "LogCapture.h"
+#include "OxLogMatchers.h"
 #include "OxStatus.h"
 
 namespace oxil::test {

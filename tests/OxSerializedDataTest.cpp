@@ -19,7 +19,7 @@
 #include "AllocationFailure.h"
 #include "Descriptions.h"
 #include "FreeObserver.h"
-#include "LogCapture.h"
+#include "OxLogMatchers.h"
 #include "OxStatus.h"
 
 namespace oxil::test {

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "AllocationFailure.h"
-#include "LogCapture.h"
+#include "OxLogMatchers.h"
 #include "OxSerializer.h"
 #include "OxStatus.h"
 #include "Records.h"

@@ -24,9 +24,9 @@
 
 #include "AllocationFailure.h"
 #include "CallLater.h"
-#include "LogCapture.h"
 #include "MainLoop.h"
 #include "MainLoopCalls.h"
+#include "OxLogMatchers.h"
 #include "OxStatus.h"
 #include "OxWaitingLoop.h"
 

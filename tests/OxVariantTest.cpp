@@ -24,8 +24,8 @@
 
 #include "AllocationFailure.h"
 #include "DecimalComma.h"
-#include "LogCapture.h"
 #include "OxKeyValues.h"
+#include "OxLogMatchers.h"
 #include "OxStatus.h"
 
 namespace oxil::test {

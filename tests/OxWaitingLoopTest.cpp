@@ -21,9 +21,9 @@
 
 #include "AllocationFailure.h"
 #include "CallLater.h"
-#include "LogCapture.h"
 #include "MainLoop.h"
 #include "MainLoopCalls.h"
+#include "OxLogMatchers.h"
 #include "OxStatus.h"
 #include "OxTimer.h"
 

@@ -20,7 +20,7 @@
 
 #include "EngineMemory.h"
 #include "EngineMessages.h"
-#include "LogCapture.h"
+#include "OxLogMatchers.h"
 #include "ScriptFile.h"
 
 namespace oxil::test {

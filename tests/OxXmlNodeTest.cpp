@@ -15,8 +15,8 @@
 #include <vector>
 
 #include "AllocationFailure.h"
-#include "LogCapture.h"
 #include "NativeXml.h"
+#include "OxLogMatchers.h"
 #include "OxStatus.h"
 #include "TreeCalls.h"
 

@@ -21,8 +21,8 @@
 
 #include "AllocationFailure.h"
 #include "EngineMessages.h"
-#include "LogCapture.h"
 #include "OpenedReferences.h"
+#include "OxLogMatchers.h"
 
 namespace oxil::test {
 namespace {

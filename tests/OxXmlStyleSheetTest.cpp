@@ -33,9 +33,9 @@
 
 #include "AllocationFailure.h"
 #include "EngineMessages.h"
-#include "LogCapture.h"
 #include "NativeXml.h"
 #include "OutputFile.h"
+#include "OxLogMatchers.h"
 #include "OxPlainFile.h"
 #include "OxStatus.h"
 #include "OxXml.h"

@@ -24,7 +24,7 @@
 #include "EngineMessages.h"
 #include "FileCalls.h"
 #include "FreeObserver.h"
-#include "LogCapture.h"
+#include "OxLogMatchers.h"
 #include "ScriptFile.h"
 #include "XmlCalls.h"
 #include "XmlReading.h"

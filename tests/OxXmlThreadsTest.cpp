@@ -17,8 +17,8 @@
 #include <vector>
 
 #include "FreshProcess.h"
-#include "LogCapture.h"
 #include "ManyThreads.h"
+#include "OxLogMatchers.h"
 #include "ScriptFile.h"
 #include "XmlCalls.h"
 

@@ -9,8 +9,8 @@
 #include <type_traits>
 #include <vector>
 
-#include "LogCapture.h"
 #include "OxChannel.h"
+#include "OxLogMatchers.h"
 #include "OxSerializer.h"
 #include "OxStatus.h"
 #include "OxWireDecoder.h"

@@ -25,10 +25,10 @@
 #include <vector>
 
 #include "LoadedScript.h"
-#include "LogCapture.h"
 #include "LuaChunk.h"
 #include "MainLoopCalls.h"
 #include "NativeApi.h"
+#include "OxLogMatchers.h"
 #include "ScriptFile.h"
 
 /*

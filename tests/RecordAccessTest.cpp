@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "AllocationFailure.h"
-#include "LogCapture.h"
+#include "OxLogMatchers.h"
 
 /** What a record offers besides the strict members: nothing is logged that is no mistake. */
 namespace oxil::test {

@@ -14,9 +14,9 @@
 
 #include "AllocationFailure.h"
 #include "FreeObserver.h"
-#include "LogCapture.h"
 #include "OxKeyValue.h"
 #include "OxKeyValues.h"
+#include "OxLogMatchers.h"
 #include "OxSerializedData.h"
 #include "OxStatus.h"
 #include "OxVariant.h"

@@ -6,8 +6,8 @@
 #include <string>
 
 #include "LoadedScript.h"
-#include "LogCapture.h"
 #include "NativeApi.h"
+#include "OxLogMatchers.h"
 #include "OxLuaApi.h"
 #include "OxLuaScript.h"
 

@@ -7,9 +7,9 @@
 #include <string>
 #include <utility>
 
-#include "LogCapture.h"
 #include "OxKeyValue.h"
 #include "OxKeyValues.h"
+#include "OxLogMatchers.h"
 #include "OxVariant.h"
 #include "Records.h"
 

@@ -16,9 +16,9 @@
 
 #include "AllocationFailure.h"
 #include "Descriptions.h"
-#include "LogCapture.h"
 #include "OxKeyValue.h"
 #include "OxKeyValues.h"
+#include "OxLogMatchers.h"
 #include "OxSerializer.h"
 #include "OxStatus.h"
 

@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "AllocationFailure.h"
-#include "LogCapture.h"
 #include "OxIBidirectionalIterator.h"
+#include "OxLogMatchers.h"
 #include "OxSerializedData.h"
 #include "OxSerializer.h"
 #include "OxStatus.h"

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "AllocationFailure.h"
-#include "LogCapture.h"
+#include "OxLogMatchers.h"
 #include "OxStatus.h"
 #include "Records.h"
 #include "SerializedBytes.h"

@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "LogCapture.h"
+#include "OxLogMatchers.h"
 #include "OxStatus.h"
 #include "Records.h"
 #include "SerializedBytes.h"

@@ -11,12 +11,12 @@
 #include <vector>
 
 #include "FreshProcess.h"
-#include "LogCapture.h"
 #include "ManyThreads.h"
 #include "OxCallQueue.h"
 #include "OxColor.h"
 #include "OxGeometry.h"
 #include "OxKeyValues.h"
+#include "OxLogMatchers.h"
 #include "OxNumberParser.h"
 #include "OxPayload.h"
 #include "OxScript.h"

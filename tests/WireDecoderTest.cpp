@@ -13,7 +13,7 @@
 
 #include "AllocationFailure.h"
 #include "FreeObserver.h"
-#include "LogCapture.h"
+#include "OxLogMatchers.h"
 #include "OxStatus.h"
 #include "OxWireEncoder.h"
 

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "LogCapture.h"
+#include "OxLogMatchers.h"
 #include "OxStatus.h"
 #include "OxWireDecoder.h"
 

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "GoldenWireEncoder.h"
-#include "LogCapture.h"
+#include "OxLogMatchers.h"
 #include "OxSerializer.h"
 #include "OxStatus.h"
 #include "OxWireDecoder.h"

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "LogCapture.h"
+#include "OxLogMatchers.h"
 #include "OxStatus.h"
 #include "OxWireDecoder.h"
 #include "OxWireEncoder.h"

@@ -18,8 +18,8 @@
 #include <string>
 
 #include "AllocationFailure.h"
-#include "LogCapture.h"
 #include "OutputFile.h"
+#include "OxLogMatchers.h"
 #include "ScriptFile.h"
 #include "StreamCalls.h"
 

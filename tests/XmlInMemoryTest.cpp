@@ -24,9 +24,9 @@
 #include "AllocationFailure.h"
 #include "EngineMemory.h"
 #include "EngineMessages.h"
-#include "LogCapture.h"
 #include "OpenedReferences.h"
 #include "OutputFile.h"
+#include "OxLogMatchers.h"
 #include "ScriptFile.h"
 #include "TreeCalls.h"
 

@@ -17,7 +17,7 @@
 
 #include "EngineMemory.h"
 #include "EngineMessages.h"
-#include "LogCapture.h"
+#include "OxLogMatchers.h"
 #include "OxPlainFile.h"
 #include "OxStatus.h"
 #include "OxXmlDocument.h"

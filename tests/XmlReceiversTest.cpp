@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "FileCalls.h"
-#include "LogCapture.h"
+#include "OxLogMatchers.h"
 #include "ScriptFile.h"
 #include "XmlCalls.h"
 #include "XmlReading.h"

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "EngineMessages.h"
-#include "LogCapture.h"
 #include "OutputFile.h"
+#include "OxLogMatchers.h"
 #include "OxPlainFile.h"
 #include "OxStatus.h"
 #include "OxXml.h"

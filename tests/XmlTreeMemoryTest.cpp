@@ -10,7 +10,7 @@
 #include "AllocationFailure.h"
 #include "EngineMemory.h"
 #include "EngineMessages.h"
-#include "LogCapture.h"
+#include "OxLogMatchers.h"
 #include "OxStatus.h"
 #include "OxXmlNode.h"
 #include "SmallStack.h"

@@ -6,8 +6,8 @@
 #include <string>
 #include <utility>
 
-#include "LogCapture.h"
 #include "NativeXml.h"
+#include "OxLogMatchers.h"
 #include "OxStatus.h"
 #include "OxXmlDocument.h"
 #include "OxXmlNode.h"

@@ -12,7 +12,7 @@
 
 #include "EngineMessages.h"
 #include "FileCalls.h"
-#include "LogCapture.h"
+#include "OxLogMatchers.h"
 #include "ScriptFile.h"
 #include "XmlReading.h"
 

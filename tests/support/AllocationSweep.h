@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "AllocationFailure.h"
-#include "LogCapture.h"
+#include "OxLogMatchers.h"
 #include "OxStatus.h"
 
 namespace oxil::test {

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "LogCapture.h"
+#include "OxLogMatchers.h"
 
 namespace oxil::test {
 

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "LogCapture.h"
 #include "OxIBidirectionalIterator.h"
+#include "OxLogMatchers.h"
 #include "OxSerializer.h"
 #include "Records.h"
 #include "SerializedBytes.h"

@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "LogCapture.h"
+#include "OxLogMatchers.h"
 
 namespace oxil::test {
 namespace {

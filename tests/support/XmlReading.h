@@ -15,8 +15,8 @@
 #include <string>
 #include <vector>
 
-#include "LogCapture.h"
 #include "NativeXml.h"
+#include "OxLogMatchers.h"
 #include "ScriptFile.h"
 
 namespace oxil::test {

@@ -1,4 +1,0 @@
-#pragma once
-
-// The library's own tests use what applications get for theirs.
-#include "OxLogMatchers.h"
