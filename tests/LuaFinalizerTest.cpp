@@ -151,6 +151,43 @@ TEST(LuaFinalizerTest, AFinalizerStopsTheTimerWhoseFunctionIsLookedUp)
     EXPECT_EQ(globalText(loaded, "calls"), "another its own");
 }
 
+/** Collects its garbage when a function is about to run: with the first that asks for memory. */
+class CollectingCall : public LuaScript {
+public:
+    using LuaScript::LuaScript;
+
+    int onMethodCalled(const std::string& methodName) override
+    {
+        lua_gc(getLuaState(), LUA_GCRESTART, 0);
+        return LuaScript::onMethodCalled(methodName);
+    }
+};
+
+TEST(LuaFinalizerTest, TheErrorHandlerIsToldTheCallAfterACallFromAFinalizer)
+{
+    const ScriptFile file(
+        "collectgarbage('setstepmul', 1000000) collectgarbage() collectgarbage('stop')\n"
+        "getmetatable(newproxy(true)).__gc = function() native.run() end\n"
+        "function another() finalized = true end\n"
+        "function fail() error('failed', 0) end");
+    CollectingCall script(file.path());
+    NativeApi api([&](lua_State*, const std::string&) {
+        EXPECT_EQ(script.callMethod("another"), STATUS_SUCCESS);
+    });
+    script.addLuaApi(&api);
+    ASSERT_EQ(script.load(), STATUS_SUCCESS);
+    std::string told;
+    script.setErrorHandler([&](const std::string& function, const std::string& message,
+                               const std::string&) { told = function + ": " + message; });
+
+    // So many results that the stack has to grow before the call.
+    EXPECT_EQ(script.callMethod("fail", 1000), STATUS_SUCCESS);
+
+    lua_getglobal(script.getLuaState(), "finalized");
+    EXPECT_TRUE(lua_toboolean(script.getLuaState(), -1));
+    EXPECT_EQ(told, "fail: failed");
+}
+
 // Finalizers that fail, and a collector that sets to work with the next piece of memory.
 const char* const LITTER =
     "collectgarbage('setpause', 0) collectgarbage('setstepmul', 1000000)\n"
