@@ -241,6 +241,20 @@ TEST(XmlInMemoryTest, EntitiesOfTheDocumentAreNotKnown)
     }
 }
 
+TEST(XmlInMemoryTest, EntitiesThatAreNoXmlAreNotKnownEither)
+{
+    const EngineMessages quiet;
+    const std::string type =
+        "<!DOCTYPE r SYSTEM 'none' [<!NOTATION t SYSTEM 't'><!ENTITY u SYSTEM 'u' NDATA t>]>";
+
+    for (const std::string root : {"<r n='1'>&u;</r>", "<r n='1&u;'/>"}) {
+        const ScriptFile file(type + root);
+        EXPECT_EQ(nameIn(XmlDocument::loadText(type + root)), "1") << root;
+        EXPECT_EQ(nameIn(XmlDocument::loadFile(file.path())), "1") << root;
+        EXPECT_EQ(eventsOf(type + root), "<r|n|1></r>");
+    }
+}
+
 TEST(XmlInMemoryTest, NoTextIsLongerThanTheDocument)
 {
     const EngineMessages quiet;

@@ -142,6 +142,7 @@ xmlDocPtr parseText(std::string_view text, const char* uri, Entities entities, i
         context->sax->entityDecl = declareEntity;
     } else if (entities == Entities::Unknown) {
         context->sax->entityDecl = nullptr;
+        context->sax->unparsedEntityDecl = nullptr;
     }
     error = 0;
     xmlDocPtr document = xmlCtxtReadMemory(context.get(), text.data(),
