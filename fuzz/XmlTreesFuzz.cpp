@@ -55,13 +55,33 @@ std::string withoutBlanks(const std::string& text)
 
 enum class Blanks { Count, DontCount };
 
+/** Whether a value is that of an attribute in front of another one, of the same name but with a prefix:
+ *  who asks for the name alone gets the first of both, if the prefix is declared. */
+bool isOfEarlier(const std::string& value, const std::string& name, const Element& element)
+{
+    const std::string end = ":" + name;
+    for (const auto& [otherName, otherValue] : element.attributes) {
+        if (otherName == name) {
+            break;
+        }
+        const bool isSame =
+            otherName.size() > end.size() &&
+            otherName.compare(otherName.size() - end.size(), std::string::npos, end) == 0;
+        if (isSame && otherValue == value) {
+            return true;
+        }
+    }
+    return false;
+}
+
 /** Compares a tree with what it should be. */
 void requireSame(const XmlElement& element, const Element& expected, Blanks blanks)
 {
     FUZZ_REQUIRE(element.getName() == expected.name);
     for (const auto& [name, value] : expected.attributes) {
         FUZZ_REQUIRE(element.hasAttribute(name));
-        FUZZ_REQUIRE(element.getAttribute(name, "none") == value);
+        const std::string found = element.getAttribute(name, "none");
+        FUZZ_REQUIRE(found == value || isOfEarlier(found, name, expected));
     }
     const std::string text = element.getText();
     FUZZ_REQUIRE(blanks == Blanks::Count ? text == expected.text
@@ -90,19 +110,26 @@ bool isAttribute(const std::string& name)
     return name != "xmlns" && name.compare(0, 6, "xmlns:") != 0;
 }
 
-/** What the events of a document say. @param isWritable  whether a tree of it can be read again */
-bool readElements(std::string_view document, Element& root, bool& isWritable)
+/** Whether a name is one where namespaces count, too: what stands behind a second colon may be no name
+ *  by itself. */
+bool isPlain(const std::string& name)
+{
+    return std::count(name.begin(), name.end(), ':') < 2;
+}
+
+/** What the events of a document say. @param arePlain  whether all names are */
+bool readElements(std::string_view document, Element& root, bool& arePlain)
 {
     std::vector<Element*> open;
     Xml xml;
     xml.setOnStartElement([&](const std::string& name, const Texts& attributes) {
         Element& element = open.empty() ? root : open.back()->children.emplace_back();
         element.name = name;
+        arePlain = arePlain && isPlain(name);
         for (std::size_t i = 0; i < attributes.size(); i += 2) {
+            arePlain = arePlain && isPlain(attributes[i]);
             if (isAttribute(attributes[i])) {
                 element.attributes.emplace_back(attributes[i], attributes[i + 1]);
-            } else if (attributes[i + 1].find('<') != std::string::npos) {
-                isWritable = false;  // libxml2 writes the names of namespaces as they are
             }
         }
         open.push_back(&element);
@@ -116,30 +143,72 @@ bool readElements(std::string_view document, Element& root, bool& isWritable)
     return xml.readText(document) == STATUS_SUCCESS;
 }
 
+/** What becomes of a tree that is written: libxml2 writes some of it so that it is not what it was. */
+struct Writing {
+    bool canBeRead = true;
+    bool isSteady = true;  // written again, it is the same
+};
+
+/** Looks at a text that is written as it is. */
+void lookAt(const xmlChar* unescaped, Writing& writing)
+{
+    const std::string_view text =
+        unescaped != nullptr ? reinterpret_cast<const char*>(unescaped) : "";
+    writing.canBeRead = writing.canBeRead && text.find('<') == std::string_view::npos;
+    // Line ends and tabulators are read as blanks.
+    writing.isSteady = writing.isSteady && text.find_first_of("\t\n\r") == std::string_view::npos;
+}
+
+/** Looks for the names of namespaces, and for what a document type declares of attributes. */
+void lookAtAll(const xmlNode* first, Writing& writing)
+{
+    for (const xmlNode* node = first; node != nullptr; node = node->next) {
+        if (node->type == XML_ATTRIBUTE_DECL) {
+            const auto& attribute = *reinterpret_cast<const xmlAttribute*>(node);
+            lookAt(attribute.defaultValue, writing);
+            // A value that its type doesn't allow is left out.
+            if (attribute.def == XML_ATTRIBUTE_FIXED && attribute.defaultValue == nullptr) {
+                writing.canBeRead = false;
+            }
+        }
+        if (node->type == XML_ELEMENT_NODE) {
+            for (const xmlNs* space = node->nsDef; space != nullptr; space = space->next) {
+                lookAt(space->href, writing);
+            }
+        }
+        if (node->type == XML_ELEMENT_NODE || node->type == XML_DTD_NODE) {
+            lookAtAll(node->children, writing);
+        }
+    }
+}
+
 void tryDocument(std::string_view text)
 {
     const Document document = XmlDocument::loadText(text);
     Element root;
-    bool isWritable = true;
-    const bool isReadable = readElements(text, root, isWritable);
-    FUZZ_REQUIRE((document != nullptr) == isReadable);
-    if (!isReadable) {
+    bool arePlain = true;
+    const bool isReadable = readElements(text, root, arePlain);
+    FUZZ_REQUIRE(document != nullptr ? isReadable : !isReadable || !arePlain);
+    if (document == nullptr) {
         return;
     }
     // What a document type declares of attributes, events don't tell.
-    const bool hasType = text.find("<!DOCTYPE") != std::string_view::npos;
+    const xmlDoc& native = *document->__getNativeDocument();
+    const bool hasType = native.intSubset != nullptr;
     if (!hasType) {
         requireSame(document->getRootElement(), root, Blanks::Count);
     }
+    Writing writing;
+    lookAtAll(native.children, writing);
     const std::string once = written(*document);
-    if (!isWritable) {
+    if (!writing.canBeRead) {
         return;
     }
     const Document again = XmlDocument::loadText(once);
     FUZZ_REQUIRE(again != nullptr);
     if (!hasType) {
         requireSame(again->getRootElement(), root, Blanks::DontCount);
-        FUZZ_REQUIRE(written(*again) == once);
+        FUZZ_REQUIRE(!writing.isSteady || written(*again) == once);
     }
 }
 
@@ -296,7 +365,7 @@ xmlDocPtr xsltApplyStylesheet(xsltStylesheetPtr styleSheet, xmlDocPtr document,
         return nullptr;
     }
     context->maxTemplateDepth = 100;
-    context->opLimit = 20000;
+    context->opLimit = 2000;  // each may copy the whole document
     context->xpathCtxt->opLimit = 200000;
     xmlDocPtr result =
         xsltApplyStylesheetUser(styleSheet, document, parameters, nullptr, nullptr, context);
