@@ -56,7 +56,7 @@ void pinLook(bool still)
                  "Adwaita", "gtk-font-name", "DejaVu Sans 10", "gtk-xft-antialias", 1,
                  "gtk-xft-hinting", 1, "gtk-xft-hintstyle", "hintslight", "gtk-xft-rgba", "none",
                  "gtk-xft-dpi", 96 * 1024, "gtk-cursor-blink", FALSE, "gtk-enable-animations",
-                 still ? FALSE : TRUE, nullptr);
+                 still ? FALSE : TRUE, "gtk-entry-select-on-focus", FALSE, nullptr);
 }
 
 // The application. What it does is said in Lua: this lets the script use window and service, and
@@ -126,7 +126,7 @@ private:
         bind("Panel.say", this, &Panel::say);
         bind("Panel.writeReport", this, &Panel::writeReport);
         bind("Panel.getClock", [this] { return options_.get("--clock", ""); });
-        bind("Settings.ask", this, &Panel::ask);
+        bind("Settings.request", this, &Panel::request);
         return oxil::STATUS_SUCCESS;
     }
     //! [bind]
@@ -249,9 +249,9 @@ private:
     }
     //! [connect]
 
-    //! [ask]
+    //! [request]
     // Every request gets its answer, or learns that there is none: nobody waits for ever.
-    bool ask(const std::string& method, const std::vector<oxil::Variant>& params)
+    bool request(const std::string& method, const std::vector<oxil::Variant>& params)
     {
         const auto onAnswer = [this, method](int status, const oxil::SerializedData& answer) {
             std::vector<oxil::KeyValues> records;
@@ -263,7 +263,7 @@ private:
         return channel_.isOpen() &&
                channel_.request({method, params}, 4s, onAnswer) == oxil::STATUS_SUCCESS;
     }
-    //! [ask]
+    //! [request]
 
     //! [report]
     // What is shown, as a page of HTML; returns its path, or nothing if it can't be written.

@@ -11,10 +11,9 @@ local text = Panel.build("en") -- of whatever has a name in the layout file
 local language -- of the window; none before the settings are known
 local page = "display" -- that is open
 local values = {} -- settings as they are shown
-local unsaved = {} -- those that the service has not confirmed
+local unsaved = {} -- those that the service is to be told
 local draft = {} -- those of the form that were changed
-local asked = false -- the service, and there is no answer yet
-local closing = false
+local nextFocus -- what gets the focus a moment later
 
 -- Pages -------------------------------------------------------------------------------------------
 
@@ -33,20 +32,21 @@ end
 
 -- Makes the window anew, in the language of the user.
 local function build()
-    local focus = language and "language" or "brightness"
+    nextFocus = language and "language" or "brightness"
     language = values.language
     text = Panel.build(language)
     for name, value in pairs(values) do
-        Panel.set(name, value)
+        if text[name] then
+            Panel.set(name, value)
+        end
     end
-    Settings.ask("layouts", {})
+    Settings.request("layouts", {})
     open(page)
-    Panel.set(focus, true, "is-focus")
 end
 
 --! [question]
 local loop = WaitingLoop.create()
-local answer = false
+local userSaidYes
 
 -- Nothing behind a dialog can be used until it is gone.
 local function setDialog(name, shown, focus)
@@ -55,29 +55,35 @@ local function setDialog(name, shown, focus)
     Panel.set(focus, true, "is-focus")
 end
 
--- The one who asks waits here, while timers, messages and the window go on.
-local function ask()
-    answer = false
+-- The function waits here, while timers, messages and the window go on.
+local function askUser()
     setDialog("question", true, "keep")
     WaitingLoop.run(loop)
     setDialog("question", false, "search")
-    return answer
+    return userSaidYes
 end
 
 local function reply(yes)
-    answer = yes
+    userSaidYes = yes
     WaitingLoop.quit(loop)
 end
 
 -- The user wants to see a page, but the one that is open stays until it may be left.
 function onOpen(wanted)
     Panel.set("stack", page)
-    if wanted ~= page and (next(draft) == nil or ask()) then
+    if wanted == page then
+        return
+    elseif next(draft) == nil or askUser() then
         for name in pairs(draft) do
             Panel.set(name, values[name])
         end
         draft = {}
         open(wanted)
+    else -- all of the page is shown again, whatever was searched for
+        Panel.set("search", "")
+        Panel.search("", page)
+        updateForm()
+        nextFocus = next(draft)
     end
 end
 --! [question]
@@ -95,39 +101,48 @@ end
 function onChanged(name, value)
     if name == "search" then
         local found = Panel.search(value, page)
-        Panel.set("state", found == "" and text.nothing or "")
-        if found ~= "" and found ~= page then
+        updateForm()
+        if found == "" then
+            Panel.set("state", text.nothing)
+        else
             onOpen(found)
         end
-    elseif values[name] ~= nil and page == FORM then
-        draft[name] = value ~= values[name] and value or nil
+    elseif page == FORM then
+        draft[name] = value
+        if value == values[name] then
+            draft[name] = nil
+        end
         updateForm()
-    elseif values[name] ~= nil and values[name] ~= value then
+    elseif values[name] ~= value then
         change(name, value)
     end
 end
 
 --! [save]
--- What has changed goes to the service in one call.
+-- What has changed goes to the service in one call; false if there is nothing, or no service.
 local function save()
     local params = {}
     for name, value in pairs(unsaved) do
         params[#params + 1] = name
         params[#params + 1] = value
     end
-    return #params > 0 and Settings.ask("set", params)
+    local asked = #params > 0 and Settings.request("set", params)
+    unsaved = asked and {} or unsaved
+    return asked
 end
 
--- What is done a moment later: saving, as a slider that is moved changes often; asking again what
--- had no answer; making the window anew, which is in use when a language is chosen.
+-- What is done a moment later: saving, as a slider that is moved changes often; a new focus, or a
+-- new window, since GTK uses what there is while it tells of a click.
 function tick()
     if values.language ~= language then
         build()
     end
-    Panel.set("time", STILL and Panel.getClock() or os.date("%H:%M"))
-    if not asked then
-        asked = language and save() or not language and Settings.ask("get", {})
+    if text[nextFocus] then
+        Panel.set(nextFocus, true, "is-focus")
     end
+    nextFocus = nil
+    Panel.set("time", STILL and Panel.getClock() or os.date("%H:%M"))
+    save()
 end
 --! [save]
 
@@ -139,6 +154,7 @@ end
 local ticking = Timer.start(TICK, "tick", true)
 local animation -- while the busy page is shown
 local waited
+local checks = 0 -- that have no answer yet; all but the last were cancelled
 
 -- Shows how much of the time that an answer may take is over.
 function animate()
@@ -163,11 +179,12 @@ local pressed = {
     cancel = function() setBusy(false) end,
     drop = function() reply(true) end,
     keep = function() reply(false) end,
-    escape = function() reply(false) end,
+    escape = function() onPressed(animation and "cancel" or "keep") end,
 }
 
 function pressed.check()
-    if Settings.ask("check", {}) then
+    if Settings.request("check", {}) then
+        checks = checks + 1
         setBusy(true)
     end
 end
@@ -193,13 +210,14 @@ end
 
 --! [connection]
 function onConnection(there)
-    asked = false
-    if not closing and (language or not there) then
+    if there and not language then
+        Settings.request("get", {})
+    else
         Panel.say(there and "" or text.gone, not there)
     end
 end
 
--- What has come of a call: records, if it was answered and nothing was wrong.
+-- What has come of a request: records, or none if there was no answer. Then it is made again.
 local answers = {}
 
 function answers.get(records)
@@ -207,41 +225,41 @@ function answers.get(records)
         values = records[1]
         Panel.setTheme(values.hue, values.dark)
         tick()
-        Panel.say("", false) -- which shows the window
+        Panel.set("window", true, "visible")
+    else
+        Settings.request("get", {})
     end
 end
 
--- All settings as they are now. What the service has refused is not asked again.
-function answers.set(records, answered)
-    for name, value in pairs(unsaved) do
-        if answered and (not records[1] or records[1][name] == value) then
-            unsaved[name] = nil
-        end
-    end
-    Panel.set("state", records[1] and text.saved or "")
-    if closing then
-        WaitingLoop.quit(loop)
+-- All settings as they are now, or why they were refused.
+function answers.set(records)
+    local refused = records[1] and records[1].error
+    unsaved = records[1] and unsaved or values
+    Panel.set("state", records[1] and not refused and text.saved or "")
+    if refused then
+        Panel.say(text.refused .. " " .. refused, true)
     end
 end
 --! [connection]
 
 function answers.layouts(records)
-    Panel.setOptions("layout", records)
-    Panel.set("layout", values.layout)
+    if text.layout and records[1] and records[1].value then
+        Panel.setOptions("layout", records)
+        Panel.set("layout", values.layout)
+    end
 end
 
 function answers.check(records)
-    if animation then
+    checks = checks - 1
+    if animation and checks == 0 then
         setBusy(false)
         Panel.say(records[1] and text.current or "", false)
     end
 end
 
 function onAnswer(method, records)
-    local answered = records[1] ~= nil
-    asked = false
-    answers[method](answered and not records[1].error and records or {}, answered)
-    if not answered and not closing then
+    answers[method](records)
+    if not records[1] then
         Panel.say(text.silent, true)
     end
 end
@@ -249,7 +267,7 @@ end
 --! [close]
 -- Nothing that was chosen is lost, and nothing that was made here is left.
 function onClose()
-    closing = true
+    answers.set = function() WaitingLoop.quit(loop) end
     reply(false)
     if save() then
         WaitingLoop.runTime(loop, 1000)

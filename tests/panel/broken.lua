@@ -2,7 +2,7 @@
 
 local text = Panel.build("en")
 Panel.setTheme(120, false)
-Panel.say("", false)
+Panel.set("window", true, "visible")
 
 function onConnection()
 end

@@ -60,11 +60,14 @@ std::string Observer::describe() const
     const auto isShown = [this](const char* id) {
         return gtk_widget_get_visible(layout_.getControl(id).widget) != FALSE;
     };
+    GtkWidget* const focus = gtk_window_get_focus(GTK_WINDOW(layout_.getWindow()));
     std::ostringstream out;
     out << "page\t" << (isShown("busy") ? "busy" : layout_.getText("stack")) << "\nstate\t"
         << layout_.getText("state") << "\nmessage\t"
         << (isShown("message") ? layout_.getText("message-text") : "") << "\nquestion\t"
-        << isShown("question") << "\nservice\t" << getService_() << '\n';
+        << isShown("question") << "\nfocus\t"
+        << (focus != nullptr ? gtk_widget_get_name(focus) : "") << "\nservice\t" << getService_()
+        << '\n';
     GtkWidget* list = layout_.getControl("list").widget;
     while (!GTK_IS_LIST_BOX(list)) {
         list = gtk_bin_get_child(GTK_BIN(list));

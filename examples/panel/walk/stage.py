@@ -13,6 +13,7 @@ import tempfile
 import zlib
 
 TIME_LIMIT = 60  # seconds for anything to happen
+SOURCE = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 
 
 def encode_chunk(kind, content):
@@ -100,9 +101,9 @@ def give_up(*_):
 
 class Stage:
     """Shows the panel as long as it lasts. The command is the panel's, with options behind it, and
-    an emulator in front of it if need be."""
+    an emulator in front of it if need be; the source is the folder with its layout and script."""
 
-    def __init__(self, command, size=(800, 480)):
+    def __init__(self, command, size=(800, 480), source=SOURCE):
         for program in ("Xvfb", "xdotool"):
             if shutil.which(program) is None:
                 print("left out: there is no " + program)
@@ -122,9 +123,14 @@ class Stage:
         with os.fdopen(ready) as file:
             self.environment = make_environment(folder, ":" + file.readline().strip())
         options = ["--clock", "09:41", "--observed", "yes", "--size", "%dx%d" % size]
-        self.panel = subprocess.Popen(
-            command + options + [os.path.dirname(os.path.dirname(os.path.abspath(__file__))), "."], cwd=folder,
-            env=self.environment, text=True, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+        try:
+            self.panel = subprocess.Popen(
+                command + options + [source, "."], cwd=folder, env=self.environment, text=True,
+                stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+        except OSError:  # there is no such program
+            self.display.kill()
+            self.display.wait()
+            raise
 
     def read_state(self):
         """Lets the panel go on, until it says something else."""
