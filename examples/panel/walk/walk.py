@@ -5,6 +5,7 @@ Usage: walk.py PICTURES COMMAND...
 COMMAND is the panel, with an emulator in front of it if need be; the pictures go to the folder
 PICTURES. What they show is said in the end."""
 
+import glob
 import os
 import signal
 import sys
@@ -19,6 +20,9 @@ class Walk:
         self.folder, self.stage, self.size, self.frames, self.shown = folder, stage, size, [], []
 
     def show(self, name, what):
+        at = self.stage.state["at"]["window"]
+        if at != [0, 0, *self.size]:
+            sys.exit("%s: the window is not as large as the screen: %s" % (name, at))
         picture = self.stage.take_picture()
         path = os.path.join(self.folder, name + ".png")
         picture.write(path)
@@ -115,7 +119,11 @@ def walk_narrow(walk):
     stage.wait_for(lambda state: state.get("page") == "display")
     walk.show("small", "on a screen of 480 × 320")
     walk.open("appearance")
-    walk.choose("language", ["Down", "Down"], "العربية")
+    walk.choose("language", ["Down"], "Deutsch")
+    walk.open("system")
+    walk.show("small-german", "long texts there")
+    walk.open("appearance")
+    walk.choose("language", ["Down"], "العربية")
     walk.open("network")
     stage.click("name")
     stage.press("End", "space", "2")
@@ -127,6 +135,8 @@ def walk_narrow(walk):
 def main():
     folder, command = sys.argv[1], sys.argv[2:]
     os.makedirs(folder, exist_ok=True)
+    for old in glob.glob(os.path.join(folder, "*.png")):
+        os.remove(old)  # it would be taken for one of this walk
     status, shown = 0, []
     for way, size in (walk_wide, (800, 480)), (walk_narrow, (480, 320)):
         with Stage(command, size) as stage:
