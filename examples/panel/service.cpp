@@ -40,23 +40,17 @@ public:
             oxil::WireDecoder::decode(message.data(), message.size(), kept);
         }
         for (const auto& [name, value] : kept) {
-            values_.set(name, value);
+            change(name, value);  // or not: it may be of another version of the service
         }
     }
     //! [load]
 
-    // False if the caller sent something that is refused.
-    bool run()
+    // Until the caller has closed its end, or sent something that is refused.
+    void run()
     {
-        int result = oxil::STATUS_SUCCESS;
-        const auto onClosed = [&](int status) {
-            result = status;
-            loop_.quit();
-        };
         channel_.open(
-            0, 1, [this](const oxil::SerializedData& call) { onCall(call); }, onClosed);
+            0, 1, [this](const auto& call) { onCall(call); }, [this](int) { loop_.quit(); });
         loop_.run();
-        return result == oxil::STATUS_SUCCESS;
     }
 
 private:
@@ -91,16 +85,20 @@ private:
     //! [dispatch]
 
     //! [set]
-    // Who asks is not believed: a setting stays what it is, and keeps its kind.
+    // Nobody is believed: a setting stays what it is, and keeps its kind.
+    bool change(const std::string& name, const oxil::Variant& value)
+    {
+        return values_.contains(name) && values_.getValue(name).getType() == value.getType() &&
+               values_.set(name, value) == oxil::STATUS_SUCCESS;
+    }
+
     Records set(const std::vector<oxil::Variant>& params)
     {
         for (std::size_t i = 0; i + 1 < params.size(); i += 2) {
             const std::string name = params[i].toString();
-            if (!values_.contains(name) ||
-                values_.getValue(name).getType() != params[i + 1].getType()) {
+            if (!change(name, params[i + 1])) {
                 return {{{"error", "no such setting: " + name}}};
             }
-            values_.set(name, params[i + 1]);
         }
         // The file is replaced as a whole, so that half of one is never read.
         std::string message;
@@ -151,5 +149,5 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "usage: panel-service REGISTRY STORE\n");
         return 2;
     }
-    return panel::Service(argv[1], argv[2]).run() ? 0 : 1;
+    panel::Service(argv[1], argv[2]).run();
 }

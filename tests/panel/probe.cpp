@@ -11,6 +11,7 @@
 //   brightness: half a pair: 70
 //   brightness = 30: 30
 //   again: 30
+//   an older file: 70, of Bath, colour: brightness
 //   no registry: no layouts
 //   no store: not written: no/such/folder/settings
 //   nonsense: no answer
@@ -19,6 +20,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -41,8 +43,8 @@ public:
         }
     }
 
-    // What the service answers: what is wrong, or the brightness, or the first key.
-    std::string call(const oxil::Payload& payload)
+    // What the service answers: what is wrong, or the value of a key, or else the first key.
+    std::string call(const oxil::Payload& payload, const std::string& key = "brightness")
     {
         std::string result = "no answer";
         const auto onAnswer = [&](int status, const oxil::SerializedData& message) {
@@ -51,8 +53,8 @@ public:
                 oxil::Serializer::deserialize(message, records, oxil::REPEATABLE) ==
                     oxil::STATUS_SUCCESS) {
                 const oxil::KeyValues& first = records.at(0);
-                result = first.contains("brightness") ? std::to_string(first.get("brightness", -1))
-                                                      : first.get("error", first.getKey(0));
+                result = first.contains(key) ? first.getValue(key).toString()
+                                             : first.get("error", first.getKey(0));
             }
             loop_.quit();
         };
@@ -98,6 +100,13 @@ int main(int argc, char** argv)
     }
     Probe probe(argv[1], "", argv[3]);
     std::printf("again: %s\n", probe.call({"get", {}}).c_str());
+    std::string older;
+    oxil::WireEncoder::encode({{"colour", 1}, {"brightness", "loud"}, {"name", "Bath"}}, older);
+    std::ofstream(argv[3], std::ios::binary) << older;
+    Probe updated(argv[1], "", argv[3]);
+    std::printf("an older file: %s, of %s, colour: %s\n", updated.call({"get", {}}).c_str(),
+                updated.call({"get", {}}, "name").c_str(),
+                updated.call({"get", {}}, "colour").c_str());
     std::printf("no registry: %s\n", probe.call({"layouts", {}}).c_str());
 
     Probe lost(argv[1], "", "no/such/folder/settings");
