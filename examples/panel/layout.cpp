@@ -1,5 +1,7 @@
 #include "layout.h"
 
+#include <cmath>
+#include <set>
 #include <stdexcept>
 #include <utility>
 
@@ -43,6 +45,9 @@ const std::map<std::string, Kind> KINDS = {
     {"search", {gtk_search_entry_get_type, "text", SHORT}}};
 //! [kinds]
 
+// Attributes that are no properties: the words of an element, and what is looked at here.
+const std::set<std::string> OWN = {"en", "de", "ar", "title", "id", "class", "icon", "hidden"};
+
 // An element's attributes, and "title": its text in the language, or else in English.
 KeyValues toItem(const std::vector<std::string>& attributes, const std::string& language)
 {
@@ -52,16 +57,6 @@ KeyValues toItem(const std::vector<std::string>& attributes, const std::string& 
     }
     item.set("title", item.get(language, item.get("en", "")));
     return item;
-}
-
-// Containers differ in how they take what is put into them.
-void put(GtkWidget* container, GtkWidget* child)
-{
-    if (GTK_IS_OVERLAY(container) && gtk_bin_get_child(GTK_BIN(container)) != nullptr) {
-        gtk_overlay_add_overlay(GTK_OVERLAY(container), child);
-    } else {
-        gtk_container_add(GTK_CONTAINER(container), child);
-    }
 }
 
 void addOption(GtkWidget* choice, const KeyValues& option)
@@ -76,19 +71,12 @@ bool setProperty(const Control& control, const std::string& name, const std::str
 {
     static GtkBuilder* const builder = gtk_builder_new();
     for (GObject* object : {G_OBJECT(control.widget), control.object}) {
-        GParamSpec* property =
+        GParamSpec* const property =
             g_object_class_find_property(G_OBJECT_GET_CLASS(object), name.c_str());
-        if (property == nullptr) {
-            continue;
-        }
-        GValue value = G_VALUE_INIT;
-        const bool known =
-            gtk_builder_value_from_string(builder, property, text.c_str(), &value, nullptr);
-        if (known) {
+        g_auto(GValue) value = G_VALUE_INIT;
+        if (property != nullptr &&
+            gtk_builder_value_from_string(builder, property, text.c_str(), &value, nullptr)) {
             g_object_set_property(object, name.c_str(), &value);
-        }
-        g_value_unset(&value);  // has a type in any case
-        if (known) {
             return true;
         }
     }
@@ -97,18 +85,16 @@ bool setProperty(const Control& control, const std::string& name, const std::str
 
 Variant getValue(const Control& control)
 {
-    GValue value = G_VALUE_INIT;
+    g_auto(GValue) value = G_VALUE_INIT;
     g_object_get_property(control.object, control.property.c_str(), &value);
-    Variant result = "";
     if (G_VALUE_HOLDS_BOOLEAN(&value)) {
-        result = g_value_get_boolean(&value) != FALSE;
-    } else if (G_VALUE_HOLDS_DOUBLE(&value)) {
-        result = static_cast<int>(g_value_get_double(&value) + 0.5);
-    } else if (g_value_get_string(&value) != nullptr) {
-        result = g_value_get_string(&value);
+        return g_value_get_boolean(&value) != FALSE;
     }
-    g_value_unset(&value);
-    return result;
+    if (G_VALUE_HOLDS_DOUBLE(&value)) {
+        return static_cast<int>(std::lround(g_value_get_double(&value)));
+    }
+    const char* const text = g_value_get_string(&value);
+    return text != nullptr ? text : "";
 }
 //! [property]
 
@@ -138,13 +124,14 @@ KeyValues Layout::read(const std::string& language)
         open.push_back(begin(name, toItem(attributes, language), open.back()));
     });
     xml.setOnEndElement([&](const std::string&) { open.pop_back(); });
-    if (xml.read(oxil::EXACT_TEXT) == oxil::STATUS_SUCCESS) {
-        gtk_stack_sidebar_set_stack(GTK_STACK_SIDEBAR(getControl("list").widget),
-                                    GTK_STACK(getControl("stack").widget));
-    } else {
-        pages_.clear();
-        texts_ = {};
+    if (xml.read(oxil::EXACT_TEXT) != oxil::STATUS_SUCCESS) {
+        throw std::invalid_argument("the log tells why");
     }
+    for (const char* const id : {"search", "message", "message-text"}) {
+        getControl(id);  // has to be there, for the panel
+    }
+    gtk_stack_sidebar_set_stack(GTK_STACK_SIDEBAR(getControl("list").widget),
+                                GTK_STACK(getControl("stack").widget));
     quiet_ = false;
     return texts_;
 }
@@ -177,7 +164,11 @@ GtkWidget* Layout::begin(const std::string& element, const KeyValues& item, GtkW
         pages_.back().rows.push_back(id);
         parent = addRow(title, control.widget);
     }
-    put(parent, control.widget);
+    if (GTK_IS_OVERLAY(parent) && gtk_bin_get_child(GTK_BIN(parent)) != nullptr) {
+        gtk_overlay_add_overlay(GTK_OVERLAY(parent), control.widget);
+    } else {
+        gtk_container_add(GTK_CONTAINER(parent), control.widget);
+    }
     return control.widget;
 }
 
@@ -197,22 +188,27 @@ GtkWidget* Layout::addRow(const std::string& title, GtkWidget* control)
 // A widget with the properties of its kind, and with those that the file says.
 Control Layout::makeControl(const std::string& element, const KeyValues& item)
 {
-    const Kind& kind = KINDS.at(element);
-    GtkWidget* const widget = GTK_WIDGET(g_object_new(kind.getType(), nullptr));
-    Control control = {widget, G_OBJECT(widget), kind.value};
+    const auto kind = KINDS.find(element);
+    if (kind == KINDS.end()) {
+        throw std::invalid_argument("no element is called " + element);
+    }
+    GtkWidget* const widget = GTK_WIDGET(g_object_new(kind->second.getType(), nullptr));
+    Control control = {widget, G_OBJECT(widget), kind->second.value};
     if (GTK_IS_RANGE(widget)) {
         control.object = G_OBJECT(gtk_range_get_adjustment(GTK_RANGE(widget)));
     }
-    for (const KeyValues& properties : {kind.properties, item}) {
+    for (const KeyValues& properties : {kind->second.properties, item}) {
         for (const auto& [name, value] : properties) {
-            setProperty(control, name, value.toString());
+            if (OWN.count(name) == 0 && !setProperty(control, name, value.toString())) {
+                g_object_unref(g_object_ref_sink(widget));  // it is nobody's yet
+                throw std::invalid_argument(element + " has no " + name + "=" + value.toString());
+            }
         }
     }
     if (GTK_IS_COMBO_BOX(widget)) {  // which would be as wide as the longest title
-        GList* const cells = gtk_cell_layout_get_cells(GTK_CELL_LAYOUT(widget));
+        g_autoptr(GList) cells = gtk_cell_layout_get_cells(GTK_CELL_LAYOUT(widget));
         g_object_set(cells->data, "ellipsize", PANGO_ELLIPSIZE_END, "width-chars", 9,
                      "max-width-chars", 24, nullptr);
-        g_list_free(cells);
     }
     const std::string title = item.get("title", "");
     if (!title.empty() && !setProperty(control, "label", title)) {
@@ -300,10 +296,9 @@ std::string Layout::getText(const std::string& id) const
 {
     const Control& control = getControl(id);
     if (GTK_IS_COMBO_BOX(control.widget)) {
-        char* const title = gtk_combo_box_text_get_active_text(GTK_COMBO_BOX_TEXT(control.widget));
-        const std::string text = title != nullptr ? title : "";
-        g_free(title);
-        return text;
+        g_autofree char* title =
+            gtk_combo_box_text_get_active_text(GTK_COMBO_BOX_TEXT(control.widget));
+        return title != nullptr ? title : "";
     }
     const Variant value = getValue(control);
     if (value.is<bool>()) {

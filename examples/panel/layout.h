@@ -38,7 +38,7 @@ public:
     Layout& operator=(const Layout&) = delete;
 
     // Fills the window anew, in a language ("en", "de", "ar"). Returns the texts of whatever has a
-    // name, or none if the file can't be read, and the log tells why.
+    // name. std::invalid_argument says what is wrong with the file.
     oxil::KeyValues read(const std::string& language);
 
     // Sets the value of a control, or another property of its widget, as GTK's own layout files do:

@@ -8,7 +8,6 @@
 //   --clock HH:MM    what the clock shows; time stands still, and nothing moves by itself
 //   --observed yes   says what is to be seen, see walk/observer.h
 
-#include <glib.h>
 #include <gtk/gtk.h>
 
 #include <algorithm>
@@ -39,8 +38,11 @@ using namespace std::chrono_literals;
 // A device has one screen, and the panel all of it. A desktop's is larger, or not known here.
 oxil::Dimension getSize(const std::string& wanted)
 {
-    oxil::Dimension size(800, 480);
-    std::sscanf(wanted.c_str(), "%dx%d", &size.width, &size.height);
+    oxil::Dimension size(0, 0);
+    if (std::sscanf(wanted.c_str(), "%dx%d", &size.width, &size.height) != 2 || size.width <= 0 ||
+        size.height <= 0) {
+        size = {800, 480};
+    }
     const oxil::Dimension screen = oxil::Screen::getInstance()->getSize();
     if (screen.width > 0 && screen.height > 0) {
         size = {std::min(size.width, screen.width), std::min(size.height, screen.height)};
@@ -63,11 +65,10 @@ void pinLook(bool still)
 // tells it what happens there.
 class Panel : private oxil::LuaApi {
 public:
-    // Options are those of the command line; the service is a program with its arguments.
-    Panel(const oxil::KeyValues& options, const std::vector<std::string>& service)
+    // Options are those of the command line.
+    explicit Panel(const oxil::KeyValues& options)
         : options_(options),
           folder_(options.get("folder", "") + "/"),
-          service_(service),
           css_(gtk_css_provider_new()),
           layout_(folder_ + "panel.xml",
                   [this](const auto& id, const auto& value) { onChanged(id, value); }),
@@ -89,23 +90,25 @@ public:
         g_object_unref(css_);
     }
 
-    // Until the window is closed. False if there is no layout.
-    bool run()
+    // Until the window is closed. std::invalid_argument says what is wrong with the layout.
+    void run()
     {
         setTheme(0, false);
         // What a timer of the script calls fails in silence, unless somebody asks to be told.
         script_.setErrorHandler([this](const auto&... what) { onError(what...); });
         script_.addLuaApi(this);
-        const bool loaded = script_.load() == oxil::STATUS_SUCCESS;
+        bool loaded = false;
+        std::string reason = "the log tells why";
+        try {
+            loaded = script_.load() == oxil::STATUS_SUCCESS;
+        } catch (const std::exception& exception) {  // of a function that the script has called
+            reason = exception.what();
+        }
         if (!loaded) {
             layout_.read("en");
         }
-        if (layout_.getPages().empty()) {
-            return false;
-        }
-        loaded ? connect() : onError("load", "the log tells why", "");
+        loaded ? connect() : onError("load", reason, "");
         loop_.run();
-        return true;
     }
 
     const Layout& getLayout() const { return layout_; }
@@ -223,25 +226,26 @@ private:
     // one it ends by itself, as nobody is at the other end of its pipes.
     void connect()
     {
-        std::vector<char*> words;
-        for (std::string& word : service_) {
-            words.push_back(word.data());
-        }
-        words.push_back(nullptr);
-        const auto flags =
-            static_cast<GSpawnFlags>(G_SPAWN_DO_NOT_REAP_CHILD | G_SPAWN_LEAVE_DESCRIPTORS_OPEN);
+        std::string words[] = {
+            std::filesystem::read_symlink("/proc/self/exe").string() + "-service",
+            "/usr/share/X11/xkb/rules/evdev.xml",  // of Debian's package xkb-data
+            options_.get("state", "") + "/settings"};
+        char* command[] = {words[0].data(), words[1].data(), words[2].data(), nullptr};
         int input = -1;
         int output = -1;
-        if (g_spawn_async_with_pipes(nullptr, words.data(), nullptr, flags, nullptr, nullptr,
-                                     &process_, &input, &output, nullptr, nullptr)) {
-            g_child_watch_add(
-                process_, [](GPid, int, void*) {}, nullptr);  // no zombie is left
+        g_autoptr(GError) error = nullptr;
+        if (!g_spawn_async_with_pipes(nullptr, command, nullptr, G_SPAWN_DEFAULT, nullptr, nullptr,
+                                      &process_, &input, &output, nullptr, &error) &&
+            !std::exchange(complained_, true)) {
+            std::fprintf(stderr, "%s\n", error->message);
         }
+
         const auto onClosed = [this](int) {
             pause_.start(1s, [this] { connect(); });
             call("onConnection", false);
         };
-        if (channel_.open(output, input, nullptr, onClosed) == oxil::STATUS_SUCCESS) {
+        if (input != -1 &&
+            channel_.open(output, input, nullptr, onClosed) == oxil::STATUS_SUCCESS) {
             call("onConnection", true);
         } else {
             onClosed(oxil::STATUS_FAILURE);
@@ -284,8 +288,8 @@ private:
         document.setRootNode(std::move(report));
 
         oxil::XmlStyleSheet styleSheet(folder_ + "report.xsl");
-        const bool loaded = styleSheet.load(oxil::PLAIN_FILE) == oxil::STATUS_SUCCESS;
-        const auto html = loaded ? styleSheet.transform(document) : nullptr;
+        styleSheet.load(oxil::PLAIN_FILE);
+        const auto html = styleSheet.transform(document);
         if (html == nullptr) {
             return "";
         }
@@ -298,13 +302,13 @@ private:
 
     const oxil::KeyValues options_;
     const std::string folder_;
-    std::vector<std::string> service_;
     GtkCssProvider* const css_;
     Layout layout_;
     oxil::LuaScript script_;
     oxil::WaitingLoop loop_;
     bool closing_ = false;
     GPid process_ = 0;
+    bool complained_ = false;  // that it can't be started
     oxil::Channel channel_;
     oxil::Timer pause_;
 };
@@ -317,13 +321,14 @@ int main(int argc, char** argv)
 {
     const bool hasDisplay = gtk_init_check(&argc, &argv);
     oxil::KeyValues options = {
-        {"--size", "800x480"}, {"--script", "panel.lua"}, {"--clock", ""}, {"--observed", ""}};
+        {"--size", ""}, {"--script", "panel.lua"}, {"--clock", ""}, {"--observed", ""}};
     int i = 1;
     for (; i + 1 < argc && options.contains(argv[i]); i += 2) {
         options.set(argv[i], argv[i + 1]);
     }
-    if (!hasDisplay || argc != i + 2) {
-        std::fprintf(stderr, "usage: panel [--OPTION VALUE]... FOLDER STATE, on a display\n");
+    if (argc != i + 2 || !hasDisplay) {
+        std::fprintf(stderr, argc != i + 2 ? "usage: panel [--OPTION VALUE]... FOLDER STATE\n"
+                                           : "there is no display\n");
         return 2;
     }
     options.set("folder", argv[i]);
@@ -331,11 +336,15 @@ int main(int argc, char** argv)
     std::setlocale(LC_NUMERIC, "C");  // a number has a point, in whatever country
     panel::pinLook(!options.get("--clock", "").empty());
 
-    panel::Panel panel(options, {std::string(argv[0]) + "-service", PANEL_REGISTRY,
-                                 options.get("state", "") + "/settings"});
+    panel::Panel panel(options);
     const panel::Observer observer(
         panel.getLayout(), [&] { return panel.getService(); },
         !options.get("--observed", "").empty());
-    return panel.run() ? 0 : 1;
+    try {
+        panel.run();
+    } catch (const std::invalid_argument& reason) {
+        std::fprintf(stderr, "%s/panel.xml: %s\n", argv[i], reason.what());
+        return 1;
+    }
 }
 //! [main]

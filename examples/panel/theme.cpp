@@ -9,14 +9,12 @@ namespace panel {
 namespace {
 
 // What counts is light, not its code (WCAG 2.1, relative luminance).
-double getLight(int code)
-{
-    const double part = code / 255.0;
-    return part <= 0.04045 ? part / 12.92 : std::pow((part + 0.055) / 1.055, 2.4);
-}
-
 double getLuminance(const oxil::Color& color)
 {
+    const auto getLight = [](int code) {
+        const double part = code / 255.0;
+        return part <= 0.04045 ? part / 12.92 : std::pow((part + 0.055) / 1.055, 2.4);
+    };
     return 0.2126 * getLight(color.getRed()) + 0.7152 * getLight(color.getGreen()) +
            0.0722 * getLight(color.getBlue());
 }
