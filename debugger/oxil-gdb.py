@@ -139,7 +139,7 @@ class SerializedDataPrinter:
 
 
 class ColorPrinter:
-    """#ff8000 (hue 30, saturation 1, value 1)"""
+    """#ff8000 (hue 30.1176491, saturation 100, value 100)"""
 
     def __init__(self, value):
         self.value = value

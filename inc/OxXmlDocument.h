@@ -118,7 +118,9 @@ public:
      *  not logged, if there is no root. */
     XmlElement getRootElement() const;
 
-    /** The stylesheet whose output settings write() uses, null if there is none. */
+    /** The stylesheet whose output settings write() uses, null before `__setXmlStyleSheet()`, which
+     *  is the application's to call: the stylesheet stays the caller's and has to outlive the
+     *  document. */
     XmlStyleSheet* getXmlStyleSheet() const;
 
     /** Sets the stylesheet whose output settings write() uses. It stays the caller's and has to
