@@ -35,7 +35,6 @@ namespace {
 using Bytes = std::vector<std::uint8_t>;
 
 // ---- Files and bytes
-// -----------------------------------------------------------------------------
 
 const std::filesystem::path DIRECTORY = OXIL_TEST_DATA;
 
@@ -77,7 +76,6 @@ testing::AssertionResult sameBytes(const Bytes& actual, const Bytes& expected)
 }
 
 // ---- The tests
-// -----------------------------------------------------------------------------------
 
 class GoldenFilesTest : public testing::TestWithParam<GoldenPayload> {
 protected:

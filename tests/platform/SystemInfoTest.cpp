@@ -117,7 +117,6 @@ auto IsSize(int width, int height)
 }
 
 // ---- The keys
-// ------------------------------------------------------------------------------------
 
 TEST(SystemInfoTest, WidthAndHeightAreThoseOfTheDisplay)
 {
@@ -241,7 +240,6 @@ TEST(SystemInfoTest, ExhaustedMemoryIsReportedAndNotThrown)
 }
 
 // ---- Connectors of the graphics cards
-// ------------------------------------------------------------
 
 TEST(DisplayTest, OnlyAConnectedConnectorCounts)
 {
@@ -393,7 +391,6 @@ TEST(DisplayTest, AConnectorWhoseModesCannotBeReadIsPassedOver)
 }
 
 // ---- The framebuffer
-// -----------------------------------------------------------------------------
 
 TEST(DisplayTest, TheFramebufferStandsInForMissingConnectors)
 {

@@ -61,7 +61,6 @@ std::vector<Block> blocksOf(const GoldenBytes& bytes)
 }
 
 // ---- The message
-// ---------------------------------------------------------------------------------
 
 void putVarint(Bytes& out, std::uint32_t number)
 {
@@ -139,7 +138,6 @@ void putValue(Bytes& out, std::uint8_t kind, const Bytes& value)
 }
 
 // ---- JSON
-// ----------------------------------------------------------------------------------------
 
 std::uint64_t bitsOf(const Bytes& value)
 {
