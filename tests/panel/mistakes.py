@@ -9,105 +9,87 @@ import sys
 import tempfile
 import time
 
-FILES = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../examples/panel")
-sys.path.insert(0, os.path.join(FILES, "walk"))
-from stage import Stage  # noqa: E402
+sys.path.insert(0, os.path.join(os.path.dirname(__file__), "../../examples/panel/walk"))
+from stage import SOURCE, Stage  # noqa: E402
 from trouble import get_service, has_message, has_page  # noqa: E402
 
-ERRORS = "errors"  # what the panel says on its standard error output, in the folder of the stage
+# In front of the panel: what it complains of goes to a file in the folder of the stage.
+KEEP_ERRORS = ["sh", "-c", "exec \"$@\" 2> errors", "sh"]
+
+# In front of the panel: its window gets another size than the stage has, which comes first.
+RESIZE = ["sh", "-c", """
+    size=$1
+    shift
+    for word do
+        test "$word" != 800x480 || word=$size
+        set -- "$@" "$word"
+        shift
+    done
+    exec "$@" """, "sh"]
 
 
-class OtherStage(Stage):
-    """A stage whose panel gets other arguments than usual, pairs of a text and what replaces it."""
-
-    def __init__(self, command, *replacements):
-        rewriter = [sys.executable, "-B", os.path.abspath(__file__), "--instead"]
-        for pair in replacements:
-            rewriter += pair
-        super().__init__(rewriter + ["--"] + command)
-
-    def read_errors(self):
-        with open(os.path.join(self.folder.name, ERRORS)) as file:
-            return file.read()
+def read_errors(stage):
+    with open(os.path.join(stage.folder.name, "errors")) as file:
+        errors = file.read()
+    print(errors)
+    return errors
 
 
-def run_instead(words):
-    """What the stage starts: the panel, with other arguments."""
-    end = words.index("--")
-    replacements = dict(zip(words[:end:2], words[1:end:2]))
-    with open(ERRORS, "w") as file:
-        os.dup2(file.fileno(), 2)
-    command = [replacements.get(word, word) for word in words[end + 1:]]
-    os.execvp(command[0], command)
+def write_source(folder, old, new):
+    """The panel's files, with another text in the layout."""
+    for name in "panel.lua", "panel.css":
+        shutil.copy(os.path.join(SOURCE, name), folder)
+    with open(os.path.join(SOURCE, "panel.xml"), encoding="utf-8") as file:
+        text = file.read()
+    assert old in text
+    with open(os.path.join(folder, "panel.xml"), "w", encoding="utf-8") as file:
+        file.write(text.replace(old, new))
 
 
-class OtherLayout(tempfile.TemporaryDirectory):
-    """A folder with the panel's files, and pairs of a text and what replaces it in panel.xml."""
-
-    def __init__(self, *replacements):
-        super().__init__()
-        for name in "panel.lua", "panel.css", "report.xsl":
-            shutil.copy(os.path.join(FILES, name), self.name)
-        with open(os.path.join(FILES, "panel.xml"), encoding="utf-8") as file:
-            text = file.read()
-        for old, new in replacements:
-            assert old in text, old
-            text = text.replace(old, new)
-        with open(os.path.join(self.name, "panel.xml"), "w", encoding="utf-8") as file:
-            file.write(text)
-
-
-def with_layout(command, *replacements):
-    """The panel with such a layout, and the folder for as long as it is needed."""
-    layout = OtherLayout(*replacements)
-    stage = OtherStage(command, (os.path.abspath(FILES), layout.name))
-    stage.layout = layout
-    return stage
-
-
-def is_refused(command, complaint, *replacements):
+def is_refused(command, complaint, old, new):
     """The panel does not open, and says why."""
-    with with_layout(command, *replacements) as stage:
-        stage.panel.communicate(timeout=60)
-        errors = stage.read_errors()
-        print(errors)
-        expected = "%s/panel.xml: %s\n" % (stage.layout.name, complaint)
-        return 0 if stage.panel.returncode == 1 and expected in errors else 1
+    with tempfile.TemporaryDirectory() as folder:
+        write_source(folder, old, new)
+        with Stage(KEEP_ERRORS + command, source=folder) as stage:
+            stage.panel.communicate(timeout=60)
+            complained = "%s/panel.xml: %s\n" % (folder, complaint) in read_errors(stage)
+            return 0 if stage.panel.returncode == 1 and complained else 1
 
 
 def a_mistyped_element(command):
-    return is_refused(command, "no element is called lever", ("<switch id", "<lever id"))
+    return is_refused(command, "no element is called lever", "<switch id", "<lever id")
 
 
 def a_mistyped_attribute(command):
-    return is_refused(command, "slider has no uper=100", ('upper="100"', 'uper="100"'))
+    return is_refused(command, "slider has no uper=100", 'upper="100"', 'uper="100"')
 
 
 def a_value_that_is_none(command):
-    return is_refused(command, "slider has no upper=much", ('upper="100"', 'upper="much"'))
+    return is_refused(command, "slider has no upper=much", 'upper="100"', 'upper="much"')
 
 
 def a_layout_that_is_no_xml(command):
-    return is_refused(command, "the log tells why", ("</panel>", "</screen>"))
+    return is_refused(command, "the log tells why", "</panel>", "</screen>")
 
 
 def a_layout_without_a_list(command):
-    return is_refused(command, "nothing is called list", ('<list id="list"', '<list id="other"'))
+    return is_refused(command, "nothing is called list", '<list id="list"', '<list id="other"')
 
 
 def a_layout_without_search(command):
-    return is_refused(command, "nothing is called search", ('id="search"', 'id="other"'))
+    return is_refused(command, "nothing is called search", 'id="search"', 'id="other"')
 
 
 def a_layout_without_messages(command):
-    return is_refused(command, "nothing is called message-text", ('"message-text"', '"other"'))
+    return is_refused(command, "nothing is called message-text", '"message-text"', '"other"')
 
 
 def a_number_below_zero(command):
-    with with_layout(command, ('lower="10" upper="100"', 'lower="-20" upper="-10"')) as stage:
-        stage.wait_for(has_page("display"))
-        stage.wait_for(lambda state: state["value"].get("brightness") == "-10")
-        return stage.end()
+    with tempfile.TemporaryDirectory() as folder:
+        write_source(folder, 'lower="10" upper="100"', 'lower="-20" upper="-10"')
+        with Stage(command, source=folder) as stage:
+            stage.wait_for(lambda state: state["value"].get("brightness") == "-10")
+            return stage.end()
 
 
 def a_script_that_fails_at_once(command):
@@ -123,11 +105,10 @@ def a_service_that_is_not_there(command):
     """The panel says once which program it is, and goes on trying."""
     with tempfile.TemporaryDirectory() as folder:
         panel = shutil.copy(command[-1], folder)
-        with OtherStage(command[:-1] + [panel]) as stage:
+        with Stage(KEEP_ERRORS + command[:-1] + [panel]) as stage:
             stage.wait_for(has_message("The settings service is gone."))
             time.sleep(2.5)  # it has tried again, twice
-            errors = stage.read_errors()
-            print(errors)
+            errors = read_errors(stage)
             if errors.count(panel + "-service") != 1 or "Invalid descriptor" in errors:
                 return 1
             shutil.copy(command[-1] + "-service", folder)
@@ -146,7 +127,7 @@ def a_panel_that_is_found_by_its_name(command):
 
 def a_size_that_is_none(command):
     for size in "-5x-5", "5", "0x480", "large":
-        with OtherStage(command, ("800x480", size)) as stage:
+        with Stage(RESIZE + [size] + command) as stage:
             stage.wait_for(has_page("display"))
             if stage.state["at"]["window"] != [0, 0, 800, 480] or stage.end() != 0:
                 return 1
@@ -161,11 +142,9 @@ def no_display_and_no_arguments(command):
                               stderr=subprocess.PIPE, check=False)
         print(done.stderr)
         return done.returncode, done.stderr.splitlines()[-1].split(":")[0]
-    said = run(FILES), run(FILES, ".")
+    said = run(SOURCE), run(SOURCE, ".")
     return 0 if said == ((2, "usage"), (2, "there is no display")) else 1
 
 
 if __name__ == "__main__":
-    if sys.argv[1] == "--instead":
-        run_instead(sys.argv[2:])
     sys.exit(globals()[sys.argv[1]](sys.argv[2:]))
