@@ -1,7 +1,7 @@
 // For the walk and the tests, and no part of what the panel is for. An application that begins with
 // the panel leaves out this folder, its source in CMakeLists.txt, and in panel.cpp what names the
-// observer, with Panel::getService(). The option --clock, which stops what moves by itself so that
-// pictures can be compared, may go then too; without it nothing is another.
+// observer, with Panel::getService(). The option --clock may go then, too: it stops, here and in
+// panel.lua, what moves by itself, so that pictures can be compared.
 //
 // Says on the standard output what is to be seen, whenever that has changed and the window has come
 // to rest, and goes on when the standard input has a line: so a picture can be taken in between.
