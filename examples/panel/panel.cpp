@@ -104,10 +104,12 @@ public:
         } catch (const std::exception& exception) {  // of a function that the script has called
             reason = exception.what();
         }
-        if (!loaded) {
+        if (loaded) {
+            connect();
+        } else {
             layout_.read("en");
+            onError("load", reason, "");
         }
-        loaded ? connect() : onError("load", reason, "");
         loop_.run();
     }
 
