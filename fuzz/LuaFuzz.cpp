@@ -438,6 +438,7 @@ int destroyScript(lua_State*)
 
 int throwException(lua_State* state)
 {
+    spendEffort(state);
     LuaGuard guard(state);
     guard.run([] { throw std::runtime_error("thrown by the application"); });
     return guard.raise();
