@@ -114,6 +114,21 @@ TEST(LuaFinalizerTest, ACallFindsItsFunctionAfterACallFromAFinalizer)
     EXPECT_EQ(globalText(loaded, "calls"), "another its own");
 }
 
+TEST(LuaFinalizerTest, ACallFindsItsFunctionAfterTheStackHasGrown)
+{
+    NativeApi api;
+    LoadedScript loaded(LOOKED_UP, {&api});
+    api.body = [&](lua_State*, const std::string&) {
+        EXPECT_EQ(loaded.script.callMethod("another"), STATUS_SUCCESS);
+    };
+    lua_settop(loaded.state(), LUA_MINSTACK);  // so that room has to be made
+
+    lua_gc(loaded.state(), LUA_GCRESTART, 0);
+    EXPECT_EQ(loaded.script.callMethod("aFunctionWithALongName"), STATUS_SUCCESS);
+
+    EXPECT_EQ(globalText(loaded, "calls"), "another its own");
+}
+
 TEST(LuaFinalizerTest, AFinalizerEndsTheScriptWhoseFunctionIsLookedUp)
 {
     NativeApi api;

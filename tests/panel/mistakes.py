@@ -46,7 +46,19 @@ def write_source(folder, old, new):
         file.write(text.replace(old, new))
 
 
-def is_refused(command, complaint, old, new):
+# A text of the layout, what is in its place, and what the panel says of it.
+MISTAKES = {
+    "a_mistyped_element": ("<switch id", "<lever id", "no element is called lever"),
+    "a_mistyped_attribute": ('upper="100"', 'uper="100"', "slider has no uper=100"),
+    "a_value_that_is_none": ('upper="100"', 'upper="much"', "slider has no upper=much"),
+    "a_layout_that_is_no_xml": ("</panel>", "</screen>", "the log tells why"),
+    "a_layout_without_a_list": ('<list id="list"', '<list id="other"', "nothing is called list"),
+    "a_layout_without_search": ('id="search"', 'id="other"', "nothing is called search"),
+    "a_layout_without_messages": ('"message-text"', '"other"', "nothing is called message-text"),
+}
+
+
+def is_refused(command, old, new, complaint):
     """The panel does not open, and says why."""
     with tempfile.TemporaryDirectory() as folder:
         write_source(folder, old, new)
@@ -54,34 +66,6 @@ def is_refused(command, complaint, old, new):
             stage.panel.communicate(timeout=60)
             complained = "%s/panel.xml: %s\n" % (folder, complaint) in read_errors(stage)
             return 0 if stage.panel.returncode == 1 and complained else 1
-
-
-def a_mistyped_element(command):
-    return is_refused(command, "no element is called lever", "<switch id", "<lever id")
-
-
-def a_mistyped_attribute(command):
-    return is_refused(command, "slider has no uper=100", 'upper="100"', 'uper="100"')
-
-
-def a_value_that_is_none(command):
-    return is_refused(command, "slider has no upper=much", 'upper="100"', 'upper="much"')
-
-
-def a_layout_that_is_no_xml(command):
-    return is_refused(command, "the log tells why", "</panel>", "</screen>")
-
-
-def a_layout_without_a_list(command):
-    return is_refused(command, "nothing is called list", '<list id="list"', '<list id="other"')
-
-
-def a_layout_without_search(command):
-    return is_refused(command, "nothing is called search", 'id="search"', 'id="other"')
-
-
-def a_layout_without_messages(command):
-    return is_refused(command, "nothing is called message-text", '"message-text"', '"other"')
 
 
 def a_number_below_zero(command):
@@ -147,4 +131,5 @@ def no_display_and_no_arguments(command):
 
 
 if __name__ == "__main__":
-    sys.exit(globals()[sys.argv[1]](sys.argv[2:]))
+    case, command = sys.argv[1], sys.argv[2:]
+    sys.exit(is_refused(command, *MISTAKES[case]) if case in MISTAKES else globals()[case](command))
